@@ -1,0 +1,54 @@
+// The "keyboard-interactive" method of RFC 4256, answered from the session's password. The user is
+// never asked.
+#include "Session/SSHSession_libssh2.h"
+
+#include <fmt/format.h>
+
+#include <cstdlib>
+#include <cstring>
+
+namespace {
+
+// Whatever a single prompt asks, it gets the password; several prompts at once cannot all mean it,
+// so they get nothing. The library frees the text, hence the allocator.
+void libssh2_keyboard_callback(const char * /*name*/, int /*nameLength*/,
+                               const char * /*instruction*/, int /*instructionLength*/,
+                               int promptCount, const LIBSSH2_USERAUTH_KBDINT_PROMPT * /*prompts*/,
+                               LIBSSH2_USERAUTH_KBDINT_RESPONSE *responses, void **abstract) {
+    if (promptCount != 1)
+        return;
+    const auto &password = static_cast<const SSHSession_libssh2 *>(*abstract)->password();
+    if (!password)
+        return;
+    auto *const text = static_cast<char *>(std::malloc(password->size()));
+    if (!text)
+        return;
+    std::memcpy(text, password->data(), password->size());
+    responses[0].text = text;
+    responses[0].length = static_cast<unsigned>(password->size());
+}
+
+std::string failureText(int code) {
+    switch (code) {
+    case LIBSSH2_ERROR_TIMEOUT:
+        return " Failed because of timeout.\n";
+    case LIBSSH2_ERROR_AUTHENTICATION_FAILED:
+        return " Authentication failed.\n";
+    default:
+        return fmt::format(" ({})", code);
+    }
+}
+
+} // namespace
+
+bool SSHSession_libssh2::_authenticateWithKeyboard(SSHErrorRef *error) {
+    return _onSessionQueue(error, [&](LIBSSH2_SESSION *session) {
+        const char *const name = _requiredUser("-[SSHSession_libssh2 _authenticateWithKeyboard:]");
+        const int code = libssh2_userauth_keyboard_interactive_ex(
+            session, name, static_cast<unsigned>(std::strlen(name)), libssh2_keyboard_callback);
+        if (code != 0 && error)
+            *error = _connectionError(
+                "SSH could not authenticate using keyboard-interactive." + failureText(code), code);
+        return code == 0;
+    });
+}

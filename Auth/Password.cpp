@@ -1,0 +1,28 @@
+// The "password" method of RFC 4252, section 8. One attempt; a server that demands a new password
+// is answered with failure.
+#include "Session/SSHSession_libssh2.h"
+
+#include <fmt/format.h>
+
+#include <cstring>
+
+bool SSHSession_libssh2::_authenticateWithPassword(SSHErrorRef *error) {
+    if (!user() || !password()) {
+        if (error)
+            *error = nullptr;
+        return false;
+    }
+    return _onSessionQueue(error, [&](LIBSSH2_SESSION *session) {
+        const char *const name = _requiredUser("-[SSHSession_libssh2 _authenticateWithPassword:]");
+        // Both texts end at their first zero byte.
+        const char *const secret = password()->c_str();
+        const int code = libssh2_userauth_password_ex(
+            session, name, static_cast<unsigned>(std::strlen(name)), secret,
+            static_cast<unsigned>(std::strlen(secret)), nullptr);
+        if (code != 0 && error)
+            *error = _connectionError(
+                fmt::format("SSH could not authenticate using the ssh user password. ({})", code),
+                code);
+        return code == 0;
+    });
+}

@@ -1,0 +1,20 @@
+# What `cmake --install` puts where, and the package that lets consumers find it.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS SSHSession EXPORT SSHSessionTargets)
+install(TARGETS SSHSessionTerminal EXPORT SSHSessionTargets)
+install(FILES ${SSHSESSION_PUBLIC_HEADERS} Platform/Terminal/TerminalPrompts.h
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/SSHSession)
+if(SSHSESSION_BUILD_TOOLS)
+    install(TARGETS sshsession)
+    install(FILES Docs/sshsession.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+endif()
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/SSHSession)
+install(EXPORT SSHSessionTargets NAMESPACE SSHSession:: DESTINATION ${package_dir})
+configure_package_config_file(CMake/SSHSessionConfig.cmake.in SSHSessionConfig.cmake
+                              INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(SSHSessionConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/SSHSessionConfig.cmake
+              ${CMAKE_CURRENT_BINARY_DIR}/SSHSessionConfigVersion.cmake
+        DESTINATION ${package_dir})

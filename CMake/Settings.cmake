@@ -1,0 +1,32 @@
+# What every target of this project is compiled with.
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
+if(NOT CMAKE_BUILD_TYPE)
+    set(CMAKE_BUILD_TYPE Release CACHE STRING "Kind of build" FORCE)
+endif()
+
+set(SSHSESSION_SANITIZE "" CACHE STRING "Sanitizers to build with, as in -fsanitize=")
+
+add_library(SSHSessionSettings INTERFACE)
+target_compile_features(SSHSessionSettings INTERFACE cxx_std_20)
+target_compile_options(SSHSessionSettings INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
+    -Woverloaded-virtual -Werror)
+if(SSHSESSION_SANITIZE)
+    target_compile_options(SSHSessionSettings INTERFACE
+        -fsanitize=${SSHSESSION_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+    target_link_options(SSHSessionSettings INTERFACE -fsanitize=${SSHSESSION_SANITIZE})
+endif()
+
+# Hides from the shared library's symbol table what templates of other libraries would add to it.
+function(sshsession_export_only target map)
+    if(NOT APPLE)
+        target_link_options(${target} PRIVATE -Wl,--version-script=${map} -Wl,--exclude-libs,ALL)
+        set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${map})
+    endif()
+endfunction()

@@ -1,0 +1,75 @@
+// One remote command: what to run, and what came of it.
+//
+// The host application makes a record, fills in `command` and, where wanted, `adminPassword` and
+// `stdinData`, hands it to SSHSession::execute and reads the outputs afterwards. The outputs are
+// written only when the execution succeeds; a failed one leaves them as they were.
+//
+// Object properties are shared references to the very value they were given, never copies; null is
+// a value. Every property is atomic: a getter answers a reference that stays valid even when
+// another thread replaces the value at once. Two different properties are not ordered among each
+// other.
+#pragma once
+
+#include <SSHSession/ByteBuffer.h>
+#include <SSHSession/SSHSessionExport.h>
+
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+using SSHStringRef = std::shared_ptr<const std::string>;
+using SSHDataRef = SSHPlatform::ByteBufferRef;
+
+class SSHSESSION_EXPORT SSHCommand {
+  public:
+    SSHCommand() noexcept;
+    SSHCommand(const SSHCommand &) = delete;
+    SSHCommand &operator=(const SSHCommand &) = delete;
+    ~SSHCommand();
+
+    // The command line for the user's login shell on the server, in UTF-8.
+    SSHStringRef command() const noexcept;
+    void setCommand(SSHStringRef value) noexcept;
+    void setCommand(std::string_view value) noexcept;
+
+    // When not null, the command runs as root through sudo(8), and this answers sudo's prompt.
+    SSHStringRef adminPassword() const noexcept;
+    void setAdminPassword(SSHStringRef value) noexcept;
+    void setAdminPassword(std::string_view value) noexcept;
+
+    // The command's standard input, followed by end-of-file. When null or empty nothing is written
+    // and no end-of-file is sent: a command that reads its standard input then waits for ever.
+    SSHDataRef stdinData() const noexcept;
+    void setStdinData(SSHDataRef value) noexcept;
+    void setStdinData(std::string_view value) noexcept;
+
+    // Everything the command wrote to its standard output.
+    SSHDataRef stdoutData() const noexcept;
+    void setStdoutData(SSHDataRef value) noexcept;
+
+    // Everything the command wrote to its standard error; with `adminPassword`, what arrived after
+    // the last password prompt.
+    SSHDataRef stderrData() const noexcept;
+    void setStderrData(SSHDataRef value) noexcept;
+
+    // The name of the signal that ended the command, without "SIG" (RFC 4254, section 6.10), or the
+    // six characters "(null)" when the server reported none.
+    SSHStringRef exitSignal() const noexcept;
+    void setExitSignal(SSHStringRef value) noexcept;
+
+    // The exit status that the server reported; 0 when it sent none.
+    std::int32_t exitStatus() const noexcept;
+    void setExitStatus(std::int32_t value) noexcept;
+
+  private:
+    mutable std::mutex mMutex;
+    SSHStringRef mCommand;
+    SSHStringRef mAdminPassword;
+    SSHDataRef mStdinData;
+    SSHDataRef mStdoutData;
+    SSHDataRef mStderrData;
+    SSHStringRef mExitSignal;
+    std::int32_t mExitStatus = 0;
+};

@@ -1,0 +1,40 @@
+// How a command runs through sudo(8): the command line, and the conversation on its channel.
+// Nothing here does any input or output.
+#pragma once
+
+#include <SSHSession/ByteBuffer.h>
+
+#include <chrono>
+#include <string>
+
+// The command line that runs `command` as root. sudo asks for the password with a marker that ends
+// its standard error; the shell that it starts announces success with another marker at the start
+// of standard output. Only quotation marks are escaped: the user's login shell sees the command
+// inside double quotes, and still expands dollar signs, backslashes and back-quotes in it.
+std::string sudoCommand(const std::string &command);
+
+// Follows the conversation from what has arrived so far.
+class SudoConversation {
+  public:
+    using Clock = std::chrono::system_clock;
+
+    enum class Outcome {
+        Pending,  // not decided yet
+        Accepted, // the marker has been removed; what remains is the command's own output
+        Refused,  // sudo has given up after three passwords
+        TimedOut, // ten seconds of silence
+    };
+
+    SudoConversation(std::string password, Clock::time_point now);
+
+    // To be called after each pump step. Answers sudo's prompt by emptying `errorOutput` and adding
+    // the password to `input`.
+    Outcome examine(SSHPlatform::ByteBuffer &output, SSHPlatform::ByteBuffer &errorOutput,
+                    SSHPlatform::ByteBuffer &input, bool keepReading, Clock::time_point now);
+
+  private:
+    void answerPrompt(SSHPlatform::ByteBuffer &errorOutput, SSHPlatform::ByteBuffer &input) const;
+
+    std::string mPassword;
+    Clock::time_point mLastActivity;
+};

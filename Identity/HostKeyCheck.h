@@ -1,0 +1,22 @@
+// One check of a server's host key, as it passes between the calling thread, the session queue and
+// the main thread. It lives as long as the check; each step uses it while the others wait.
+#pragma once
+
+#include <libssh2.h>
+
+#include <cstdint>
+#include <string>
+
+struct HostKeyCheck {
+    std::int32_t checkResult = LIBSSH2_KNOWNHOST_CHECK_NOTFOUND; // 0 after the user has accepted
+    std::int32_t hostKeyType = LIBSSH2_HOSTKEY_TYPE_UNKNOWN;
+    std::string hostPublicKey;   // in the wire encoding of RFC 4253, section 6.6
+    std::string hostFingerprint; // the same in base64, for the user
+    LIBSSH2_KNOWNHOSTS *knownHosts = nullptr;
+    std::int32_t readError = 0; // the library's code when the known-hosts file could not be read
+    std::string knownHostsPath;
+};
+
+// The key-type bits of a known-hosts entry (LIBSSH2_KNOWNHOST_KEY_*) for a host key type. The newer
+// types have none, so the library refuses to add such an entry, and the user is told each time.
+int knownHostKeyBits(std::int32_t hostKeyType);

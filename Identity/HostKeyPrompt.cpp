@@ -1,0 +1,101 @@
+// Asks the user whether to trust a server whose key is unknown or has changed, and records a
+// trusted one. Runs on the main thread.
+#include "Session/SSHSession_libssh2.h"
+
+#include "Identity/HostKeyCheck.h"
+#include "Platform/Assertion.h"
+#include "Platform/Text.h"
+
+#include <fmt/format.h>
+
+using SSHPlatform::Alert;
+using SSHPlatform::AlertAnswer;
+
+namespace {
+
+constexpr const char *thisFunction = "-[SSHSession_libssh2 _confirmHostKey:]";
+
+// A changed key may be an attack: there Return refuses, and only a click accepts.
+Alert confirmation(const HostKeyCheck &check, const std::string &host, std::uint16_t port) {
+    const bool changed = check.checkResult == LIBSSH2_KNOWNHOST_CHECK_MISMATCH;
+    const char *const returnKey = "\r";
+    const char *const noKey = "";
+    Alert alert;
+    alert.style = changed ? SSHPlatform::AlertStyle::Critical : SSHPlatform::AlertStyle::Standard;
+    alert.messageText =
+        fmt::format("The authenticity of host '{}:{}' can't be established.", host, port);
+    alert.informativeText =
+        changed
+            ? fmt::format("The server's identity does not match the existing entry in {}. This "
+                          "could be because the server's identity has changed or a "
+                          "Man-in-the-Middle attack. Do you want to add it to the list and "
+                          "connect?\n\nHost key: {}",
+                          check.knownHostsPath, check.hostFingerprint)
+            : fmt::format("The server does not match not in {}. Do you want to add it to the list "
+                          "and connect?\n\nHost key: {}",
+                          check.knownHostsPath, check.hostFingerprint);
+    alert.buttons = {{"Add and Connect", changed ? noKey : returnKey},
+                     {"Cancel", changed ? returnKey : noKey}};
+    return alert;
+}
+
+void tell(std::string messageText, std::string informativeText) {
+    Alert alert;
+    alert.messageText = std::move(messageText);
+    alert.informativeText = std::move(informativeText);
+    SSHPlatform::alertPresenter()->runModal(alert);
+}
+
+void require(bool condition, const char *text, int line) {
+    if (!condition)
+        SSHPlatform::assertionFailed(text, thisFunction, engineSourceName, line);
+}
+
+// The plain host name, whatever the port, so that the key is found again on any port.
+int addToKnownHosts(const HostKeyCheck &check, const std::string &host, int keyBits) {
+    if (!check.knownHosts)
+        return LIBSSH2_ERROR_ALLOC; // the only reason for which the library makes no collection
+    return libssh2_knownhost_addc(
+        check.knownHosts, host.c_str(), nullptr, check.hostPublicKey.data(),
+        check.hostPublicKey.size(), nullptr, 0,
+        keyBits | LIBSSH2_KNOWNHOST_TYPE_PLAIN | LIBSSH2_KNOWNHOST_KEYENC_RAW, nullptr);
+}
+
+} // namespace
+
+void SSHSession_libssh2::_confirmHostKey(HostKeyCheck &check) {
+    const std::string hostName = SSHPlatform::textOrNull(host());
+    const AlertAnswer answer =
+        SSHPlatform::alertPresenter()->runModal(confirmation(check, hostName, port()));
+    if (answer != AlertAnswer::FirstButton)
+        return;
+
+    // At once, so that the connection goes on whatever becomes of the record below.
+    check.checkResult = LIBSSH2_KNOWNHOST_CHECK_MATCH;
+    require(host().has_value(), "self.host.UTF8String", __LINE__);
+    require(!host()->empty(), "self.host.length > 0", __LINE__);
+    require(check.hostPublicKey.data() != nullptr, "hostPublicKey.bytes != nil", __LINE__);
+    require(!check.hostPublicKey.empty(), "hostPublicKey.length > 0", __LINE__);
+
+    const int keyBits = knownHostKeyBits(check.hostKeyType);
+    if (const int code = addToKnownHosts(check, hostName, keyBits)) {
+        tell("Adding the host fingerprint to the known hosts lists failed.",
+             _addFailureText(check, code, keyBits));
+        return;
+    }
+    if (const int code = libssh2_knownhost_writefile(check.knownHosts, check.knownHostsPath.c_str(),
+                                                     LIBSSH2_KNOWNHOST_FILE_OPENSSH)) {
+        tell("Updating the known hosts file failed.",
+             fmt::format("An error {} occurred. The connection will still continue.", code));
+    }
+}
+
+std::string SSHSession_libssh2::_addFailureText(const HostKeyCheck &check, int code,
+                                                int keyBits) const {
+    std::string text = fmt::format("The connection will still continue.\n\nError {}\n", code);
+    if (check.readError != 0)
+        text += fmt::format("Earlier read error: {} / {}\nkeyType: {}", check.readError,
+                            _errorFromFunction("libssh2_knownhost_addc", check.readError)->text(),
+                            keyBits);
+    return text;
+}

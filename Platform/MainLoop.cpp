@@ -1,0 +1,8 @@
+#include <SSHSession/MainLoop.h>
+
+namespace SSHPlatform {
+
+RepeatingTimer::~RepeatingTimer() = default;
+MainLoop::~MainLoop() = default;
+
+} // namespace SSHPlatform

@@ -1,0 +1,4 @@
+// Marks what the shared library shows to its consumers; everything else is built hidden.
+#pragma once
+
+#define SSHSESSION_EXPORT __attribute__((visibility("default")))

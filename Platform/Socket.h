@@ -1,0 +1,16 @@
+// Waiting for a socket, with select(2)'s answers but without its limit on descriptor numbers.
+#pragma once
+
+#include <chrono>
+
+namespace SSHPlatform {
+
+enum class WaitFor : unsigned { Nothing = 0, Reading = 1, Writing = 2, Either = 3 };
+
+// Waits until the socket is ready in one of the directions asked for. Answers a positive number
+// when it is, 0 after the time-out, -1 with errno when waiting failed (EBADF for a bad descriptor).
+// With `Nothing` this is a plain pause that never looks at the socket. A wait that a signal
+// interrupts goes on for the time that is left.
+int waitForSocket(int socket, WaitFor directions, std::chrono::milliseconds timeout);
+
+} // namespace SSHPlatform

@@ -1,0 +1,137 @@
+#include <SSHSession/TerminalPrompts.h>
+
+#include <SSHSession/Platform.h>
+
+#include "Platform/Terminal/TerminalNib.h"
+
+#include <fcntl.h>
+#include <readpassphrase.h>
+#include <unistd.h>
+
+#include <array>
+#include <cctype>
+#include <charconv>
+#include <cstddef>
+#include <cstring>
+#include <string_view>
+
+namespace SSHPlatform {
+
+namespace {
+
+constexpr int patience = 3;
+constexpr std::size_t longestLine = 8192;
+
+// Texts may come from a server or a file name; a terminal would obey control characters in them.
+std::string printable(std::string_view text) {
+    std::string result;
+    for (const char byte : text)
+        result += byte == '\n' || std::iscntrl(static_cast<unsigned char>(byte)) == 0 ? byte : '?';
+    return result;
+}
+
+void show(std::string_view text) {
+    const int terminal = ::open("/dev/tty", O_WRONLY | O_NOCTTY | O_CLOEXEC);
+    if (terminal < 0)
+        return;
+    while (!text.empty()) {
+        const ssize_t written = ::write(terminal, text.data(), text.size());
+        if (written <= 0)
+            break;
+        text.remove_prefix(static_cast<std::size_t>(written));
+    }
+    ::close(terminal);
+}
+
+// A line that fills the buffer may have been cut, so it does not count as an answer.
+std::optional<std::string> readLine(const std::string &prompt, int echo) {
+    std::array<char, longestLine + 1> buffer{};
+    std::optional<std::string> line;
+    if (::readpassphrase(prompt.c_str(), buffer.data(), buffer.size(), RPP_REQUIRE_TTY | echo) &&
+        std::strlen(buffer.data()) < longestLine)
+        line = buffer.data();
+    ::explicit_bzero(buffer.data(), buffer.size());
+    return line;
+}
+
+AlertAnswer answerFor(std::size_t button) {
+    return static_cast<AlertAnswer>(static_cast<int>(AlertAnswer::FirstButton) +
+                                    static_cast<int>(button));
+}
+
+std::optional<std::size_t> buttonForReturn(const Alert &alert) {
+    for (std::size_t i = 0; i < alert.buttons.size(); ++i)
+        if (alert.buttons[i].keyEquivalent == "\r")
+            return i;
+    return std::nullopt;
+}
+
+std::optional<std::size_t> chosenButton(const Alert &alert, std::string_view line) {
+    if (line.empty())
+        return buttonForReturn(alert);
+    std::size_t number = 0;
+    const auto [end, failure] = std::from_chars(line.data(), line.data() + line.size(), number);
+    if (failure != std::errc() || end != line.data() + line.size() || number < 1 ||
+        number > alert.buttons.size())
+        return std::nullopt;
+    return number - 1;
+}
+
+std::string menu(const Alert &alert) {
+    std::string text;
+    for (std::size_t i = 0; i < alert.buttons.size(); ++i)
+        text += "  " + std::to_string(i + 1) + ") " + printable(alert.buttons[i].title) + "\n";
+    text += "Your choice";
+    if (const auto button = buttonForReturn(alert))
+        text += " [" + std::to_string(*button + 1) + "]";
+    return text + ": ";
+}
+
+AlertAnswer askForButton(const Alert &alert) {
+    for (int attempt = 0; attempt < patience; ++attempt) {
+        const auto line = readLine(menu(alert), RPP_ECHO_ON);
+        if (!line)
+            break;
+        if (const auto button = chosenButton(alert, *line))
+            return answerFor(*button);
+    }
+    return AlertAnswer::Refused;
+}
+
+// Return ends the line and so presses the first button; end-of-file refuses.
+AlertAnswer askForText(TerminalTextField &field) {
+    const auto line = readLine("> ", field.isSecret() ? RPP_ECHO_OFF : RPP_ECHO_ON);
+    if (!line)
+        return AlertAnswer::Refused;
+    field.setStringValue(*line);
+    return AlertAnswer::FirstButton;
+}
+
+class TerminalAlertPresenter final : public AlertPresenter {
+  public:
+    AlertAnswer runModal(const Alert &alert) noexcept override {
+        show("\n" + printable(alert.messageText) + "\n" + printable(alert.informativeText) + "\n");
+        if (auto *const view = dynamic_cast<TerminalView *>(alert.accessoryView))
+            return askForText(view->field);
+        // Without a choice there is nothing to ask.
+        return alert.buttons.empty() ? AlertAnswer::FirstButton : askForButton(alert);
+    }
+
+    std::unique_ptr<Nib> loadNib(const std::string &name) noexcept override {
+        return loadTerminalNib(name);
+    }
+
+    void beep() noexcept override { show("\a"); }
+};
+
+} // namespace
+
+std::shared_ptr<AlertPresenter> terminalAlertPresenter() noexcept {
+    return std::make_shared<TerminalAlertPresenter>();
+}
+
+std::optional<std::string> readSecretFromTerminal(const std::string &prompt) noexcept {
+    return readLine(printable(prompt), RPP_ECHO_OFF);
+}
+
+} // namespace SSHPlatform

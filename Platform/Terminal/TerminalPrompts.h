@@ -1,0 +1,23 @@
+// Prompts for programs that run in a terminal.
+#pragma once
+
+#include <SSHSession/Alert.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace SSHPlatform {
+
+// Shows alerts on the controlling terminal (never on standard output) and reads the answers there:
+// secrets without echo, a choice of buttons by number. Return alone chooses the button that has it
+// as its key. Without a terminal, at end-of-file, and after three answers that name no button, the
+// alert is refused. Install it with SSHPlatform::install.
+SSHSESSION_EXPORT std::shared_ptr<AlertPresenter> terminalAlertPresenter() noexcept;
+
+// Asks for one line without echo, for a program's own questions. None without a terminal, at
+// end-of-file, or when the line is longer than 8191 bytes.
+SSHSESSION_EXPORT std::optional<std::string>
+readSecretFromTerminal(const std::string &prompt) noexcept;
+
+} // namespace SSHPlatform

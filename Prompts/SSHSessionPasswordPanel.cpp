@@ -1,0 +1,56 @@
+#include <SSHSession/SSHSessionPasswordPanel.h>
+
+#include <SSHSession/Platform.h>
+
+#include <utility>
+
+SSHSessionPasswordPanel::SSHSessionPasswordPanel() noexcept
+    : mPresenter(SSHPlatform::alertPresenter()),
+      _nibTopLevelObjects(mPresenter->loadNib("SSHPasswordAlertAccessoryView")) {
+    if (!_nibTopLevelObjects) {
+        SSHPlatform::log("SSHSession: Loading SSHPasswordAlertAccessoryView failed.");
+        mPresenter->beep();
+        return;
+    }
+    SSHPlatform::Nib &nib = *_nibTopLevelObjects;
+    alertAccessoryView = nib.view("alertAccessoryView");
+    alertPasswordField = nib.textField("alertPasswordField");
+    alertRememberInKeychainCheckbox = nib.checkBox("alertRememberInKeychainCheckbox");
+    alertResponseAccessoryView = nib.view("alertResponseAccessoryView");
+    alertTextField = nib.textField("alertTextField");
+}
+
+SSHSessionPasswordPanel::~SSHSessionPasswordPanel() = default;
+
+std::optional<std::string>
+SSHSessionPasswordPanel::passwordForSSHKey(const std::string &keyName) noexcept {
+    SSHPlatform::Alert alert;
+    alert.messageText = "Enter your password for the SSH key \"" + keyName + "\".";
+    alert.informativeText = "This SSH key is password-protected.";
+    alert.accessoryView = alertAccessoryView;
+    if (alertRememberInKeychainCheckbox)
+        alertRememberInKeychainCheckbox->setOn(false);
+    return ask(std::move(alert), alertPasswordField);
+}
+
+std::optional<std::string>
+SSHSessionPasswordPanel::responseToKeyboardPrompt(const std::string &prompt) noexcept {
+    SSHPlatform::Alert alert;
+    alert.messageText = "Authenticate SSH using keybpard-interactive.";
+    alert.informativeText = prompt;
+    alert.accessoryView = alertResponseAccessoryView;
+    return ask(std::move(alert), alertTextField);
+}
+
+std::optional<std::string> SSHSessionPasswordPanel::ask(SSHPlatform::Alert alert,
+                                                        SSHPlatform::TextField *field) {
+    alert.icon = mPresenter->loadImage("SSHLockAndKeys", "icns");
+    alert.buttons = {{mPresenter->localizedString("OK")}, {mPresenter->localizedString("Cancel")}};
+    if (field)
+        field->setStringValue("");
+    if (mPresenter->runModal(alert) != SSHPlatform::AlertAnswer::FirstButton || !field)
+        return std::nullopt;
+    std::string text = field->stringValue();
+    field->setStringValue(""); // a secret stays no longer than it must
+    return text.empty() ? std::nullopt : std::optional(std::move(text));
+}

@@ -1,0 +1,44 @@
+// Asks the user for one line of text in a modal alert.
+//
+// Every operation runs on the main thread. The alert is shown by whatever presenter the process has
+// installed (see Platform.h); its accessory views come from the user interface file
+// "SSHPasswordAlertAccessoryView", its icon from "SSHLockAndKeys.icns", as the presenter finds
+// them.
+#pragma once
+
+#include <SSHSession/Alert.h>
+#include <SSHSession/SSHSessionExport.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+class SSHSESSION_EXPORT SSHSessionPasswordPanel {
+  public:
+    // Loads the accessory views. When that fails, the log says so and the computer beeps; the panel
+    // still asks, but has no field to type in, so every question answers none.
+    SSHSessionPasswordPanel() noexcept;
+    ~SSHSessionPasswordPanel();
+    SSHSessionPasswordPanel(const SSHSessionPasswordPanel &) = delete;
+    SSHSessionPasswordPanel &operator=(const SSHSessionPasswordPanel &) = delete;
+
+    // The pass phrase of the named private key, typed into a masked field. None when the user
+    // cancels or enters nothing. The check box that offers the keychain has no effect.
+    std::optional<std::string> passwordForSSHKey(const std::string &keyName) noexcept;
+
+    // The answer to a keyboard-interactive prompt, typed in the clear. None as above. For host
+    // applications; sessions answer such prompts from their password.
+    std::optional<std::string> responseToKeyboardPrompt(const std::string &prompt) noexcept;
+
+  private:
+    std::optional<std::string> ask(SSHPlatform::Alert alert, SSHPlatform::TextField *field);
+
+    std::shared_ptr<SSHPlatform::AlertPresenter> mPresenter;
+    std::unique_ptr<SSHPlatform::Nib> _nibTopLevelObjects;
+    // Outlets: null when the nib could not be loaded, else owned by it.
+    SSHPlatform::View *alertAccessoryView = nullptr;
+    SSHPlatform::TextField *alertPasswordField = nullptr;
+    SSHPlatform::CheckBox *alertRememberInKeychainCheckbox = nullptr;
+    SSHPlatform::View *alertResponseAccessoryView = nullptr;
+    SSHPlatform::TextField *alertTextField = nullptr;
+};

@@ -1,0 +1,79 @@
+#include "Session/SSHSession_libssh2.h"
+
+#include "Platform/Text.h"
+
+#include <fmt/format.h>
+
+#include <utility>
+
+using SSHPlatform::textOrNull;
+
+SSHErrorRef SSHSession_libssh2::_errorWithDescription(const std::optional<std::string> &description,
+                                                      const std::optional<std::string> &reason,
+                                                      std::int32_t code) const {
+    SSHError::UserInfo userInfo;
+    if (description) {
+        userInfo[SSHError::NSLocalizedDescriptionKey] = *description;
+        if (reason)
+            userInfo[SSHError::NSLocalizedFailureReasonErrorKey] = *reason;
+    }
+    return std::make_shared<SSHError>(SSHError::libssh2ErrorDomain, code, std::move(userInfo));
+}
+
+SSHErrorRef SSHSession_libssh2::_errorFromFunction(const std::string &function,
+                                                   std::int32_t code) const {
+    std::string reason = _stringForErrorCode(code);
+    const SessionHandle session = _session();
+    char *message = nullptr;
+    if (session)
+        libssh2_session_last_error(session.get(), &message, nullptr, 0);
+    if (message && *message)
+        reason += fmt::format(" {}", SSHPlatform::decodedUTF8(message));
+    return std::make_shared<SSHError>(
+        SSHError::libssh2ErrorDomain, code,
+        SSHError::UserInfo{
+            {SSHError::NSLocalizedDescriptionKey,
+             fmt::format("An error occurred in {}. ({})", function, code)},
+            {SSHError::NSLocalizedFailureReasonErrorKey, reason},
+            {SSHError::NSLocalizedRecoverySuggestionErrorKey, reason},
+        });
+}
+
+// Codes without a sentence, the even ones from -2 to -12 among them, show as their number.
+std::string SSHSession_libssh2::_stringForErrorCode(std::int32_t code) {
+    switch (code) {
+    case LIBSSH2_ERROR_SOCKET_NONE:
+        return "The socket is invalid.";
+    case LIBSSH2_ERROR_BANNER_SEND:
+        return "Unable to send banner to remote host.";
+    case LIBSSH2_ERROR_KEX_FAILURE:
+        return "Encryption key exchange with the remote host failed.";
+    case LIBSSH2_ERROR_SOCKET_SEND:
+        return "Unable to send data on socket.";
+    case LIBSSH2_ERROR_TIMEOUT:
+        return "The socket timed out.";
+    case LIBSSH2_ERROR_SOCKET_DISCONNECT:
+        return "The socket was disconnected.";
+    case LIBSSH2_ERROR_PROTO:
+        return "An invalid SSH protocol response was received on the socket.";
+    case LIBSSH2_ERROR_EAGAIN:
+        return "Marked for non-blocking I/O but the call would block.";
+    default:
+        return fmt::format("Error {}.", code);
+    }
+}
+
+SSHErrorRef SSHSession_libssh2::_connectionError(const std::optional<std::string> &reason,
+                                                 std::int32_t code) const {
+    return _errorWithDescription(fmt::format("Dravella could not make an SSH connection to {}@{}.",
+                                             textOrNull(user()), textOrNull(host())),
+                                 reason, code);
+}
+
+SSHErrorRef SSHSession_libssh2::_lostConnectionError(const std::optional<std::string> &reason,
+                                                     std::int32_t code) const {
+    return _errorWithDescription(
+        fmt::format("Dravella lost the connection to the SSH server {}@{}.", textOrNull(user()),
+                    textOrNull(host())),
+        reason, code);
+}

@@ -1,0 +1,94 @@
+#include <SSHSession/SSHSession.h>
+
+#include "Platform/Assertion.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+constexpr const char *sourceName = "SSHSession";
+
+bool isSame(const std::weak_ptr<SSHSessionObserver> &a,
+            const std::weak_ptr<SSHSessionObserver> &b) {
+    return !a.owner_before(b) && !b.owner_before(a);
+}
+
+} // namespace
+
+SSHSessionDelegate::~SSHSessionDelegate() = default;
+
+SSHSessionObserver::~SSHSessionObserver() = default;
+void SSHSessionObserver::willChangeValueForKey(SSHSession & /*session*/,
+                                               const std::string & /*key*/) noexcept {}
+void SSHSessionObserver::didChangeValueForKey(SSHSession & /*session*/,
+                                              const std::string & /*key*/) noexcept {}
+void SSHSessionObserver::willBeginStage(SSHSession & /*session*/,
+                                        SSHSessionStage /*stage*/) noexcept {}
+void SSHSessionObserver::didEndStage(SSHSession & /*session*/, SSHSessionStage /*stage*/,
+                                     bool /*succeeded*/) noexcept {}
+
+SSHSession::SSHSession(std::optional<std::string> host, std::uint16_t port,
+                       std::optional<std::string> user, std::optional<std::string> password,
+                       std::optional<std::string> keyFilePath) noexcept
+    : mHost(std::move(host)), mUser(std::move(user)), mPassword(std::move(password)),
+      mKeyFilePath(std::move(keyFilePath)), mPort(port) {}
+
+SSHSession::~SSHSession() = default;
+
+bool SSHSession::start(SSHErrorRef * /*error*/) noexcept {
+    SSHPlatform::assertionFailed("false", "-[SSHSession start:]", sourceName, 88);
+}
+
+void SSHSession::stop() noexcept {
+    SSHPlatform::assertionFailed("false", "-[SSHSession stop]", sourceName, 95);
+}
+
+bool SSHSession::execute(const std::shared_ptr<SSHCommand> & /*command*/,
+                         SSHErrorRef * /*error*/) noexcept {
+    SSHPlatform::assertionFailed("false", "-[SSHSession execute:error:]", sourceName, 101);
+}
+
+bool SSHSession::isConnected() const noexcept {
+    return false;
+}
+
+void SSHSession::addObserver(const std::weak_ptr<SSHSessionObserver> &observer) noexcept {
+    const std::lock_guard lock(mObserversMutex);
+    std::erase_if(mObservers, [](const auto &known) { return known.expired(); });
+    mObservers.push_back(observer);
+}
+
+void SSHSession::removeObserver(const std::weak_ptr<SSHSessionObserver> &observer) noexcept {
+    const std::lock_guard lock(mObserversMutex);
+    std::erase_if(mObservers, [&](const auto &known) { return isSame(known, observer); });
+}
+
+std::vector<std::shared_ptr<SSHSessionObserver>> SSHSession::observers() const {
+    const std::lock_guard lock(mObserversMutex);
+    std::vector<std::shared_ptr<SSHSessionObserver>> living;
+    for (const auto &observer : mObservers)
+        if (auto strong = observer.lock())
+            living.push_back(std::move(strong));
+    return living;
+}
+
+void SSHSession::willChangeValueForKey(const std::string &key) noexcept {
+    for (const auto &observer : observers())
+        observer->willChangeValueForKey(*this, key);
+}
+
+void SSHSession::didChangeValueForKey(const std::string &key) noexcept {
+    for (const auto &observer : observers())
+        observer->didChangeValueForKey(*this, key);
+}
+
+void SSHSession::willBeginStage(SSHSessionStage stage) noexcept {
+    for (const auto &observer : observers())
+        observer->willBeginStage(*this, stage);
+}
+
+void SSHSession::didEndStage(SSHSessionStage stage, bool succeeded) noexcept {
+    for (const auto &observer : observers())
+        observer->didEndStage(*this, stage, succeeded);
+}

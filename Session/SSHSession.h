@@ -1,0 +1,170 @@
+// One authenticated SSH connection that runs remote commands.
+//
+// A host application makes a session with `sessionWithHost`, calls `start`, then `execute` any
+// number of times, and finally `stop`:
+//
+//   auto session = SSHSession::sessionWithHost("db.example.com", 22, "ada", "secret",
+//   std::nullopt); SSHErrorRef error; if (!session->start(&error))
+//       complain(error); // null when the user declined an unknown host key
+//   auto command = std::make_shared<SSHCommand>();
+//   command->setCommand("uname -a");
+//   if (session->execute(command, &error))
+//       show(command->stdoutData()->view());
+//   session->stop();
+//
+// Threads. `start`, `stop` and `execute` block their caller and may be called on any thread, the
+// main thread included, but never from inside a delegate's or observer's notice that says it comes
+// from the session queue. Prompts (an unknown host key, a key file's pass phrase) appear on the
+// main thread: a host that calls `start` on another thread must leave the main thread's event loop
+// running. One session does one thing at a time; different sessions are independent.
+//
+// Ownership. Sessions are shared. While a session is connected, its keepalive timer keeps it alive:
+// call `stop` before you let go of it. The delegate is not owned and must outlive the session's
+// connection, or be cleared before.
+//
+// Errors. Operations answer true or false and, when false, fill the error out-parameter if there is
+// one. Nothing throws. Any failed command disconnects; call `start` again before the next one.
+// Calling `start` on a connected session is a programming error that ends the process.
+#pragma once
+
+#include <SSHSession/Platform.h>
+#include <SSHSession/SSHCommand.h>
+#include <SSHSession/SSHError.h>
+#include <SSHSession/SSHEscapeString.h>
+#include <SSHSession/SSHSessionExport.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+class SSHSession;
+
+class SSHSESSION_EXPORT SSHSessionDelegate {
+  public:
+    SSHSessionDelegate() = default;
+    SSHSessionDelegate(const SSHSessionDelegate &) = delete;
+    SSHSessionDelegate &operator=(const SSHSessionDelegate &) = delete;
+    virtual ~SSHSessionDelegate();
+
+    // The server has ended the connection. `error` is null when it did so in good order (reason 11
+    // of RFC 4253, section 11.1), else an error in the domain "libssh2" with the server's reason,
+    // and its message and language where it sent them. `isConnected` stays true until the next
+    // failed command or `stop`.
+    //
+    // Called on the session queue, in the middle of the operation that met the server's message: do
+    // not call `start`, `stop` or `execute` from here, and do not wait for a thread that does.
+    // Not called by `stop`, by a failed `start` or by a failed command.
+    virtual void sshSessionDisconnected(SSHSession &session, const SSHErrorRef &error) noexcept = 0;
+};
+
+// What a session is doing, in the order of a connection's life.
+enum class SSHSessionStage {
+    Connect,      // host name look-up and TCP
+    Handshake,    // SSH version and key exchange
+    HostKey,      // known-hosts check, with the user's answer where it is needed
+    Agent,        // authentication through the SSH agent
+    Authenticate, // authentication by key files, password and keyboard-interactive
+    Execute,      // one command
+};
+
+// Receives change notices. Every operation does nothing unless it is overridden. Notices come on
+// the thread that makes the change: for a stage of `start` and for `isConnected` becoming true, the
+// caller of `start`; for `isConnected` becoming false, the session queue (see the warning there).
+class SSHSESSION_EXPORT SSHSessionObserver {
+  public:
+    SSHSessionObserver() = default;
+    SSHSessionObserver(const SSHSessionObserver &) = delete;
+    SSHSessionObserver &operator=(const SSHSessionObserver &) = delete;
+    virtual ~SSHSessionObserver();
+
+    // The value of the property named `key` is about to change, or has changed. The only key is
+    // "isConnected". Each end of a connection sends one pair, also when the value was false
+    // already.
+    virtual void willChangeValueForKey(SSHSession &session, const std::string &key) noexcept;
+    virtual void didChangeValueForKey(SSHSession &session, const std::string &key) noexcept;
+
+    // A stage begins, or has ended. Execute's notices come on the caller's thread, outside the
+    // queue.
+    virtual void willBeginStage(SSHSession &session, SSHSessionStage stage) noexcept;
+    virtual void didEndStage(SSHSession &session, SSHSessionStage stage, bool succeeded) noexcept;
+};
+
+class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSession> {
+  public:
+    // Makes a session that is not connected yet; nothing goes over the network. `host` is a name or
+    // an IPv4 address. A null `password` or `keyFilePath` means there is none; a leading "~" in the
+    // path stands for the home directory. All texts are UTF-8.
+    static std::shared_ptr<SSHSession>
+    sessionWithHost(std::optional<std::string> host, std::uint16_t port,
+                    std::optional<std::string> user, std::optional<std::string> password,
+                    std::optional<std::string> keyFilePath) noexcept;
+
+    // An abstract session that only carries its parameters: `start`, `stop` and `execute` end the
+    // process. Use `sessionWithHost`.
+    SSHSession(std::optional<std::string> host, std::uint16_t port, std::optional<std::string> user,
+               std::optional<std::string> password,
+               std::optional<std::string> keyFilePath) noexcept;
+    SSHSession(const SSHSession &) = delete;
+    SSHSession &operator=(const SSHSession &) = delete;
+    virtual ~SSHSession();
+
+    // Connects, checks the server's host key and authenticates. Answers whether the session is
+    // connected now. Connecting takes up to 5 s after the name look-up; later stages wait as long
+    // as the server and the user take. When the user declines a host key, the answer is false and
+    // `*error` is left as it was.
+    virtual bool start(SSHErrorRef *error) noexcept;
+
+    // Disconnects and releases everything the connection held. Any state, any number of times;
+    // waits for a command or stage that is under way, but not for a prompt, whose `start` then
+    // fails.
+    virtual void stop() noexcept;
+
+    // Runs a command to its end and fills the record's outputs. There is no time limit: a command
+    // runs as long as it takes. With an `adminPassword`, a wrong password fails after sudo's own
+    // number of attempts, and ten seconds without an answer from sudo fail as a time-out; a sudo
+    // that complains and then goes silent (a user who is not in sudoers) is waited for without end.
+    virtual bool execute(const std::shared_ptr<SSHCommand> &command, SSHErrorRef *error) noexcept;
+
+    // Whether `start` has succeeded and nothing has failed since. Observable under "isConnected".
+    virtual bool isConnected() const noexcept;
+
+    SSHSessionDelegate *delegate() const noexcept { return mDelegate; }
+    void setDelegate(SSHSessionDelegate *delegate) noexcept { mDelegate = delegate; }
+
+    // Observers are held weakly and told in the order in which they were added. Any thread.
+    void addObserver(const std::weak_ptr<SSHSessionObserver> &observer) noexcept;
+    void removeObserver(const std::weak_ptr<SSHSessionObserver> &observer) noexcept;
+
+    // The parameters, as they were given. `uuid` is always null.
+    const std::optional<std::string> &uuid() const noexcept { return mUUID; }
+    const std::optional<std::string> &host() const noexcept { return mHost; }
+    const std::optional<std::string> &user() const noexcept { return mUser; }
+    const std::optional<std::string> &password() const noexcept { return mPassword; }
+    const std::optional<std::string> &keyFilePath() const noexcept { return mKeyFilePath; }
+    std::uint16_t port() const noexcept { return mPort; }
+
+  protected:
+    // Tells every observer; call with no lock held.
+    void willChangeValueForKey(const std::string &key) noexcept;
+    void didChangeValueForKey(const std::string &key) noexcept;
+    void willBeginStage(SSHSessionStage stage) noexcept;
+    void didEndStage(SSHSessionStage stage, bool succeeded) noexcept;
+
+  private:
+    std::vector<std::shared_ptr<SSHSessionObserver>> observers() const;
+
+    std::atomic<SSHSessionDelegate *> mDelegate = nullptr;
+    std::optional<std::string> mUUID;
+    std::optional<std::string> mHost;
+    std::optional<std::string> mUser;
+    std::optional<std::string> mPassword;
+    std::optional<std::string> mKeyFilePath;
+    std::uint16_t mPort;
+
+    mutable std::mutex mObserversMutex;
+    std::vector<std::weak_ptr<SSHSessionObserver>> mObservers;
+};
