@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -23,7 +24,7 @@ void libssh2_keyboard_callback(const char * /*name*/, int /*nameLength*/,
     auto *const text = static_cast<char *>(std::malloc(password->size()));
     if (!text)
         return;
-    std::memcpy(text, password->data(), password->size());
+    std::copy(password->begin(), password->end(), text);
     responses[0].text = text;
     responses[0].length = static_cast<unsigned>(password->size());
 }

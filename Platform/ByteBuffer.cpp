@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 
 namespace SSHPlatform {
@@ -19,7 +18,7 @@ void ByteBuffer::append(std::string_view bytes) noexcept {
     if (bytes.empty())
         return;
     makeRoom(bytes.size());
-    std::memcpy(mStorage + mEnd, bytes.data(), bytes.size());
+    std::copy(bytes.begin(), bytes.end(), mStorage + mEnd);
     mEnd += bytes.size();
 }
 
@@ -40,7 +39,7 @@ void ByteBuffer::makeRoom(std::size_t count) noexcept {
     // otherwise a queue that is never quite empty would be moved again and again.
     if (mBegin >= size() && mCapacity - size() >= count) {
         if (!empty())
-            std::memmove(mStorage, data(), size());
+            std::copy(data(), data() + size(), mStorage);
         mEnd -= mBegin;
         mBegin = 0;
         return;

@@ -15,8 +15,10 @@ namespace {
 constexpr std::chrono::seconds keepAliveInterval(30);
 const std::string isConnectedKey = "isConnected";
 
-std::optional<std::string> expanded(const std::optional<std::string> &path) {
-    return path ? std::optional(SSHPlatform::expandingTilde(*path)) : std::nullopt;
+std::optional<std::string> expanded(std::optional<std::string> path) {
+    if (path)
+        path = SSHPlatform::expandingTilde(*path);
+    return path;
 }
 
 void setUpLibraryOnce() {
@@ -44,7 +46,7 @@ SSHSession_libssh2::SSHSession_libssh2(std::optional<std::string> host, std::uin
                                        std::optional<std::string> password,
                                        std::optional<std::string> keyFilePath) noexcept
     : SSHSession(std::move(host), port, std::move(user), std::move(password),
-                 expanded(keyFilePath)),
+                 expanded(std::move(keyFilePath))),
       mSessionQueue("com.dravella.SSHSession") {
     setUpLibraryOnce();
 }

@@ -1,0 +1,227 @@
+#include "Tests/Support/SessionTest.h"
+
+#include <SSHSession/RunLoop.h>
+
+#include <thread>
+
+using SSHPlatform::AlertAnswer;
+using std::chrono::milliseconds;
+
+namespace {
+
+// Writes down every notice with the state that it finds.
+struct Recorder final : SSHSessionObserver {
+    void willChangeValueForKey(SSHSession &session, const std::string &key) noexcept override {
+        notices.push_back("will " + key + (session.isConnected() ? " 1" : " 0"));
+    }
+    void didChangeValueForKey(SSHSession &session, const std::string &key) noexcept override {
+        notices.push_back("did " + key + (session.isConnected() ? " 1" : " 0"));
+    }
+    void willBeginStage(SSHSession & /*session*/, SSHSessionStage stage) noexcept override {
+        notices.push_back("begin " + std::to_string(static_cast<int>(stage)));
+    }
+    void didEndStage(SSHSession & /*session*/, SSHSessionStage stage, bool ok) noexcept override {
+        notices.push_back((ok ? "done " : "failed ") + std::to_string(static_cast<int>(stage)));
+    }
+
+    std::vector<std::string> taken() { return std::exchange(notices, {}); }
+    std::vector<std::string> notices;
+};
+
+using Notices = std::vector<std::string>;
+const Notices noPair;
+const Notices idlePair = {"will isConnected 0", "did isConnected 0"};
+const Notices endPair = {"will isConnected 1", "did isConnected 0"};
+
+// A main loop whose timers fire when the test says so.
+struct HandLoop final : SSHPlatform::MainLoop {
+    struct Timer final : SSHPlatform::RepeatingTimer {
+        void invalidate() noexcept override { action = nullptr; }
+        std::function<void()> action;
+    };
+
+    bool isMainThread() const noexcept override { return true; }
+    bool runAndWait(const std::function<void()> &work) noexcept override {
+        if (hasEnded)
+            return false;
+        work();
+        return true;
+    }
+    std::shared_ptr<SSHPlatform::RepeatingTimer>
+    scheduleRepeating(milliseconds interval, std::function<void()> action) noexcept override {
+        intervals.push_back(interval);
+        timer = std::make_shared<Timer>();
+        timer->action = std::move(action);
+        return timer;
+    }
+
+    bool hasEnded = false;
+    std::vector<milliseconds> intervals;
+    std::shared_ptr<Timer> timer;
+};
+
+class LifecycleTest : public SessionTest {
+  protected:
+    std::shared_ptr<TestSession> observed(unsigned short port) {
+        auto session = makeSession(port, std::nullopt, key());
+        session->addObserver(recorder);
+        return session;
+    }
+
+    const std::shared_ptr<Recorder> recorder = std::make_shared<Recorder>();
+};
+
+} // namespace
+
+TEST(FacadeDeathTest, AnAbstractSessionOnlyCarriesItsParameters) {
+    SSHSession plain("host", 65535, "ada", std::nullopt, "~/key");
+    EXPECT_EQ(plain.host(), "host");
+    EXPECT_EQ(plain.port(), 65535);
+    EXPECT_EQ(plain.keyFilePath(), "~/key");
+    EXPECT_FALSE(plain.uuid() || plain.password() || plain.isConnected());
+    const auto report = [](const char *function, const char *line) {
+        return std::string("\\(false\\), function -\\[SSHSession ") + function +
+               "\\], file SSHSession, line " + line;
+    };
+    EXPECT_DEATH(plain.start(nullptr), report("start:", "88"));
+    EXPECT_DEATH(plain.stop(), report("stop", "95"));
+    EXPECT_DEATH(plain.execute(nullptr, nullptr), report("execute:error:", "101"));
+}
+
+TEST_F(LifecycleTest, TheEngineExpandsTheKeyPath) {
+    const auto path = [](const char *given) {
+        return *SSHSession::sessionWithHost("h", 1, "u", "p", given)->keyFilePath();
+    };
+    EXPECT_EQ(path("~/key"), home.directory.path("key"));
+    EXPECT_EQ(path("key~/x"), "key~/x");
+    EXPECT_EQ(path(""), "");
+}
+
+TEST_F(LifecycleTest, AnnouncesStagesAndConnection) {
+    const auto session = observed(server().port());
+    const Notices started = {"begin 0",
+                             "done 0",
+                             "begin 1",
+                             "done 1",
+                             "begin 2",
+                             "done 2",
+                             "begin 3",
+                             "failed 3",
+                             "begin 4",
+                             "done 4",
+                             "will isConnected 0",
+                             "did isConnected 1"};
+    session->stop();
+    EXPECT_EQ(recorder->taken(), idlePair);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_TRUE(session->start(&error)) << summary(error);
+        EXPECT_EQ(recorder->taken(), started);
+        EXPECT_TRUE(session->execute(makeCommand("true"), &error));
+        EXPECT_EQ(recorder->taken(), (Notices{"begin 5", "done 5"}));
+        session->stop();
+        EXPECT_EQ(recorder->taken(), endPair);
+        session->stop();
+        EXPECT_EQ(recorder->taken(), idlePair);
+        EXPECT_EQ(session->mSocket, 0);
+        EXPECT_FALSE(session->_session());
+    }
+    session->removeObserver(recorder);
+    session->stop();
+    EXPECT_EQ(recorder->taken(), noPair);
+}
+
+TEST_F(LifecycleTest, AFailedStartTellsOnceAndCanBeRepeated) {
+    know(Sshd().hostKey()); // another key for this host
+    const Sshd sshd;
+    sshd.authorize(key());
+    const auto session = observed(sshd.port());
+    EXPECT_FALSE(session->start(&error)); // the user refuses
+    EXPECT_EQ(error, nullptr);
+    EXPECT_EQ(recorder->taken(), (Notices{"begin 0", "done 0", "begin 1", "done 1", "begin 2",
+                                          "failed 2", "will isConnected 0", "did isConnected 0"}));
+    user->answers = {AlertAnswer::FirstButton};
+    EXPECT_TRUE(session->start(nullptr));
+}
+
+TEST_F(LifecycleTest, TheKeepaliveTimerHoldsTheSessionUntilStop) {
+    const auto loop = std::make_shared<HandLoop>();
+    SSHPlatform::install(loop, user);
+    auto session = connected();
+    EXPECT_EQ(loop->intervals, std::vector<milliseconds>{std::chrono::seconds(30)});
+    const std::weak_ptr<TestSession> watch = session;
+    SSHSession *const held = session.get();
+    session.reset();
+    EXPECT_FALSE(watch.expired());
+
+    // Due again only when the interval has passed since the one that `start` sent, so the server
+    // sees none of these; but none may fail or end the connection either.
+    loop->timer->action();
+    loop->timer->action();
+    EXPECT_TRUE(held->execute(makeCommand("true"), &error));
+    const std::function<void()> late = loop->timer->action;
+    held->stop();
+    late(); // a timer that fired just before it was cancelled finds no session
+    EXPECT_TRUE(eventually([&] { return watch.use_count() == 1; })); // `late` itself
+}
+
+TEST_F(LifecycleTest, AConnectedSessionMustNotBeStartedAgain) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_DEATH(
+        {
+            const auto session = connected();
+            session->start(nullptr);
+        },
+        "\\(!mKeepAliveTimer\\), function -\\[SSHSession_libssh2 start:\\], file "
+        "SSHSession_libssh2, line 122");
+    EXPECT_DEATH(
+        {
+            const auto session = std::make_shared<TestSession>("127.0.0.1", server().port(),
+                                                               std::nullopt, "p", std::nullopt);
+            session->start(nullptr);
+        },
+        "self.user.*_authenticate");
+}
+
+TEST_F(LifecycleTest, StopWhileTheUserIsAskedMakesStartFail) {
+    const Sshd sshd;
+    sshd.authorize(key());
+    const auto session = observed(sshd.port());
+    user->answers = {AlertAnswer::FirstButton};
+    user->whileShown = [&] { std::thread([&] { session->stop(); }).join(); };
+    EXPECT_FALSE(session->start(&error));
+    EXPECT_EQ(error->localizedFailureReason(), "The session was stopped while it was connecting.");
+    EXPECT_FALSE(session->isConnected());
+    EXPECT_EQ(contentOf(home.knownHosts()), "127.0.0.1 " + sshd.hostKey() + "\n");
+
+    user->whileShown = nullptr;
+    EXPECT_TRUE(session->start(&error)) << summary(error);
+}
+
+// Whatever stage the other thread's `stop` falls into, nothing is left over and nothing breaks.
+TEST_F(LifecycleTest, StopAtAnyMoment) {
+    const auto session = observed(server().port());
+    for (int delay = 0; delay < 24; ++delay) {
+        std::thread stopper([&] {
+            std::this_thread::sleep_for(milliseconds(2 * delay));
+            session->stop();
+        });
+        const bool started = session->start(nullptr);
+        stopper.join();
+        if (started)
+            session->stop();
+        EXPECT_FALSE(session->isConnected());
+        EXPECT_EQ(session->mSocket, 0);
+        EXPECT_EQ(session->mKeepAliveTimer, nullptr);
+    }
+    EXPECT_TRUE(session->start(&error)) << summary(error);
+}
+
+TEST_F(LifecycleTest, AMainLoopThatHasEndedRefuses) {
+    const Sshd sshd;
+    const auto loop = std::make_shared<HandLoop>();
+    loop->hasEnded = true;
+    SSHPlatform::install(loop, user);
+    EXPECT_FALSE(makeSession(sshd.port())->start(&error));
+    EXPECT_EQ(error, nullptr);
+    EXPECT_TRUE(user->shown.empty());
+}

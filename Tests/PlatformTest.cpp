@@ -1,0 +1,170 @@
+#include "Platform/Path.h"
+#include "Platform/SerialQueue.h"
+#include "Platform/Socket.h"
+#include "Platform/Text.h"
+#include "Tests/Support/Sshd.h"
+
+#include <SSHSession/ByteBuffer.h>
+#include <SSHSession/RunLoop.h>
+
+#include <gtest/gtest.h>
+
+#include <pthread.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <csignal>
+#include <latch>
+#include <random>
+#include <thread>
+
+using namespace SSHPlatform;
+using std::chrono::milliseconds;
+
+TEST(ByteBuffer, AgreesWithAStringUnderRandomUse) {
+    std::mt19937 random(1);
+    ByteBuffer buffer;
+    std::string model;
+    for (int step = 0; step < 20000; ++step) {
+        const std::string piece(random() % 5000, static_cast<char>('a' + step % 26));
+        const std::size_t removed = random() % 5200;
+        buffer.append(piece);
+        model += piece;
+        buffer.removeFromFront(removed);
+        model.erase(0, std::min(removed, model.size()));
+        ASSERT_EQ(buffer.view(), model) << "in step " << step;
+        if (step % 4000 == 0) {
+            buffer.clear();
+            model.clear();
+        }
+    }
+}
+
+TEST(SerialQueue, RunsFirstInFirstOutAndReleasesCapturesAfterwards) {
+    auto queue = std::make_shared<SerialQueue>("test");
+    std::vector<int> order;
+    std::latch blocked(1);
+    std::latch entered(1);
+    std::thread first([&] {
+        queue->sync([&] {
+            entered.count_down();
+            blocked.wait();
+            order.push_back(0);
+        });
+    });
+    entered.wait();
+    for (int i = 1; i <= 3; ++i)
+        queue->async([&order, i] { order.push_back(i); });
+    // The last reference to this one goes away on the worker, which then waits for the queue
+    // itself.
+    std::atomic<bool> released = false;
+    const auto waitsForQueue = [&](const int *value) {
+        queue->sync([] {});
+        released = true;
+        delete value;
+    };
+    queue->async([last = std::shared_ptr<int>(new int, waitsForQueue)] {});
+    queue->async([&order] { order.push_back(4); });
+    blocked.count_down();
+    queue->sync([&] { order.push_back(5); });
+    first.join();
+    EXPECT_EQ(order, (std::vector<int>{0, 1, 2, 3, 4, 5}));
+    EXPECT_TRUE(eventually([&] { return released.load(); }));
+}
+
+TEST(SerialQueueDeathTest, ReportsAQueueThatWaitsForItself) {
+    SerialQueue queue("com.example");
+    EXPECT_DEATH(queue.sync([&] { queue.sync([] {}); }),
+                 "com.example was asked to wait for itself");
+}
+
+TEST(RunLoop, ServesOtherThreadsAndForgetsACancelledTimerAtOnce) {
+    const auto &loop = RunLoop::main();
+    int fired = 0;
+    std::thread::id servedOn;
+    auto captured = std::make_shared<int>();
+    const std::weak_ptr<int> watch = captured;
+    const auto timer = loop->scheduleRepeating(
+        milliseconds(5), [&fired, captured = std::move(captured)] { ++fired; });
+    std::thread worker([&] {
+        EXPECT_FALSE(loop->isMainThread());
+        EXPECT_TRUE(eventually([&] {
+            int seen = 0;
+            loop->runAndWait([&] {
+                servedOn = std::this_thread::get_id();
+                seen = fired;
+            });
+            return seen >= 3;
+        }));
+        timer->invalidate();
+        EXPECT_TRUE(watch.expired());
+        loop->stop();
+    });
+    loop->run();
+    worker.join();
+    EXPECT_EQ(servedOn, std::this_thread::get_id());
+    const int before = fired;
+    loop->runFor(milliseconds(20));
+    EXPECT_EQ(fired, before);
+}
+
+TEST(Socket, AnswersAsSelectDoesAndSurvivesSignals) {
+    std::array<int, 2> pair{};
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, pair.data()), 0);
+    EXPECT_GT(waitForSocket(pair[0], WaitFor::Either, milliseconds(0)), 0);
+    EXPECT_EQ(waitForSocket(pair[0], WaitFor::Reading, milliseconds(0)), 0);
+    EXPECT_EQ(waitForSocket(-1, WaitFor::Nothing, milliseconds(0)), 0);
+    for (const int bad : {-1, 100000}) {
+        EXPECT_EQ(waitForSocket(bad, WaitFor::Reading, milliseconds(1000)), -1);
+        EXPECT_EQ(errno, EBADF);
+    }
+    std::signal(SIGUSR1, [](int) {});
+    const pthread_t waiter = ::pthread_self();
+    std::thread other([&] {
+        std::this_thread::sleep_for(milliseconds(20));
+        ::pthread_kill(waiter, SIGUSR1);
+        std::this_thread::sleep_for(milliseconds(20));
+        EXPECT_EQ(::write(pair[1], "x", 1), 1);
+    });
+    EXPECT_GT(waitForSocket(pair[0], WaitFor::Reading, milliseconds(10000)), 0);
+    other.join();
+    ::close(pair[0]);
+    ::close(pair[1]);
+}
+
+TEST(Path, Operations) {
+    const TemporaryHome home;
+    const std::string directory = home.directory.path();
+    EXPECT_EQ(expandingTilde("~/key"), directory + "/key");
+    EXPECT_EQ(expandingTilde("~"), directory);
+    EXPECT_EQ(expandingTilde("/a/~/b"), "/a/~/b");
+    EXPECT_EQ(expandingTilde("~root/x"), "/root/x");
+    EXPECT_EQ(expandingTilde("~no-such-user-here/x"), "~no-such-user-here/x");
+    for (const auto &[path, name] :
+         std::vector<std::pair<std::string, std::string>>{{"/a/id_dsa", "id_dsa"},
+                                                          {"/a/server.pem", "server"},
+                                                          {"a.b.c", "a.b"},
+                                                          {"/a.d/key/", "key"},
+                                                          {"/a/.hidden", ".hidden"},
+                                                          {"", ""}})
+        EXPECT_EQ(deletingPathExtension(lastPathComponent(path)), name) << path;
+    std::filesystem::create_directories(directory + "/real/deep");
+    std::filesystem::create_directory_symlink(directory + "/real/deep", directory + "/link");
+    EXPECT_EQ(standardizedPath("~//./link/../key"), directory + "/real/key");
+    EXPECT_EQ(standardizedPath("a//b/../c"), "a/b/../c");
+    EXPECT_EQ(standardizedPath("/no-such-directory/../key"), "/key");
+}
+
+TEST(Text, EncodesAndDecodes) {
+    for (const auto &[bytes, text] :
+         std::vector<std::pair<std::string, std::string>>{{"", ""},
+                                                          {"f", "Zg=="},
+                                                          {"fo", "Zm8="},
+                                                          {"foo", "Zm9v"},
+                                                          {"\xff\xfe\xfd\xfc", "//79/A=="}})
+        EXPECT_EQ(base64(bytes), text);
+    EXPECT_EQ(decodedUTF8("caf\xc3\xa9"), "café");
+    EXPECT_EQ(decodedUTF8("a\xffz"), "a\uFFFDz");
+}

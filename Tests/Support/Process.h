@@ -1,0 +1,50 @@
+// Child processes that do not outlive their object.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <vector>
+
+struct Outcome {
+    int status = 0; // as a shell gives it: 128 + the signal's number for a death by signal
+    std::string output;
+    std::string errorOutput;
+};
+
+// Runs a program to its end, with `input` on its standard input.
+Outcome runProcess(const std::vector<std::string> &arguments, const std::string &input = "");
+
+// The same, and an exception with the program's standard error unless its status is 0.
+std::string require(const std::vector<std::string> &arguments);
+
+// A program in the background, killed in the end.
+class Process {
+  public:
+    // Standard output and error go to `logFile`.
+    Process(const std::vector<std::string> &arguments, const std::string &logFile);
+    Process(const Process &) = delete;
+    Process &operator=(const Process &) = delete;
+    ~Process();
+
+    pid_t id() const { return mId; }
+    bool isRunning();
+
+  private:
+    pid_t mId = -1;
+    bool mHasEnded = false;
+};
+
+// Polls until `condition` holds; answers false when it still does not at the deadline.
+bool eventually(const std::function<bool()> &condition,
+                std::chrono::milliseconds timeout = std::chrono::seconds(10));
+
+// A TCP port on loopback that nobody uses at this moment.
+unsigned short freePort();
+
+// Whether something on loopback accepts connections there.
+bool accepts(unsigned short port);
+
+bool isRoot();

@@ -1,0 +1,98 @@
+#include "Tests/Support/SessionTest.h"
+
+#include <SSHSession/RunLoop.h>
+
+#include <fmt/format.h>
+
+#include <fstream>
+#include <iostream>
+#include <iterator>
+
+namespace {
+
+std::size_t openDescriptors() {
+    const std::filesystem::directory_iterator entries("/dev/fd");
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+}
+
+} // namespace
+
+SessionTest::SessionTest() {
+    // Its first timer makes the run loop open descriptors of its own, for the life of the process.
+    SSHPlatform::RunLoop::main()->scheduleRepeating(std::chrono::hours(1), [] {})->invalidate();
+    mDescriptors = openDescriptors();
+    SSHPlatform::install(nullptr, user);
+    SSHPlatform::setLogSink([this](const std::string &line) { log.push_back(line); });
+}
+
+SessionTest::~SessionTest() {
+    SSHPlatform::install(nullptr, nullptr);
+    SSHPlatform::setLogSink(nullptr);
+}
+
+void SessionTest::TearDown() {
+    for (const auto &weak : mSessions)
+        if (const auto session = weak.lock())
+            session->stop();
+    EXPECT_TRUE(eventually([&] { return openDescriptors() <= mDescriptors; }))
+        << "descriptors are left open";
+    if (HasFailure() && mServer)
+        std::cerr << "--- sshd's log:\n" << mServer->log();
+}
+
+std::shared_ptr<TestSession> SessionTest::makeSession(unsigned short port,
+                                                      std::optional<std::string> password,
+                                                      std::optional<std::string> key) {
+    return makeSession(currentUser(), port, std::move(password), std::move(key));
+}
+
+std::shared_ptr<TestSession> SessionTest::makeSession(const std::string &name, unsigned short port,
+                                                      std::optional<std::string> password,
+                                                      std::optional<std::string> key) {
+    auto session =
+        std::make_shared<TestSession>("127.0.0.1", port, name, std::move(password), std::move(key));
+    mSessions.push_back(session);
+    return session;
+}
+
+Sshd &SessionTest::server() {
+    if (!mServer) {
+        mServer = std::make_unique<Sshd>();
+        mServer->authorize(key());
+        know(mServer->hostKey());
+    }
+    return *mServer;
+}
+
+const std::string &SessionTest::key() {
+    if (mKey.empty()) {
+        mKey = home.directory.path("client");
+        makeKey(mKey, "ed25519");
+    }
+    return mKey;
+}
+
+std::shared_ptr<TestSession> SessionTest::connected() {
+    auto session = makeSession(server().port(), std::nullopt, key());
+    EXPECT_TRUE(session->start(&error)) << summary(error);
+    return session;
+}
+
+void SessionTest::know(const std::string &hostKey, const std::string &name) {
+    std::ofstream(home.knownHosts(), std::ios::app) << name << ' ' << hostKey << '\n';
+}
+
+std::shared_ptr<SSHCommand> makeCommand(const std::string &text) {
+    auto command = std::make_shared<SSHCommand>();
+    command->setCommand(text);
+    return command;
+}
+
+std::string summary(const SSHErrorRef &error) {
+    if (!error)
+        return "no error";
+    return fmt::format("{} {} | {} | {} | {}", error->domain(), error->code(),
+                       error->localizedDescription().value_or("-"),
+                       error->localizedFailureReason().value_or("-"),
+                       error->localizedRecoverySuggestion().value_or("-"));
+}

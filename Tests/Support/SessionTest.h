@@ -1,0 +1,64 @@
+// The ground of every test that makes a session: an empty home, a scripted user, a captured log,
+// and a check that nothing is left behind.
+#pragma once
+
+#include "Session/SSHSession_libssh2.h"
+#include "Tests/Support/FakePresenter.h"
+#include "Tests/Support/Sshd.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+// An engine whose inner state tests may look at.
+class TestSession final : public SSHSession_libssh2 {
+  public:
+    using SSHSession_libssh2::_session;
+    using SSHSession_libssh2::mAgent;
+    using SSHSession_libssh2::mKeepAliveTimer;
+    using SSHSession_libssh2::mSessionQueue;
+    using SSHSession_libssh2::mSocket;
+    using SSHSession_libssh2::SSHSession_libssh2;
+};
+
+class SessionTest : public testing::Test {
+  protected:
+    SessionTest();
+    ~SessionTest() override;
+    void TearDown() override;
+
+    // A session for the current user on loopback.
+    std::shared_ptr<TestSession> makeSession(unsigned short port,
+                                             std::optional<std::string> password = std::nullopt,
+                                             std::optional<std::string> key = std::nullopt);
+    std::shared_ptr<TestSession> makeSession(const std::string &user, unsigned short port,
+                                             std::optional<std::string> password = std::nullopt,
+                                             std::optional<std::string> key = std::nullopt);
+
+    // A server whose host key is known already and that lets `key` in.
+    Sshd &server();
+    const std::string &key();
+    // Connected to that server.
+    std::shared_ptr<TestSession> connected();
+
+    void know(const std::string &hostKey, const std::string &name = "127.0.0.1");
+
+    TemporaryHome home;
+    const std::shared_ptr<FakePresenter> user = std::make_shared<FakePresenter>();
+    std::vector<std::string> log;
+    SSHErrorRef error;
+
+  private:
+    std::unique_ptr<Sshd> mServer;
+    std::string mKey;
+    std::vector<std::weak_ptr<TestSession>> mSessions;
+    std::size_t mDescriptors = 0;
+};
+
+std::shared_ptr<SSHCommand> makeCommand(const std::string &text);
+
+// Domain, code, description, reason and suggestion in one text, for comparison in one step.
+std::string summary(const SSHErrorRef &error);

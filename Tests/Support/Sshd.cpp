@@ -1,0 +1,103 @@
+#include "Tests/Support/Sshd.h"
+
+#include <fmt/format.h>
+
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <stdexcept>
+
+namespace {
+
+constexpr const char *configuration = R"(Port {port}
+ListenAddress 127.0.0.1
+AuthorizedKeysFile {directory}/authorized_keys
+PidFile none
+StrictModes no
+UsePAM no
+PermitRootLogin yes
+PasswordAuthentication no
+KbdInteractiveAuthentication no
+MaxAuthTries 20
+LogLevel VERBOSE
+)";
+
+std::optional<std::string> environment(const char *name) {
+    const char *value = std::getenv(name);
+    return value ? std::optional<std::string>(value) : std::nullopt;
+}
+
+void setEnvironment(const char *name, const std::optional<std::string> &value) {
+    if (value)
+        ::setenv(name, value->c_str(), 1);
+    else
+        ::unsetenv(name);
+}
+
+} // namespace
+
+std::string currentUser() {
+    return ::getpwuid(::getuid())->pw_name;
+}
+
+TemporaryHome::TemporaryHome()
+    : mHome(environment("HOME")), mAgentSocket(environment("SSH_AUTH_SOCK")) {
+    std::filesystem::create_directory(directory.path(".ssh"));
+    setEnvironment("HOME", directory.path());
+    setEnvironment("SSH_AUTH_SOCK", std::nullopt);
+}
+
+TemporaryHome::~TemporaryHome() {
+    setEnvironment("HOME", mHome);
+    setEnvironment("SSH_AUTH_SOCK", mAgentSocket);
+}
+
+void makeKey(const std::string &path, const std::string &type, const std::string &passphrase) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    require({"ssh-keygen", "-q", "-t", type, "-N", passphrase, "-C", "", "-f", path});
+}
+
+Sshd::Sshd(const std::vector<std::string> &hostKeyTypes, const std::string &settings)
+    : mPort(freePort()) {
+    if (isRoot())
+        ::mkdir("/run/sshd", 0755); // sshd as root insists on it
+    std::string text = fmt::format(fmt::runtime(configuration), fmt::arg("port", mPort),
+                                   fmt::arg("directory", mDirectory.path()));
+    for (const std::string &type : hostKeyTypes) {
+        makeKey(mDirectory.path("host_" + type), type);
+        text += fmt::format("HostKey {}\n", mDirectory.path("host_" + type));
+    }
+    const std::string file = mDirectory.write("sshd_config", text + settings);
+    mProcess = std::make_unique<Process>(
+        std::vector<std::string>{"/usr/sbin/sshd", "-D", "-e", "-f", file}, mDirectory.path("log"));
+    if (!eventually([this] { return !mProcess->isRunning() || accepts(mPort); }) ||
+        !mProcess->isRunning())
+        throw std::runtime_error("sshd does not start: " + log());
+}
+
+void Sshd::authorize(const std::string &path) const {
+    std::ofstream(mDirectory.path("authorized_keys"), std::ios::app) << contentOf(path + ".pub");
+}
+
+std::string Sshd::hostKey(const std::string &type) const {
+    const std::string line = contentOf(mDirectory.path("host_" + type + ".pub"));
+    return line.substr(0, line.find_first_of(" \n", line.find(' ') + 1));
+}
+
+SshAgent::SshAgent(const std::vector<std::string> &paths) {
+    const std::string socket = mDirectory.path("socket");
+    mProcess = std::make_unique<Process>(std::vector<std::string>{"ssh-agent", "-D", "-a", socket},
+                                         mDirectory.path("log"));
+    if (!eventually([&] { return std::filesystem::exists(socket); }))
+        throw std::runtime_error("ssh-agent does not start: " + contentOf(mDirectory.path("log")));
+    setEnvironment("SSH_AUTH_SOCK", socket);
+    for (const std::string &path : paths)
+        require({"ssh-add", "-q", path});
+}
+
+SshAgent::~SshAgent() {
+    setEnvironment("SSH_AUTH_SOCK", std::nullopt);
+}

@@ -1,0 +1,66 @@
+// A real OpenSSH server on loopback, with throwaway keys, and a home directory for its client.
+#pragma once
+
+#include "Tests/Support/Process.h"
+#include "Tests/Support/TemporaryDirectory.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+// The user who runs the tests.
+std::string currentUser();
+
+// Makes HOME a new empty directory, with an empty .ssh, and hides any running agent. Puts both
+// back.
+class TemporaryHome {
+  public:
+    TemporaryHome();
+    TemporaryHome(const TemporaryHome &) = delete;
+    TemporaryHome &operator=(const TemporaryHome &) = delete;
+    ~TemporaryHome();
+
+    const TemporaryDirectory directory;
+    std::string knownHosts() const { return directory.path(".ssh/known_hosts"); }
+
+  private:
+    std::optional<std::string> mHome;
+    std::optional<std::string> mAgentSocket;
+};
+
+// Makes the key pair `path` and `path`.pub.
+void makeKey(const std::string &path, const std::string &type, const std::string &passphrase = "");
+
+class Sshd {
+  public:
+    // `hostKeyTypes` as ssh-keygen names them; `settings` are further lines for its configuration.
+    // Ready for connections when the constructor returns.
+    explicit Sshd(const std::vector<std::string> &hostKeyTypes = {"ecdsa"},
+                  const std::string &settings = "");
+
+    unsigned short port() const { return mPort; }
+    // Lets the current user in with the key pair at `path`, together with those before.
+    void authorize(const std::string &path) const;
+    // "algorithm base64", as it stands in a known-hosts file.
+    std::string hostKey(const std::string &type = "ecdsa") const;
+    std::string log() const { return contentOf(mDirectory.path("log")); }
+
+  private:
+    TemporaryDirectory mDirectory;
+    unsigned short mPort;
+    std::unique_ptr<Process> mProcess;
+};
+
+// A running ssh-agent, named by SSH_AUTH_SOCK, with the private keys at `paths` in that order.
+class SshAgent {
+  public:
+    explicit SshAgent(const std::vector<std::string> &paths = {});
+    SshAgent(const SshAgent &) = delete;
+    SshAgent &operator=(const SshAgent &) = delete;
+    ~SshAgent();
+
+  private:
+    TemporaryDirectory mDirectory;
+    std::unique_ptr<Process> mProcess;
+};
