@@ -1,0 +1,56 @@
+#include "ExitStatus.h"
+
+#include "Output.h"
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+
+namespace {
+
+constexpr std::string_view noSignal = "(null)";
+constexpr int signalBase = 128;
+
+struct Signal {
+    std::string_view name;
+    int number;
+};
+
+// Those that RFC 4254, section 6.10, names, then the others that every POSIX system has.
+constexpr std::array signals = {
+    Signal{"ABRT", SIGABRT},     Signal{"ALRM", SIGALRM}, Signal{"FPE", SIGFPE},
+    Signal{"HUP", SIGHUP},       Signal{"ILL", SIGILL},   Signal{"INT", SIGINT},
+    Signal{"KILL", SIGKILL},     Signal{"PIPE", SIGPIPE}, Signal{"QUIT", SIGQUIT},
+    Signal{"SEGV", SIGSEGV},     Signal{"TERM", SIGTERM}, Signal{"USR1", SIGUSR1},
+    Signal{"USR2", SIGUSR2},     Signal{"BUS", SIGBUS},   Signal{"CHLD", SIGCHLD},
+    Signal{"CONT", SIGCONT},     Signal{"PROF", SIGPROF}, Signal{"STOP", SIGSTOP},
+    Signal{"SYS", SIGSYS},       Signal{"TRAP", SIGTRAP}, Signal{"TSTP", SIGTSTP},
+    Signal{"TTIN", SIGTTIN},     Signal{"TTOU", SIGTTOU}, Signal{"URG", SIGURG},
+    Signal{"VTALRM", SIGVTALRM}, Signal{"XCPU", SIGXCPU}, Signal{"XFSZ", SIGXFSZ},
+};
+
+} // namespace
+
+std::optional<std::string> exitSignalOf(const SSHCommand &command) {
+    const SSHStringRef name = command.exitSignal();
+    return name && *name != noSignal ? std::optional(*name) : std::nullopt;
+}
+
+std::optional<int> signalNumber(std::string_view name) {
+    name = name.substr(0, name.find('@'));
+    const auto *const found = std::find_if(
+        signals.begin(), signals.end(), [&](const Signal &signal) { return signal.name == name; });
+    return found == signals.end() ? std::nullopt : std::optional(found->number);
+}
+
+int exitStatusOf(const SSHCommand &command) {
+    if (const auto signal = exitSignalOf(command)) {
+        if (const auto number = signalNumber(*signal))
+            return signalBase + *number;
+        tell("The command was ended by the signal \"" + *signal +
+             "\", which has no number on this system.");
+        return failedStatus;
+    }
+    const std::int32_t status = command.exitStatus();
+    return status >= 0 && status <= failedStatus ? status : failedStatus;
+}

@@ -1,0 +1,65 @@
+#include "Report.h"
+
+#include "Base64.h"
+#include "ExitStatus.h"
+#include "Output.h"
+
+#include <nlohmann/json.hpp>
+#include <utf8.h>
+
+#include <cmath>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+// Bytes that are no text lose something in the text; the whole of them then stands beside it.
+void addStream(Json &object, const std::string &name, std::string_view bytes) {
+    object[name] = std::string(bytes);
+    if (!utf8::is_valid(bytes.begin(), bytes.end()))
+        object[name + "Base64"] = base64(bytes);
+}
+
+void addResult(Json &object, const SSHCommand &command) {
+    addStream(object, "stdout", command.stdoutData()->view());
+    addStream(object, "stderr", command.stderrData()->view());
+    object["exitStatus"] = command.exitStatus();
+    const auto signal = exitSignalOf(command);
+    object["exitSignal"] = signal ? Json(*signal) : Json(nullptr);
+}
+
+Json asJson(const SSHError &error) {
+    Json object = {{"domain", error.domain()}, {"code", error.code()}};
+    const auto add = [&](const char *name, const std::optional<std::string> &text) {
+        if (text)
+            object[name] = *text;
+    };
+    add("description", error.localizedDescription());
+    add("reason", error.localizedFailureReason());
+    add("recoverySuggestion", error.localizedRecoverySuggestion());
+    return object;
+}
+
+Json asJson(const StageClock::Timings &timings) {
+    constexpr double thousand = 1000;
+    Json object = Json::object();
+    for (const auto &[stage, time] : timings)
+        object[stage] = std::round(time.count() * thousand) / thousand;
+    return object;
+}
+
+} // namespace
+
+int reportAsJson(const Outcome &outcome, const StageClock::Timings &timings) {
+    Json object = Json::object();
+    if (outcome.error)
+        object["error"] = asJson(*outcome.error);
+    else
+        addResult(object, outcome.command);
+    object["timings"] = asJson(timings);
+    writeOutput(object.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
+    return outcome.error ? failedStatus : exitStatusOf(outcome.command);
+}

@@ -1,0 +1,149 @@
+#include "Options.h"
+
+#include "Failure.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <memory>
+#include <utility>
+
+namespace {
+
+constexpr const char *description =
+    "Runs a command on another computer over SSH and hands through its output and exit status.\n";
+
+constexpr const char *footer =
+    R"(FILE is a file's name, "-" for standard input (in one option at most) or, for a password, "prompt"
+to be asked on the terminal. Passwords are never taken from the command line. One line end at the
+end of a password file does not count.
+
+Exit status: the command's; 128 + the signal's number when a signal ended the command; 255 when the
+session failed or the command line made no sense.
+
+Examples:
+  sshsession db.example.com uptime
+  sshsession -p 2222 --password-from prompt ada@db.example.com 'ls /var/log'
+  sshsession --stdin dump.sql ada@db.example.com psql shop
+  sshsession --admin-password-from prompt ada@db.example.com systemctl restart postgresql)";
+
+class HelpFormatter final : public CLI::Formatter {
+  public:
+    HelpFormatter() {
+        column_width(32);
+        label("TEXT", "FILE");
+    }
+
+    // The host and the command are no options, so the library does not know of them.
+    std::string make_usage(const CLI::App * /*app*/, std::string name) const override {
+        return "Usage: " + name + " [OPTION]... [USER@]HOST COMMAND...\n\n";
+    }
+
+    // Without the line that the library leaves empty in front of each group, besides the one
+    // behind.
+    std::string make_group(std::string group, bool isPositional,
+                           std::vector<const CLI::Option *> options) const override {
+        return Formatter::make_group(std::move(group), isPositional, std::move(options)).substr(1);
+    }
+};
+
+void declareOptions(CLI::App &app, Options &options) {
+    app.add_option("-p", options.port, "The server's port, 22 by default")
+        ->check(CLI::Range(1, 65535).description(""))
+        ->type_name("PORT")
+        ->group("Connection");
+    app.add_option("-i", options.keyFile, "A private key, tried before those in ~/.ssh")
+        ->type_name("KEYFILE")
+        ->group("Connection");
+    app.add_option("--password-from", options.passwordFrom, "Where the user's password comes from")
+        ->group("Connection");
+    app.add_option("--admin-password-from", options.adminPasswordFrom,
+                   "Run the command as root through sudo, with this password")
+        ->group("Command");
+    app.add_option("--stdin", options.standardInputFrom,
+                   "What the command reads on its standard input; without\n"
+                   "this option no end-of-file is sent, and it may wait for ever")
+        ->group("Command");
+    app.add_flag("--json", options.asJson,
+                 "Print one JSON object with output, status or error, and timings")
+        ->group("Report");
+    app.add_flag("-v", options.isVerbose, "Tell each stage on standard error as it happens")
+        ->group("Report");
+    app.set_help_flag("--help", "Print this help")->group("Report");
+    app.set_version_flag("--version", "sshsession " SSHSESSION_VERSION, "Print the version")
+        ->group("Report");
+}
+
+[[noreturn]] void refuse(const std::string &text) {
+    throw Failure(text + " See \"sshsession --help\".");
+}
+
+void requireAtMostOneDash(const Options &options) {
+    const std::array sources = {options.passwordFrom, options.adminPasswordFrom,
+                                options.standardInputFrom};
+    if (std::count(sources.begin(), sources.end(), "-") > 1)
+        refuse("Only one option can read standard input (\"-\").");
+}
+
+// As ssh(1) does, the last "@" is the one that counts: a user's name may hold others.
+void setDestination(const std::string &destination, Options &options) {
+    const std::size_t at = destination.rfind('@');
+    if (at != std::string::npos)
+        options.user = destination.substr(0, at);
+    options.host = at == std::string::npos ? destination : destination.substr(at + 1);
+    if (options.host.empty() || (options.user && options.user->empty()))
+        refuse("\"" + destination + "\" is not of the form [USER@]HOST.");
+}
+
+std::string joined(std::vector<std::string>::const_iterator begin,
+                   std::vector<std::string>::const_iterator end) {
+    std::string text = *begin;
+    while (++begin != end)
+        text += ' ' + *begin;
+    return text;
+}
+
+// `words` is all that is left after the options: the destination, then the command.
+void setPositionals(const std::vector<std::string> &words, Options &options) {
+    auto word = words.begin();
+    const auto skipMark = [&] {
+        if (word != words.end() && *word == "--")
+            ++word;
+    };
+    skipMark();
+    if (word == words.end())
+        refuse("There is no host to connect to.");
+    if (word->starts_with('-'))
+        refuse("There is no option \"" + *word + "\".");
+    setDestination(*word, options);
+    ++word;
+    skipMark();
+    if (word == words.end())
+        refuse("There is no command to run on " + options.host + ".");
+    options.command = joined(word, words.end());
+}
+
+} // namespace
+
+std::variant<Options, Notice> parseOptions(const std::vector<std::string> &arguments) {
+    Options options;
+    CLI::App app(description, "sshsession");
+    app.formatter(std::make_shared<HelpFormatter>());
+    app.footer(footer);
+    app.prefix_command(); // what follows the host belongs to the command
+    declareOptions(app, options);
+    try {
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+        setPositionals(app.remaining(), options);
+        requireAtMostOneDash(options);
+    } catch (const CLI::CallForHelp &) {
+        return Notice{app.help()};
+    } catch (const CLI::CallForVersion &version) {
+        return Notice{std::string(version.what()) + "\n"};
+    } catch (const CLI::ParseError &error) {
+        refuse(std::string(error.what()) + ".");
+    }
+    return options;
+}

@@ -1,0 +1,72 @@
+#include "Output.h"
+
+#include "Failure.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <string>
+#include <system_error>
+
+namespace {
+
+// Answers 0 or an errno value. Whoever shares the stream may have made it non-blocking.
+int writeAll(int descriptor, std::string_view bytes) {
+    while (!bytes.empty()) {
+        const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
+        if (written >= 0) {
+            bytes.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno == EAGAIN) {
+            pollfd writable = {descriptor, POLLOUT, 0};
+            ::poll(&writable, 1, -1);
+        } else if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+void require(int number, const std::string &stream) {
+    if (number != 0)
+        throw Failure("Could not write to standard " + stream + ": " +
+                      std::generic_category().message(number) + ".");
+}
+
+std::string masked(std::string_view text) {
+    std::string result(text);
+    for (char &byte : result)
+        if (byte != '\n' && byte != '\t' && std::iscntrl(static_cast<unsigned char>(byte)) != 0)
+            byte = '?';
+    return result;
+}
+
+} // namespace
+
+void reserveStandardStreams() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+        if (::fcntl(descriptor, F_GETFD) == -1)
+            ::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+}
+
+void writeOutput(std::string_view bytes) {
+    require(writeAll(STDOUT_FILENO, bytes), "output");
+}
+
+void writeErrorOutput(std::string_view bytes) {
+    require(writeAll(STDERR_FILENO, bytes), "error");
+}
+
+void finishOutput() {
+    require(::close(STDOUT_FILENO) == 0 ? 0 : errno, "output");
+}
+
+void tellLine(std::string_view text) noexcept {
+    writeAll(STDERR_FILENO, masked(text) + "\n");
+}
+
+void tell(std::string_view text) noexcept {
+    tellLine("sshsession: " + std::string(text));
+}

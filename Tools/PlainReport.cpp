@@ -1,0 +1,30 @@
+#include "Report.h"
+
+#include "ExitStatus.h"
+#include "Output.h"
+
+#include <optional>
+#include <string>
+
+namespace {
+
+void tellError(const SSHError &error) {
+    const auto reason = error.localizedFailureReason();
+    const auto suggestion = error.localizedRecoverySuggestion();
+    for (const auto &line :
+         {error.localizedDescription(), reason, suggestion == reason ? std::nullopt : suggestion})
+        if (line && !line->empty())
+            tellLine(*line);
+}
+
+} // namespace
+
+int reportPlainly(const Outcome &outcome) {
+    if (outcome.error) {
+        tellError(*outcome.error);
+        return failedStatus;
+    }
+    writeOutput(outcome.command.stdoutData()->view());
+    writeErrorOutput(outcome.command.stderrData()->view());
+    return exitStatusOf(outcome.command);
+}

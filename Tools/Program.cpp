@@ -1,0 +1,113 @@
+#include "Program.h"
+
+#include "ExitStatus.h"
+#include "Failure.h"
+#include "Inputs.h"
+#include "Options.h"
+#include "Output.h"
+#include "Report.h"
+#include "StageClock.h"
+
+#include <SSHSession/SSHSession.h>
+#include <SSHSession/TerminalPrompts.h>
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <memory>
+#include <optional>
+#include <variant>
+
+namespace {
+
+class DisconnectTeller final : public SSHSessionDelegate {
+  public:
+    void sshSessionDisconnected(SSHSession & /*session*/,
+                                const SSHErrorRef &error) noexcept override {
+        tell(error ? "The server ended the connection: " + error->text()
+                   : "The server ended the connection.");
+    }
+};
+
+std::string currentUser() {
+    const passwd *const entry = ::getpwuid(::getuid());
+    if (!entry)
+        throw Failure("The current user has no name in the user database. Write USER@HOST.");
+    return entry->pw_name;
+}
+
+std::shared_ptr<SSHSession> makeSession(const Options &options, const std::string &user,
+                                        const Secret &password) {
+    return SSHSession::sessionWithHost(options.host, options.port, user,
+                                       password ? std::optional(*password) : std::nullopt,
+                                       options.keyFile);
+}
+
+std::shared_ptr<SSHCommand> makeCommand(const Options &options, const Inputs &inputs) {
+    auto command = std::make_shared<SSHCommand>();
+    command->setCommand(options.command);
+    command->setAdminPassword(inputs.adminPassword);
+    command->setStdinData(inputs.standardInput);
+    return command;
+}
+
+// A start that fails without an error is one that the user did not want.
+SSHErrorRef declinedError() {
+    return std::make_shared<SSHError>(
+        "sshsession", 0,
+        SSHError::UserInfo{
+            {SSHError::NSLocalizedDescriptionKey, "The server's host key was not accepted."},
+            {SSHError::NSLocalizedFailureReasonErrorKey,
+             "The question was answered with no, or there is no terminal to ask on."}});
+}
+
+// Answers null when the command has run.
+SSHErrorRef runSession(SSHSession &session, const std::shared_ptr<SSHCommand> &command) {
+    SSHErrorRef error;
+    if (!session.start(&error))
+        return error ? error : declinedError();
+    if (!session.execute(command, &error))
+        return error;
+    session.stop();
+    return nullptr;
+}
+
+int runCommand(const Options &options) {
+    const std::string user = options.user ? *options.user : currentUser();
+    const Inputs inputs = readInputs(options, user);
+    SSHPlatform::install(nullptr, SSHPlatform::terminalAlertPresenter());
+    if (options.isVerbose)
+        SSHPlatform::setLogSink([](const std::string &message) { tell(message); });
+
+    DisconnectTeller delegate;
+    const auto clock = std::make_shared<StageClock>(options.isVerbose);
+    const auto session = makeSession(options, user, inputs.password);
+    session->setDelegate(&delegate);
+    session->addObserver(clock);
+    const auto command = makeCommand(options, inputs);
+    const Outcome outcome = {*command, runSession(*session, command)};
+    return options.asJson ? reportAsJson(outcome, clock->timings()) : reportPlainly(outcome);
+}
+
+int print(const Notice &notice) {
+    writeOutput(notice.text);
+    return 0;
+}
+
+} // namespace
+
+int runProgram(const std::vector<std::string> &arguments) noexcept {
+    std::signal(SIGPIPE, SIG_IGN); // a reader that went away is an error like any other
+    reserveStandardStreams();
+    try {
+        const auto wanted = parseOptions(arguments);
+        const auto *const options = std::get_if<Options>(&wanted);
+        const int status = options ? runCommand(*options) : print(std::get<Notice>(wanted));
+        finishOutput();
+        return status;
+    } catch (const Failure &failure) {
+        tell(failure.what());
+        return failedStatus;
+    }
+}

@@ -1,0 +1,17 @@
+// Hands what came of a session to the user, in one of two forms, and answers the exit status.
+#pragma once
+
+#include "StageClock.h"
+
+#include <SSHSession/SSHCommand.h>
+#include <SSHSession/SSHError.h>
+
+// With an error, the command has no outputs.
+struct Outcome {
+    const SSHCommand &command;
+    SSHErrorRef error;
+};
+
+// Both throw Failure when the outputs cannot be written.
+int reportPlainly(const Outcome &outcome);
+int reportAsJson(const Outcome &outcome, const StageClock::Timings &timings);
