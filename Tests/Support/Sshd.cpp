@@ -23,6 +23,7 @@ PasswordAuthentication no
 KbdInteractiveAuthentication no
 MaxAuthTries 20
 LogLevel VERBOSE
+SetEnv HOME={directory}
 )";
 
 std::optional<std::string> environment(const char *name) {

@@ -1,0 +1,138 @@
+// What one command costs on a warm session over loopback, the server's own fork included, beside
+// the same loop on bare libssh2; and how fast data goes through.
+#include "Bench/BareCommand.h"
+#include "Tests/Support/Sshd.h"
+
+#include <SSHSession/SSHSession.h>
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <memory>
+#include <stdexcept>
+#include <vector>
+
+namespace {
+
+// The mean that the framework reports hides the tail, so the quantiles are counted here.
+class Latencies {
+  public:
+    template <typename Work>
+    void measure(Work work) {
+        const auto begin = std::chrono::steady_clock::now();
+        work();
+        mMilliseconds.push_back(
+            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - begin)
+                .count());
+    }
+
+    void report(benchmark::State &state) {
+        std::sort(mMilliseconds.begin(), mMilliseconds.end());
+        state.counters["p50_ms"] = quantile(0.5);
+        state.counters["p99_ms"] = quantile(0.99);
+    }
+
+  private:
+    double quantile(double part) const {
+        return mMilliseconds[static_cast<std::size_t>(
+            part * static_cast<double>(mMilliseconds.size() - 1))];
+    }
+
+    std::vector<double> mMilliseconds;
+};
+
+struct Ground {
+    Ground() {
+        makeKey(key, "ed25519");
+        sshd.authorize(key);
+        std::ofstream(home.knownHosts()) << "127.0.0.1 " << sshd.hostKey() << '\n';
+    }
+
+    TemporaryHome home;
+    const std::string key = home.directory.path("client");
+    Sshd sshd;
+};
+
+Ground *ground = nullptr;
+
+std::shared_ptr<SSHSession> connected() {
+    auto session = SSHSession::sessionWithHost("127.0.0.1", ground->sshd.port(), currentUser(),
+                                               std::nullopt, ground->key);
+    SSHErrorRef error;
+    if (!session->start(&error))
+        throw std::runtime_error(error ? error->text() : "refused");
+    return session;
+}
+
+void require(bool succeeded) {
+    if (!succeeded)
+        throw std::runtime_error("a command failed");
+}
+
+bool run(SSHSession &session, const std::string &text, const SSHDataRef &input = nullptr) {
+    auto command = std::make_shared<SSHCommand>();
+    command->setCommand(text);
+    command->setStdinData(input);
+    return session.execute(command, nullptr) && command->exitStatus() == 0;
+}
+
+void executeTrue(benchmark::State &state) {
+    const auto session = connected();
+    Latencies latencies;
+    for ([[maybe_unused]] auto _ : state)
+        latencies.measure([&] { require(run(*session, "true")); });
+    latencies.report(state);
+    session->stop();
+}
+
+void bareTrue(benchmark::State &state) {
+    BareConnection connection(ground->sshd.port(), currentUser(), ground->key);
+    Latencies latencies;
+    for ([[maybe_unused]] auto _ : state)
+        latencies.measure([&] { require(connection.run("true") == 0); });
+    latencies.report(state);
+}
+
+void startAndStop(benchmark::State &state) {
+    Latencies latencies;
+    for ([[maybe_unused]] auto _ : state)
+        latencies.measure([] { connected()->stop(); });
+    latencies.report(state);
+}
+
+constexpr std::int64_t transferSize = 100 << 20;
+
+void receive100MiB(benchmark::State &state) {
+    const auto session = connected();
+    for ([[maybe_unused]] auto _ : state)
+        require(run(*session, "head -c " + std::to_string(transferSize) + " /dev/urandom"));
+    state.SetBytesProcessed(state.iterations() * transferSize);
+    session->stop();
+}
+
+void send100MiB(benchmark::State &state) {
+    const auto session = connected();
+    const auto input =
+        std::make_shared<const SSHPlatform::ByteBuffer>(std::string(transferSize, 'x'));
+    for ([[maybe_unused]] auto _ : state)
+        require(run(*session, "cat > /dev/null", input));
+    state.SetBytesProcessed(state.iterations() * transferSize);
+    session->stop();
+}
+
+} // namespace
+
+BENCHMARK(executeTrue)->Iterations(1000)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(bareTrue)->Iterations(1000)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(startAndStop)->Iterations(100)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(receive100MiB)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(send100MiB)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+int main(int argc, char **argv) {
+    Ground throwaway;
+    ground = &throwaway;
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+}
