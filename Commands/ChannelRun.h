@@ -9,6 +9,7 @@
 
 struct ChannelRun {
     LIBSSH2_CHANNEL *channel = nullptr; // freed after success, else with the whole session
+    bool hasInput = false;              // whether the record has any, as found at the start
     SSHPlatform::ByteBuffer input;      // still to be sent to the command's standard input
     std::shared_ptr<SSHPlatform::ByteBuffer> output = std::make_shared<SSHPlatform::ByteBuffer>();
     std::shared_ptr<SSHPlatform::ByteBuffer> errorOutput =

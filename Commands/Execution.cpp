@@ -66,6 +66,7 @@ bool SSHSession_libssh2::_execute(const std::shared_ptr<SSHCommand> &command, SS
         text = sudoCommand(text);
 
     ChannelRun run;
+    run.hasInput = !bytesOf(command->stdinData()).empty();
     if (!_openChannel(session, run, error) || !_startCommand(text, run, error))
         return false;
     if (adminPassword && !_runSudoPhase(session, *adminPassword, run, error))
@@ -143,17 +144,16 @@ bool SSHSession_libssh2::_runSudoPhase(LIBSSH2_SESSION *session, const std::stri
 
 bool SSHSession_libssh2::_drain(LIBSSH2_SESSION *session, const SSHCommand &command,
                                 ChannelRun &run, SSHErrorRef *error) {
-    const bool hasInput = !bytesOf(command.stdinData()).empty();
     bool inputQueued = false;
     do {
         if (!_pump(session, run, error))
             return false;
-        if (hasInput && !inputQueued) {
+        if (run.hasInput && !inputQueued) {
             const SSHDataRef data = command.stdinData();
             run.input.append(bytesOf(data));
             inputQueued = true;
         }
-        if (hasInput && run.input.empty())
+        if (run.hasInput && run.input.empty())
             libssh2_channel_send_eof(run.channel);
     } while ((run.keepReading || run.keepWriting) && !serverHasClosed(run.channel));
     return true;

@@ -1,6 +1,6 @@
 #include "Platform/Terminal/TerminalNib.h"
 
-#include <cstring>
+#include "Platform/Terminal/Secret.h"
 
 namespace SSHPlatform {
 
@@ -10,7 +10,7 @@ void TerminalTextField::setStringValue(const std::string &value) {
 }
 
 void TerminalTextField::forget() {
-    ::explicit_bzero(mValue.data(), mValue.size());
+    wipe(mValue.data(), mValue.size());
     mValue.clear();
 }
 

@@ -2,6 +2,7 @@
 
 #include <SSHSession/Platform.h>
 
+#include "Platform/Terminal/Secret.h"
 #include "Platform/Terminal/TerminalNib.h"
 
 #include <fcntl.h>
@@ -50,7 +51,7 @@ std::optional<std::string> readLine(const std::string &prompt, int echo) {
     if (::readpassphrase(prompt.c_str(), buffer.data(), buffer.size(), RPP_REQUIRE_TTY | echo) &&
         std::strlen(buffer.data()) < longestLine)
         line = buffer.data();
-    ::explicit_bzero(buffer.data(), buffer.size());
+    wipe(buffer.data(), buffer.size());
     return line;
 }
 
