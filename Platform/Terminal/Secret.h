@@ -1,0 +1,15 @@
+// Forgetting what a user typed.
+#pragma once
+
+#include <cstddef>
+
+namespace SSHPlatform {
+
+// Overwrites a secret before its memory is given back, which the compiler must not leave out.
+inline void wipe(char *bytes, std::size_t count) {
+    volatile char *const forgotten = bytes;
+    for (std::size_t i = 0; i < count; ++i)
+        forgotten[i] = 0;
+}
+
+} // namespace SSHPlatform
