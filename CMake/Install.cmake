@@ -1,11 +1,20 @@
 # What `cmake --install` puts where, and the package that lets consumers find it.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS SSHSession EXPORT SSHSessionTargets)
-install(TARGETS SSHSessionTerminal EXPORT SSHSessionTargets)
+# What is installed finds its libraries beside itself, so that any prefix will do and can be moved.
+if(APPLE)
+    set(beside @loader_path)
+else()
+    set(beside $ORIGIN)
+endif()
+file(RELATIVE_PATH from_bin_to_lib ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set_target_properties(SSHSessionTerminal PROPERTIES INSTALL_RPATH ${beside})
+
+install(TARGETS SSHSession SSHSessionTerminal EXPORT SSHSessionTargets)
 install(FILES ${SSHSESSION_PUBLIC_HEADERS} Platform/Terminal/TerminalPrompts.h
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/SSHSession)
 if(SSHSESSION_BUILD_TOOLS)
+    set_target_properties(sshsession PROPERTIES INSTALL_RPATH ${beside}/${from_bin_to_lib})
     install(TARGETS sshsession)
     install(FILES Docs/sshsession.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 endif()

@@ -1,0 +1,11 @@
+# Writes the first C++ block of README to EXAMPLE.
+file(READ ${README} text)
+string(FIND "${text}" "```cpp\n" begin)
+if(begin EQUAL -1)
+    message(FATAL_ERROR "${README} has no C++ example.")
+endif()
+math(EXPR begin "${begin} + 7")
+string(SUBSTRING "${text}" ${begin} -1 text)
+string(FIND "${text}" "\n```" end)
+string(SUBSTRING "${text}" 0 ${end} text)
+file(WRITE ${EXAMPLE} "${text}\n")
