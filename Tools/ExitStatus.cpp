@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
+#include <string>
 
 namespace {
 
@@ -44,13 +45,17 @@ std::optional<int> signalNumber(std::string_view name) {
 }
 
 int exitStatusOf(const SSHCommand &command) {
-    if (const auto signal = exitSignalOf(command)) {
-        if (const auto number = signalNumber(*signal))
-            return signalBase + *number;
-        tell("The command was ended by the signal \"" + *signal +
-             "\", which has no number on this system.");
+    const auto signal = exitSignalOf(command);
+    if (!signal && command.exitStatus() >= 0 && command.exitStatus() <= failedStatus)
+        return command.exitStatus();
+    if (!signal) {
+        tell("The command's exit status is " + std::to_string(command.exitStatus()) +
+             ", which is more than can be handed through.");
         return failedStatus;
     }
-    const std::int32_t status = command.exitStatus();
-    return status >= 0 && status <= failedStatus ? status : failedStatus;
+    if (const auto number = signalNumber(*signal))
+        return signalBase + *number;
+    tell("The command was ended by the signal \"" + *signal +
+         "\", which has no number on this system.");
+    return failedStatus;
 }

@@ -68,8 +68,9 @@ class Source {
 };
 
 void removeLineEnd(std::string &text) {
-    if (text.ends_with('\n'))
-        text.pop_back();
+    if (!text.ends_with('\n'))
+        return;
+    text.pop_back();
     if (text.ends_with('\r'))
         text.pop_back();
 }

@@ -35,10 +35,11 @@ void require(int number, const std::string &stream) {
                       std::generic_category().message(number) + ".");
 }
 
-std::string masked(std::string_view text) {
+std::string masked(std::string_view text, std::string_view allowed) {
     std::string result(text);
     for (char &byte : result)
-        if (byte != '\n' && byte != '\t' && std::iscntrl(static_cast<unsigned char>(byte)) != 0)
+        if (allowed.find(byte) == std::string_view::npos &&
+            std::iscntrl(static_cast<unsigned char>(byte)) != 0)
             byte = '?';
     return result;
 }
@@ -63,10 +64,11 @@ void finishOutput() {
     require(::close(STDOUT_FILENO) == 0 ? 0 : errno, "output");
 }
 
-void tellLine(std::string_view text) noexcept {
-    writeAll(STDERR_FILENO, masked(text) + "\n");
+void tellText(std::string_view text) noexcept {
+    const std::size_t end = text.find_last_not_of('\n') + 1;
+    writeAll(STDERR_FILENO, masked(text.substr(0, end), "\t\n") + "\n");
 }
 
-void tell(std::string_view text) noexcept {
-    tellLine("sshsession: " + std::string(text));
+void tell(std::string_view line) noexcept {
+    writeAll(STDERR_FILENO, "sshsession: " + masked(line, "\t") + "\n");
 }

@@ -14,7 +14,8 @@ void writeErrorOutput(std::string_view bytes);
 // Ends standard output. Some file systems only now say that they have no room; throws Failure then.
 void finishOutput();
 
-// One message to the user on standard error, as well as it can be done: as it is, or behind the
-// program's name. Control characters are masked, because texts may come from a server.
-void tellLine(std::string_view text) noexcept;
-void tell(std::string_view text) noexcept;
+// Messages to the user on standard error, as well as it can be done: one line behind the program's
+// name, or a text of any length as it is, but for line ends at its end. Control characters are
+// masked, because texts may come from a server.
+void tell(std::string_view line) noexcept;
+void tellText(std::string_view text) noexcept;

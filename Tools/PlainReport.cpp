@@ -11,10 +11,10 @@ namespace {
 void tellError(const SSHError &error) {
     const auto reason = error.localizedFailureReason();
     const auto suggestion = error.localizedRecoverySuggestion();
-    for (const auto &line :
+    for (const auto &text :
          {error.localizedDescription(), reason, suggestion == reason ? std::nullopt : suggestion})
-        if (line && !line->empty())
-            tellLine(*line);
+        if (text && !text->empty())
+            tellText(*text);
 }
 
 } // namespace
