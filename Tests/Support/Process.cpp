@@ -26,6 +26,7 @@ pid_t spawn(const std::vector<std::string> &arguments, const std::string &input,
     ::posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), create, 0600);
     ::posix_spawn_file_actions_addopen(&actions, 2, errorOutput.c_str(), create, 0600);
     std::vector<char *> argv;
+    argv.reserve(arguments.size() + 1);
     for (const std::string &argument : arguments)
         argv.push_back(const_cast<char *>(argument.c_str()));
     argv.push_back(nullptr);

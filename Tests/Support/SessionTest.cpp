@@ -11,16 +11,15 @@
 namespace {
 
 std::size_t openDescriptors() {
+    // Its first timer makes the run loop open descriptors of its own, for the life of the process.
+    SSHPlatform::RunLoop::main()->scheduleRepeating(std::chrono::hours(1), [] {})->invalidate();
     const std::filesystem::directory_iterator entries("/dev/fd");
     return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
 } // namespace
 
-SessionTest::SessionTest() {
-    // Its first timer makes the run loop open descriptors of its own, for the life of the process.
-    SSHPlatform::RunLoop::main()->scheduleRepeating(std::chrono::hours(1), [] {})->invalidate();
-    mDescriptors = openDescriptors();
+SessionTest::SessionTest() : mDescriptors(openDescriptors()) {
     SSHPlatform::install(nullptr, user);
     SSHPlatform::setLogSink([this](const std::string &line) { log.push_back(line); });
 }

@@ -34,7 +34,7 @@ class SessionTest : public testing::Test {
     std::shared_ptr<TestSession> makeSession(unsigned short port,
                                              std::optional<std::string> password = std::nullopt,
                                              std::optional<std::string> key = std::nullopt);
-    std::shared_ptr<TestSession> makeSession(const std::string &user, unsigned short port,
+    std::shared_ptr<TestSession> makeSession(const std::string &name, unsigned short port,
                                              std::optional<std::string> password = std::nullopt,
                                              std::optional<std::string> key = std::nullopt);
 
@@ -55,7 +55,7 @@ class SessionTest : public testing::Test {
     std::unique_ptr<Sshd> mServer;
     std::string mKey;
     std::vector<std::weak_ptr<TestSession>> mSessions;
-    std::size_t mDescriptors = 0;
+    std::size_t mDescriptors;
 };
 
 std::shared_ptr<SSHCommand> makeCommand(const std::string &text);
