@@ -119,6 +119,7 @@ TEST_F(ToolTest, RefusesInOneLineWhatItCannotUse) {
         {{"--bogus", "host", "true"}, "There is no option \"--bogus\"." + help},
         {{"--", "-host", "true"}, "There is no option \"-host\"." + help},
         {{"@host", "true"}, "\"@host\" is not of the form [USER@]HOST." + help},
+        {{"ada@home@", "true"}, "\"ada@home@\" is not of the form [USER@]HOST." + help},
         {{"-p", "1", "host", "true"}, "-p: At Most 1 required but received 2." + help},
         {{"--stdin", "-", "--admin-password-from", "-", "host", "true"},
          "Only one option can read standard input (\"-\")." + help},
@@ -132,14 +133,28 @@ TEST_F(ToolTest, RefusesInOneLineWhatItCannotUse) {
         EXPECT_EQ(run(words), whole(255, "", "sshsession: " + line + "\n"));
 }
 
-TEST_F(ToolTest, NoticesThatNobodyTakesTheOutput) {
-    const std::string line = "sshsession: Could not write to standard output: ";
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        {">&-", "Bad file descriptor.\n"}, {">/dev/full", "No space left on device.\n"}};
-    for (const auto &[redirection, reason] : cases)
-        for (const Words &words : {Words{"127.0.0.1", "echo out"}, Words{"--version"}})
-            EXPECT_EQ(run(words, "", {"sh", "-c", "exec \"$0\" \"$@\" " + redirection}),
-                      whole(255, "", line + reason));
+TEST_F(ToolTest, MeetsClosedFullAndBrokenStreams) {
+    const Words large = {"127.0.0.1", "head -c 200000 /dev/zero"}; // more than a pipe holds
+    const std::string noWrite = "sshsession: Could not write to standard output: ";
+    const std::string closed = whole(255, "", noWrite + "Bad file descriptor.\n");
+    const std::string full = whole(255, "", noWrite + "No space left on device.\n");
+    struct Case {
+        std::string script;
+        Words words;
+        std::string expected;
+    };
+    const std::vector<Case> cases = {
+        {"\"$0\" \"$@\" >&-", large, closed},
+        {"\"$0\" \"$@\" >&-", {"--version"}, closed},
+        {"\"$0\" \"$@\" >/dev/full", large, full},
+        {"\"$0\" \"$@\" >/dev/full", {"--version"}, full},
+        {"{ \"$0\" \"$@\"; echo $? >&2; } | :", large,
+         whole(0, "", noWrite + "Broken pipe.\n255\n")},
+        // A connection must not take the place of a stream.
+        {"\"$0\" \"$@\" 2>&-", {"-v", "127.0.0.1", "echo out"}, whole(0, "out\n", "")},
+    };
+    for (const auto &[script, words, expected] : cases)
+        EXPECT_EQ(run(words, "", {"sh", "-c", script}), expected);
 }
 
 TEST_F(ToolTest, ReadsAPasswordAndTellsWhatTheServerDoes) {
