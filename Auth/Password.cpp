@@ -6,6 +6,15 @@
 
 #include <cstring>
 
+namespace {
+
+// Chooses no new password. Without a callback the library reports an expired password as a wrong
+// one (-18); with one that declines, as expired (-15).
+void declineNewPassword(LIBSSH2_SESSION * /*session*/, char ** /*password*/, int * /*length*/,
+                        void ** /*abstract*/) {}
+
+} // namespace
+
 bool SSHSession_libssh2::_authenticateWithPassword(SSHErrorRef *error) {
     if (!user() || !password()) {
         if (error)
@@ -18,7 +27,7 @@ bool SSHSession_libssh2::_authenticateWithPassword(SSHErrorRef *error) {
         const char *const secret = password()->c_str();
         const int code = libssh2_userauth_password_ex(
             session, name, static_cast<unsigned>(std::strlen(name)), secret,
-            static_cast<unsigned>(std::strlen(secret)), nullptr);
+            static_cast<unsigned>(std::strlen(secret)), declineNewPassword);
         if (code != 0 && error)
             *error = _connectionError(
                 fmt::format("SSH could not authenticate using the ssh user password. ({})", code),
