@@ -1,0 +1,98 @@
+#include "Commands/Sudo.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+using Clock = SudoConversation::Clock;
+using Outcome = SudoConversation::Outcome;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+namespace {
+
+const std::string prompt = "#SSHSessionEnterPassword^";
+const std::string success = "#SSHSessionSudoSuccess^\n";
+const std::string threeAttempts = "sudo: 3 incorrect password attempts\n";
+
+// A conversation with its buffers; what arrives is given piece by piece.
+struct Conversation {
+    Outcome hear(const std::string &out, const std::string &err, bool keepReading = true,
+                 milliseconds at = seconds(0)) {
+        output.append(out);
+        errorOutput.append(err);
+        return sudo.examine(output, errorOutput, input, keepReading, start + at);
+    }
+
+    const Clock::time_point start = Clock::now();
+    SudoConversation sudo{"sesame", start};
+    SSHPlatform::ByteBuffer output;
+    SSHPlatform::ByteBuffer errorOutput;
+    SSHPlatform::ByteBuffer input;
+};
+
+} // namespace
+
+TEST(Sudo, OnlyQuotationMarksAreEscapedInTheCommand) {
+    const std::string before = "/usr/bin/sudo -S -p '#SSHSessionEnterPassword^' /bin/sh -c \"echo "
+                               "'#SSHSessionSudoSuccess^'; ";
+    EXPECT_EQ(sudoCommand(R"(ls "/var/log")"), before + R"(ls \"/var/log\"")");
+    EXPECT_EQ(sudoCommand(R"(a\"b $HOME `id` 'c' {} %@)"),
+              before + R"(a\\"b $HOME `id` 'c' {} %@")");
+    EXPECT_EQ(sudoCommand(""), before + "\"");
+}
+
+TEST(Sudo, MarkersMayBeSplitAnywhere) {
+    const std::string asked = "Sorry, try again.\n" + prompt;
+    const std::string accepted = success + "rest";
+    for (std::size_t at = 0; at <= accepted.size(); ++at) {
+        SCOPED_TRACE(at);
+        Conversation talk;
+        if (at < asked.size()) {
+            EXPECT_EQ(talk.hear("", asked.substr(0, at)), Outcome::Pending);
+            EXPECT_TRUE(talk.input.empty());
+        }
+        EXPECT_EQ(talk.hear("", asked.substr(std::min(at, asked.size()))), Outcome::Pending);
+        if (at < asked.size()) {
+            EXPECT_EQ(talk.input.view(), "sesame\n");
+            EXPECT_TRUE(talk.errorOutput.empty());
+        }
+        EXPECT_EQ(talk.hear(accepted.substr(0, at), ""),
+                  at < success.size() ? Outcome::Pending : Outcome::Accepted);
+        if (at < success.size()) {
+            EXPECT_EQ(talk.hear(accepted.substr(at), "late"), Outcome::Accepted);
+            EXPECT_EQ(talk.errorOutput.view(), "late");
+        }
+        EXPECT_EQ(talk.output.view(), at < success.size() ? "rest" : accepted.substr(24, at - 24));
+    }
+}
+
+TEST(Sudo, WhatIsNoMarker) {
+    Conversation talk;
+    EXPECT_EQ(talk.hear("hello\n" + success, prompt + "\n"), Outcome::Pending);
+    EXPECT_TRUE(talk.input.empty());
+    EXPECT_EQ(talk.hear("", prompt), Outcome::Pending); // now at the very end
+    EXPECT_EQ(talk.hear("", prompt), Outcome::Pending);
+    EXPECT_EQ(talk.input.view(), "sesame\nsesame\n"); // every prompt is answered
+    Conversation ended; // nothing more can come, not even the line end
+    EXPECT_EQ(ended.hear(success.substr(0, 23), "", false), Outcome::Accepted);
+    EXPECT_TRUE(ended.output.empty());
+}
+
+TEST(Sudo, ThreeAttemptsCountOnceNothingMoreCanBeRead) {
+    Conversation talk;
+    EXPECT_EQ(talk.hear("", "x" + threeAttempts), Outcome::Pending);
+    EXPECT_EQ(talk.hear("", "y", false), Outcome::Refused);
+    Conversation garbled;
+    EXPECT_EQ(garbled.hear("", "\xff" + threeAttempts, false), Outcome::Pending);
+}
+
+TEST(Sudo, TenSecondsOfSilenceSinceErrorOutputWasLastSeen) {
+    Conversation talk;
+    EXPECT_EQ(talk.hear("text", "", true, seconds(10)), Outcome::Pending);
+    EXPECT_EQ(talk.hear("", "complaint", true, seconds(11)), Outcome::Pending);
+    EXPECT_EQ(talk.hear("", "", true, seconds(100)), Outcome::Pending); // still there
+    EXPECT_EQ(talk.hear("", prompt, true, seconds(120)), Outcome::Pending);
+    EXPECT_EQ(talk.hear("", "", true, milliseconds(130'000)), Outcome::Pending);
+    EXPECT_EQ(talk.hear("", "", false, milliseconds(130'001)), Outcome::TimedOut);
+}

@@ -1,0 +1,66 @@
+#include "Tests/Support/ScriptedServer.h"
+
+#include <fmt/format.h>
+
+#include <iostream>
+#include <sstream>
+
+ScriptedServer::ScriptedServer() {
+    makeKey(mDirectory.path("host"), "ecdsa");
+    const std::string program = SSHSESSION_TESTS_DIRECTORY "/scripted_server.py";
+    // The distribution's Python has the distribution's AsyncSSH; its warnings are of no use here.
+    mProcess =
+        std::make_unique<Process>(std::vector<std::string>{"/usr/bin/python3", "-W", "ignore",
+                                                           program, mDirectory.path("host")},
+                                  mDirectory.path("log"));
+    const std::string announcement = "port ";
+    if (!eventually([&] { return !mProcess->isRunning() || log().ends_with('\n'); },
+                    std::chrono::seconds(30)) ||
+        !log().starts_with(announcement))
+        throw std::runtime_error("the scripted server does not start: " + log());
+    mPort = static_cast<unsigned short>(std::stoul(log().substr(announcement.size())));
+    received();
+}
+
+std::string ScriptedServer::hostKey() const {
+    const std::string line = contentOf(mDirectory.path("host.pub"));
+    return line.substr(0, line.find_first_of(" \n", line.find(' ') + 1));
+}
+
+std::vector<std::string> ScriptedServer::received() {
+    const std::string all = log();
+    std::istringstream fresh(all.substr(std::exchange(mSeen, all.size())));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(fresh, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+void ScriptedServerTest::TearDown() {
+    SessionTest::TearDown();
+    if (HasFailure())
+        std::cerr << "--- the scripted server's log:\n" << scripted.log();
+}
+
+std::shared_ptr<TestSession> ScriptedServerTest::sessionAs(const std::string &script,
+                                                           std::optional<std::string> password,
+                                                           std::optional<std::string> key) {
+    auto session = makeSession(script, scripted.port(), std::move(password), std::move(key));
+    session->setDelegate(this);
+    return session;
+}
+
+void ScriptedServerTest::sshSessionDisconnected(SSHSession &session,
+                                                const SSHErrorRef &why) noexcept {
+    std::string notice = "in good order";
+    if (why) {
+        notice = fmt::format("{} | {} | ", why->code(), why->localizedDescription().value_or("-"));
+        const auto language = why->userInfo().find(SSHError::languageKey);
+        notice += language == why->userInfo().end() ? "-" : language->second;
+        if (why->domain() != "libssh2" || why->localizedFailureReason())
+            notice += ", not a disconnect error";
+    }
+    if (!dynamic_cast<TestSession &>(session).mSessionQueue.isCurrent())
+        notice += ", off the session queue";
+    notices.push_back(notice);
+}

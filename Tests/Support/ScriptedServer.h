@@ -1,0 +1,42 @@
+// A server that does what the user's name and the commands tell it to, which scripted_server.py
+// explains, and the ground of tests against it.
+#pragma once
+
+#include "Tests/Support/SessionTest.h"
+
+class ScriptedServer {
+  public:
+    ScriptedServer();
+
+    unsigned short port() const { return mPort; }
+    std::string hostKey() const;
+    std::string log() const { return contentOf(mDirectory.path("log")); }
+    // What clients have sent, a line each, since the last call.
+    std::vector<std::string> received();
+
+  private:
+    TemporaryDirectory mDirectory;
+    std::unique_ptr<Process> mProcess;
+    unsigned short mPort = 0;
+    std::size_t mSeen = 0;
+};
+
+class ScriptedServerTest : public SessionTest, protected SSHSessionDelegate {
+  protected:
+    ScriptedServerTest() { know(scripted.hostKey()); }
+    void TearDown() override;
+
+    // Reports to `notices`.
+    std::shared_ptr<TestSession> sessionAs(const std::string &script,
+                                           std::optional<std::string> password = std::nullopt,
+                                           std::optional<std::string> key = std::nullopt);
+
+    // "code | message | language", or "in good order". Whatever is wrong with the call itself
+    // follows.
+    void sshSessionDisconnected(SSHSession &session, const SSHErrorRef &why) noexcept override;
+
+    ScriptedServer scripted;
+    std::vector<std::string> notices;
+};
+
+using Lines = std::vector<std::string>;

@@ -1,0 +1,209 @@
+"""An SSH server that does what its client tells it to, odd things above all.
+
+    scripted_server.py HOST_KEY_FILE
+
+It listens on loopback, prints "port NUMBER" and from then on a line for everything that a client
+sends. Words are quoted as in a shell; \\xHH and \\n in them stand for bytes.
+
+A user's name is a script of one step: the methods that are offered, then what happens when one is
+tried. Nothing means: every answer is taken but an empty one and "wrong".
+    password,keyboard-interactive      publickey,password disconnect 2 bye en
+    keyboard-interactive 0 1 2         rounds with so many prompts
+    password expired                   a new password is demanded
+    disconnect 11                      before any method is named
+    none                               the user is let in without being asked
+
+A command is a script of steps that are separated by "; ", see Channel.run. One that runs through
+sudo is its inner command, with "prompt" and "success" as two steps more.
+"""
+import asyncio
+import re
+import shlex
+import sys
+
+import asyncssh
+from asyncssh.constants import (MSG_CHANNEL_CLOSE, MSG_CHANNEL_DATA, MSG_CHANNEL_EOF,
+                                MSG_CHANNEL_EXTENDED_DATA, MSG_CHANNEL_REQUEST, MSG_DISCONNECT,
+                                MSG_GLOBAL_REQUEST, MSG_IGNORE, MSG_USERAUTH_FAILURE)
+from asyncssh.packet import Boolean, Byte, NameList, SSHPacket, String, UInt32
+
+SUDO = re.compile(r"""/usr/bin/sudo -S -p '(.*?)' /bin/sh -c "echo '(.*?)'; (.*)"$""", re.DOTALL)
+
+# Passwords are to arrive here as they were sent.
+asyncssh.auth.saslprep = lambda text: text
+
+
+def log(*words):
+    print(*words, flush=True)
+
+
+def packet(payload):
+    """Lets pass what AsyncSSH takes for an offence: a keepalive before authentication."""
+    if payload.startswith(Byte(MSG_GLOBAL_REQUEST)):
+        log("keepalive")
+        payload = Byte(MSG_IGNORE) + String("")
+    return SSHPacket(payload)
+
+
+asyncssh.connection.SSHPacket = packet
+
+
+def raw(word):
+    return word.encode("latin-1", "backslashreplace").decode("unicode_escape").encode("latin-1")
+
+
+def disconnect(connection, reason, *texts):
+    """Leaves out of the message what is not given, its strings' lengths included."""
+    connection.send_packet(MSG_DISCONNECT, UInt32(int(reason)), *(String(raw(t)) for t in texts))
+    connection._transport.close()
+
+
+def taken(answer):
+    return answer not in ("", "wrong")
+
+
+class Server(asyncssh.SSHServer):
+    refusal = None
+
+    def connection_made(self, connection):
+        self.connection = connection
+        connection.send_userauth_failure = self.send_failure
+
+    def send_failure(self, partial):
+        self.connection._auth = None
+        methods = [method.encode() for method in self.methods]
+        self.connection.send_packet(MSG_USERAUTH_FAILURE, NameList(methods), Boolean(partial))
+
+    def begin_auth(self, user):
+        first, *self.steps = shlex.split(user)
+        self.methods = [method for method in first.split(",") if method != "nothing"]
+        if first == "disconnect":
+            disconnect(self.connection, *self.steps)
+        return first != "none"
+
+    def attempt(self):
+        if self.steps[:1] == ["disconnect"]:
+            disconnect(self.connection, *self.steps[1:])
+        if self.steps == ["expired"]:
+            raise asyncssh.PasswordChangeRequired("Choose another one")
+
+    def public_key_auth_supported(self):
+        return "publickey" in self.methods
+
+    def validate_public_key(self, user, key):
+        log("key", key.get_algorithm())
+        return True
+
+    def password_auth_supported(self):
+        return "password" in self.methods
+
+    def validate_password(self, user, password):
+        log("password", password.encode())
+        self.attempt()
+        return taken(password)
+
+    def kbdint_auth_supported(self):
+        return "keyboard-interactive" in self.methods
+
+    def get_kbdint_challenge(self, user, language, submethods):
+        self.attempt()
+        return self.next_round()
+
+    def next_round(self):
+        if not self.steps:
+            return True
+        prompts = [(f"Question {n}: ", False) for n in range(int(self.steps.pop(0)))]
+        return ("", "Instruction", "en", prompts)  # libssh2 1.10 trips over a long list and a name
+
+    def validate_kbdint_response(self, user, answers):
+        log("answers", [answer.encode() for answer in answers])
+        return all(map(taken, answers)) and self.next_round()
+
+    def session_requested(self):
+        if self.refusal:
+            code, text = self.refusal
+            raise asyncssh.ChannelOpenError(int(code), text)
+        return Channel(self)
+
+
+class Channel(asyncssh.SSHServerSession):
+    """Sends its packets past the library's channel, which would keep them in good order."""
+
+    def __init__(self, server):
+        self.server = server
+        self.received = b""
+        self.arrival = asyncio.Event()
+
+    def connection_made(self, channel):
+        self.channel = channel
+        self.number = UInt32(channel._send_chan)
+
+    def exec_requested(self, command):
+        self.markers = {}
+        sudo = SUDO.match(command)
+        if sudo:
+            self.markers = {"prompt": ("err", sudo[1]), "success": ("out", sudo[2] + "\\n")}
+            command = sudo[3].replace('\\"', '"')
+        self.steps = [shlex.split(step) for step in command.split("; ")]
+        return self.steps != [["refuse-exec"]]
+
+    def session_started(self):
+        self.channel._close_send = lambda: None  # that is for the script to do
+        self.task = asyncio.create_task(self.run())
+
+    def data_received(self, data, datatype):
+        self.received += data
+        self.arrival.set()
+
+    def eof_received(self):
+        self.received += b"<end>\n"
+        self.arrival.set()
+        return True
+
+    def send(self, kind, *fields):
+        self.server.connection.send_packet(kind, self.number, *fields)
+
+    def request(self, name, *fields):
+        self.send(MSG_CHANNEL_REQUEST, String(name), Boolean(False), *fields)
+
+    async def run(self):
+        for name, *words in self.steps:
+            name, *words = (*self.markers[name], *words) if name in self.markers else (name, *words)
+            if name == "out":
+                self.send(MSG_CHANNEL_DATA, String(raw(words[0])))
+            elif name == "err":
+                self.send(MSG_CHANNEL_EXTENDED_DATA, UInt32(1), String(raw(words[0])))
+            elif name == "read":  # one line, or the end of the input
+                while b"\n" not in self.received:
+                    self.arrival.clear()
+                    await self.arrival.wait()
+                line, _, self.received = self.received.partition(b"\n")
+                log("line", line)
+            elif name == "wait":
+                await asyncio.sleep(float(words[0]))
+            elif name == "status":
+                self.request("exit-status", UInt32(int(words[0])))
+            elif name == "signal":
+                self.request("exit-signal", String(words[0]), Boolean(False), String(""), String(""))
+            elif name == "eof":
+                self.send(MSG_CHANNEL_EOF)
+            elif name == "close":
+                self.send(MSG_CHANNEL_CLOSE)
+            elif name == "disconnect":
+                disconnect(self.server.connection, *words)
+            elif name == "refuse":  # the connection's next channels
+                self.server.refusal = words
+            else:
+                log("no such step:", name)
+        log("done")
+
+
+async def main():
+    server = await asyncssh.create_server(Server, "127.0.0.1", 0, encoding=None, line_editor=False,
+                                          signature_algs=["rsa-sha2-256", "ssh-rsa"],
+                                          server_host_keys=[sys.argv[1]])
+    log("port", server.sockets[0].getsockname()[1])
+    await server.wait_closed()
+
+
+asyncio.run(main())
