@@ -95,6 +95,7 @@ AlertAnswer askForButton(const Alert &alert) {
             break;
         if (const auto button = chosenButton(alert, *line))
             return answerFor(*button);
+        show("Please type a number from 1 to " + std::to_string(alert.buttons.size()) + ".\n");
     }
     return AlertAnswer::Refused;
 }
