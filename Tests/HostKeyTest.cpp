@@ -32,16 +32,14 @@ class HostKeyTest : public SessionTest {
         EXPECT_EQ(shown.messageText,
                   fmt::format("The authenticity of host '127.0.0.1:{}' can't be established.",
                               sshd.port()));
+        const std::string unknown = "The server does not match not in " + home.knownHosts() + ".";
+        const std::string different =
+            "The server's identity does not match the existing entry in " + home.knownHosts() +
+            ". This could be because the server's identity has changed or a Man-in-the-Middle "
+            "attack.";
         EXPECT_EQ(shown.informativeText,
-                  changed
-                      ? "The server's identity does not match the existing entry in " +
-                            home.knownHosts() +
-                            ". This could be because the server's identity has changed or a "
-                            "Man-in-the-Middle attack. Do you want to add it to the list and "
-                            "connect?\n\nHost key: " +
-                            key
-                      : "The server does not match not in " + home.knownHosts() +
-                            ". Do you want to add it to the list and connect?\n\nHost key: " + key);
+                  (changed ? different : unknown) +
+                      " Do you want to add it to the list and connect?\n\nHost key: " + key);
         EXPECT_EQ(shown.buttons, changed
                                      ? (std::vector<std::string>{"Add and Connect=", "Cancel=\r"})
                                      : (std::vector<std::string>{"Add and Connect=\r", "Cancel="}));
@@ -120,41 +118,36 @@ TEST_F(HostKeyTest, AFileThatCannotBeReadOrWrittenNeverStopsAnAcceptedConnection
     const std::string writeFailed =
         "Updating the known hosts file failed. An error -16 occurred. The connection will still "
         "continue.";
-    const auto secondAlert = [&] {
-        return user->shown.size() < 2
-                   ? "none"
-                   : user->shown[1].messageText + " " + user->shown[1].informativeText;
-    };
+    // Answers the second alert.
     const auto accept = [&] {
         user->shown.clear();
         user->answers = {AlertAnswer::FirstButton, AlertAnswer::FirstButton};
         EXPECT_TRUE(validate(sshd));
         expectConfirmation(sshd, false);
+        return user->shown.size() < 2
+                   ? "none"
+                   : user->shown[1].messageText + " " + user->shown[1].informativeText;
     };
     const std::string kept = "192.0.2.1 " + sshd.hostKey() + "\n";
     home.directory.write(".ssh/known_hosts",
                          kept + "unparsable\n127.0.0.1 " + sshd.hostKey() + "\n");
-    accept();
+    EXPECT_EQ(accept(), "none");
     EXPECT_THAT(log.back(), testing::HasSubstr("(-46)"));
-    EXPECT_EQ(secondAlert(), "none");
     EXPECT_EQ(contentOf(home.knownHosts()), kept + "127.0.0.1 " + sshd.hostKey() + "\n");
 
     std::filesystem::remove(home.knownHosts());
     std::filesystem::create_directory(home.knownHosts());
-    accept();
-    EXPECT_EQ(secondAlert(), writeFailed);
+    EXPECT_EQ(accept(), writeFailed);
     EXPECT_TRUE(user->shown[1].buttons.empty());
 
     std::filesystem::remove_all(home.directory.path(".ssh"));
-    accept();
-    EXPECT_EQ(secondAlert(), writeFailed);
+    EXPECT_EQ(accept(), writeFailed);
 
     if (isRoot()) {
         GTEST_LOG_(WARNING) << "root reads every file: an unreadable one is not tested";
     } else {
         home.directory.write(".ssh/known_hosts", kept, std::filesystem::perms::none);
-        accept();
-        EXPECT_EQ(secondAlert(), writeFailed);
+        EXPECT_EQ(accept(), writeFailed);
     }
 }
 

@@ -1,7 +1,6 @@
 #include "Platform/Path.h"
 #include "Platform/SerialQueue.h"
 #include "Platform/Socket.h"
-#include "Platform/Text.h"
 #include "Tests/Support/Sshd.h"
 
 #include <SSHSession/ByteBuffer.h>
@@ -29,16 +28,11 @@ TEST(ByteBuffer, AgreesWithAStringUnderRandomUse) {
     std::string model;
     for (int step = 0; step < 20000; ++step) {
         const std::string piece(random() % 5000, static_cast<char>('a' + step % 26));
-        const std::size_t removed = random() % 5200;
+        const std::size_t removed = step % 4000 == 0 ? model.size() : random() % 5200;
         buffer.append(piece);
-        model += piece;
         buffer.removeFromFront(removed);
-        model.erase(0, std::min(removed, model.size()));
+        (model += piece).erase(0, std::min(removed, model.size()));
         ASSERT_EQ(buffer.view(), model) << "in step " << step;
-        if (step % 4000 == 0) {
-            buffer.clear();
-            model.clear();
-        }
     }
 }
 
@@ -155,16 +149,4 @@ TEST(Path, Operations) {
     EXPECT_EQ(standardizedPath("~//./link/../key"), directory + "/real/key");
     EXPECT_EQ(standardizedPath("a//b/../c"), "a/b/../c");
     EXPECT_EQ(standardizedPath("/no-such-directory/../key"), "/key");
-}
-
-TEST(Text, EncodesAndDecodes) {
-    for (const auto &[bytes, text] :
-         std::vector<std::pair<std::string, std::string>>{{"", ""},
-                                                          {"f", "Zg=="},
-                                                          {"fo", "Zm8="},
-                                                          {"foo", "Zm9v"},
-                                                          {"\xff\xfe\xfd\xfc", "//79/A=="}})
-        EXPECT_EQ(base64(bytes), text);
-    EXPECT_EQ(decodedUTF8("caf\xc3\xa9"), "café");
-    EXPECT_EQ(decodedUTF8("a\xffz"), "a\uFFFDz");
 }
