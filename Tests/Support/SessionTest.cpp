@@ -87,6 +87,20 @@ std::shared_ptr<SSHCommand> makeCommand(const std::string &text) {
     return command;
 }
 
+std::string resultOf(SSHSession &session, const std::string &text,
+                     const std::optional<std::string> &adminPassword, const std::string &input) {
+    const auto command = makeCommand(text);
+    if (adminPassword)
+        command->setAdminPassword(*adminPassword);
+    command->setStdinData(input);
+    SSHErrorRef why;
+    if (session.execute(command, &why))
+        return fmt::format("{} {} | {} | {}", command->exitStatus(), *command->exitSignal(),
+                           command->stdoutData()->view(), command->stderrData()->view());
+    return summary(why) + (session.isConnected() ? ", still connected" : "") +
+           (command->stdoutData() || command->exitSignal() ? ", record written" : "");
+}
+
 std::string summary(const SSHErrorRef &error) {
     if (!error)
         return "no error";

@@ -60,5 +60,10 @@ class SessionTest : public testing::Test {
 
 std::shared_ptr<SSHCommand> makeCommand(const std::string &text);
 
+// Runs it: "status signal | output | error output", or why it failed and what is odd about that.
+std::string resultOf(SSHSession &session, const std::string &text,
+                     const std::optional<std::string> &adminPassword = std::nullopt,
+                     const std::string &input = "");
+
 // Domain, code, description, reason and suggestion in one text, for comparison in one step.
 std::string summary(const SSHErrorRef &error);
