@@ -6,76 +6,44 @@
 
 namespace {
 
-std::string text(const SSHDataRef &data) {
-    return std::string(data->view());
-}
+struct SudoCase {
+    std::string script;
+    std::string password;
+    Lines received;
+    std::string result;
+};
 
 class OddServerTest : public ScriptedServerTest {
   protected:
     std::shared_ptr<TestSession> connectedToScript() {
         auto session = sessionAs("password", "sesame");
         EXPECT_TRUE(session->start(&error)) << summary(error);
+        scripted.received(2); // a keepalive and the password
         return session;
     }
 
-    // "status signal | output | error output", or why it failed.
-    static std::string resultOf(TestSession &session, const SSHCommand &given) {
-        const auto command = makeCommand(*given.command());
-        command->setAdminPassword(given.adminPassword());
-        command->setStdinData(given.stdinData());
-        SSHErrorRef why;
-        if (!session.execute(command, &why)) {
-            EXPECT_FALSE(command->stdoutData() || command->stderrData() || command->exitSignal());
-            EXPECT_FALSE(session.isConnected());
-            return summary(why);
-        }
-        EXPECT_TRUE(session.isConnected());
-        return fmt::format("{} {} | {} | {}", command->exitStatus(), *command->exitSignal(),
-                           text(command->stdoutData()), text(command->stderrData()));
-    }
-
-    static std::string resultOf(TestSession &session, const std::string &script) {
-        return resultOf(session, *makeCommand(script));
-    }
-
-    static std::string sudoResultOf(TestSession &session, const std::string &script,
-                                    const std::string &password = "sesame") {
-        const auto command = makeCommand(script);
-        command->setAdminPassword(password);
-        return resultOf(session, *command);
-    }
-
-    // What the server got on the command's standard input and before.
-    Lines receivedUntilDone() {
-        Lines lines;
-        EXPECT_TRUE(eventually([&] {
-            for (const std::string &line : scripted.received())
-                lines.push_back(line);
-            return !lines.empty() && lines.back() == "done";
-        }));
-        lines.pop_back();
-        return lines;
-    }
-
-    struct SudoCase {
-        std::string script;
-        std::string password;
-        Lines received;
-        std::string result;
-    };
-
-    void check(TestSession &session, const SudoCase &each) {
+    void check(TestSession &session, SudoCase each) {
         SCOPED_TRACE(each.script);
-        scripted.received();
-        EXPECT_EQ(sudoResultOf(session, each.script, each.password), each.result);
-        EXPECT_EQ(receivedUntilDone(), each.received);
-    }
-
-    static std::string failed(const char *function, int code, const std::string &reason) {
-        return fmt::format("libssh2ErrorDomain {} | An error occurred in {}. ({}) | {} | {}", code,
-                           function, code, reason, reason);
+        EXPECT_EQ(resultOf(session, each.script, each.password), each.result);
+        each.received.emplace_back("done");
+        EXPECT_EQ(scripted.received(each.received.size()), each.received);
     }
 };
+
+std::string failed(const char *function, int code, const std::string &reason) {
+    return fmt::format("libssh2ErrorDomain {} | An error occurred in {}. ({}) | {} | {}", code,
+                       function, code, reason, reason);
+}
+
+const std::string lost =
+    failed("libssh2_channel_read", -13, "The socket was disconnected. transport read");
+const std::string lostIdle =
+    failed("libssh2_channel_open_session", -13, "The socket was disconnected. Unexpected error");
+const std::string couldNot =
+    "libssh2ErrorDomain 0 | Dravella could not execute the SSH command. | ";
+const std::string timedOut = couldNot + "Password authentication for sudo timed out. | -";
+const std::string notAccepted =
+    couldNot + "The SSH user was not able to use sudo. The password was not accepted. | -";
 
 struct Disconnect {
     const char *sent;   // after "disconnect"
@@ -92,12 +60,6 @@ const std::vector<Disconnect> disconnects = {
     {"11 bye en", "in good order"},
     {"11", "in good order"},
 };
-
-const char *const timedOut = "libssh2ErrorDomain 0 | Dravella could not execute the SSH command. | "
-                             "Password authentication for sudo timed out. | -";
-const char *const notAccepted =
-    "libssh2ErrorDomain 0 | Dravella could not execute the SSH command. | The SSH user was not "
-    "able to use sudo. The password was not accepted. | -";
 
 } // namespace
 
@@ -119,7 +81,7 @@ TEST_F(OddServerTest, EndsOfCommands) {
 }
 
 TEST_F(OddServerTest, Refusals) {
-    auto session = connectedToScript();
+    const auto session = connectedToScript();
     EXPECT_EQ(resultOf(*session, "refuse-exec"),
               failed("libssh2_channel_exec", LIBSSH2_ERROR_CHANNEL_REQUEST_DENIED,
                      "Error -22. Unable to complete request for channel-process-startup"));
@@ -135,47 +97,38 @@ TEST_F(OddServerTest, DisconnectsAreToldOnce) {
     for (const Disconnect &each : disconnects) {
         SCOPED_TRACE(each.sent);
         const std::string disconnect = std::string("disconnect ") + each.sent;
-
         EXPECT_FALSE(sessionAs(disconnect)->start(&error)); // before any method
         EXPECT_FALSE(sessionAs("password " + disconnect, "sesame")->start(&error));
-        EXPECT_EQ(notices, Lines(2, each.notice));
         EXPECT_THAT(summary(error), testing::HasSubstr("ssh user password. (-13)"));
+        EXPECT_EQ(std::exchange(notices, {}), Lines(2, each.notice));
 
-        notices.clear();
-        auto session = connectedToScript();
-        EXPECT_EQ(resultOf(*session, "out a; wait 0.05; " + disconnect),
-                  failed("libssh2_channel_read", LIBSSH2_ERROR_SOCKET_DISCONNECT,
-                         "The socket was disconnected. transport read"));
-        EXPECT_EQ(notices, Lines{each.notice});
+        const auto session = connectedToScript();
+        EXPECT_EQ(resultOf(*session, "out a; wait 0.05; " + disconnect), lost);
+        EXPECT_EQ(std::exchange(notices, {}), Lines{each.notice});
 
         // Nobody reads while the session is idle: the next command meets the message.
-        notices.clear();
-        scripted.received();
         ASSERT_TRUE(session->start(&error)) << summary(error);
+        scripted.received(3); // what the failed command left, a keepalive, the password
         EXPECT_EQ(resultOf(*session, "eof; close; wait 0.05; " + disconnect), "0 (null) |  | ");
-        receivedUntilDone();
+        EXPECT_EQ(scripted.received(1), Lines{"done"});
         EXPECT_TRUE(session->isConnected());
         EXPECT_EQ(notices, Lines());
-        EXPECT_EQ(resultOf(*session, "out a"),
-                  failed("libssh2_channel_open_session", LIBSSH2_ERROR_SOCKET_DISCONNECT,
-                         "The socket was disconnected. Unexpected error"));
-        EXPECT_EQ(notices, Lines{each.notice});
-        notices.clear();
+        EXPECT_EQ(resultOf(*session, "out a"), lostIdle);
+        EXPECT_EQ(std::exchange(notices, {}), Lines{each.notice});
     }
 }
 
 TEST_F(OddServerTest, StopAfterADisconnectTellsNothing) {
     const auto session = connectedToScript();
-    EXPECT_EQ(resultOf(*session, "eof; close; wait 0.05; disconnect 2 bye en"), "0 (null) |  | ");
-    receivedUntilDone();
-    EXPECT_TRUE(session->isConnected());
+    EXPECT_EQ(resultOf(*session, "eof; close; wait 0.05; disconnect 2"), "0 (null) |  | ");
+    EXPECT_EQ(scripted.received(1), Lines{"done"});
     session->keepAlive();
+    EXPECT_TRUE(session->isConnected());
     session->stop();
     EXPECT_FALSE(session->isConnected());
-    EXPECT_EQ(notices, Lines());
     session->setDelegate(nullptr); // nobody to tell
     EXPECT_TRUE(session->start(&error)) << summary(error);
-    EXPECT_FALSE(session->execute(makeCommand("disconnect 2 bye en"), &error));
+    EXPECT_EQ(resultOf(*session, "disconnect 2"), lost);
     EXPECT_EQ(notices, Lines());
 }
 
@@ -203,18 +156,16 @@ TEST_F(OddServerTest, SudoConversations) {
               "0 (null) | #SSHSessionSudoSuccess^\n | #SSHSessionEnterPassword^"},
              {"out '#SSHSessionSudoSuccess^'; eof; close", "sesame", {}, "0 (null) |  | "}})
         check(*session, each);
-    const auto command = makeCommand("prompt; read; success; read; read; eof; close");
-    command->setAdminPassword("sesame");
-    command->setStdinData("data\n");
-    EXPECT_EQ(resultOf(*session, *command), "0 (null) |  | ");
-    EXPECT_EQ(receivedUntilDone(), (Lines{"line b'sesame'", "line b'data'", "line b'<end>'"}));
+    scripted.received();
+    EXPECT_EQ(resultOf(*session, "prompt; read; success; read; read; close", "sesame", "data\n"),
+              "0 (null) |  | ");
+    EXPECT_EQ(scripted.received(4),
+              (Lines{"line b'sesame'", "line b'data'", "line b'<end>'", "done"}));
 }
 
 TEST_F(OddServerTest, SudoGivesUp) {
     const std::string again = "prompt; read; err 'Sorry, try again.\\n'; ";
     const std::string gaveUp = "sudo: 3 incorrect password attempts\\n'; status 1; eof; close";
-    const std::string lost = failed("libssh2_channel_read", LIBSSH2_ERROR_SOCKET_DISCONNECT,
-                                    "The socket was disconnected. transport read");
     for (const SudoCase &each : std::vector<SudoCase>{
              {again + again + "prompt; read; err '" + gaveUp, "sesame", Lines(3, "line b'sesame'"),
               notAccepted},
@@ -241,7 +192,7 @@ TEST_F(OddServerTest, SudoMayBeSilentForTenSeconds) {
     for (const auto &each : cases)
         threads.emplace_back([session = connectedToScript(), each] {
             const auto begin = std::chrono::steady_clock::now();
-            EXPECT_EQ(sudoResultOf(*session, each.first), each.second) << each.first;
+            EXPECT_EQ(resultOf(*session, each.first, "sesame"), each.second) << each.first;
             EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
         });
     for (std::thread &thread : threads)

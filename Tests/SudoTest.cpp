@@ -44,26 +44,20 @@ TEST(Sudo, OnlyQuotationMarksAreEscapedInTheCommand) {
 
 TEST(Sudo, MarkersMayBeSplitAnywhere) {
     const std::string asked = "Sorry, try again.\n" + prompt;
-    const std::string accepted = success + "rest";
-    for (std::size_t at = 0; at <= accepted.size(); ++at) {
-        SCOPED_TRACE(at);
+    for (std::size_t at = 0; at < asked.size(); ++at) {
         Conversation talk;
-        if (at < asked.size()) {
-            EXPECT_EQ(talk.hear("", asked.substr(0, at)), Outcome::Pending);
-            EXPECT_TRUE(talk.input.empty());
-        }
-        EXPECT_EQ(talk.hear("", asked.substr(std::min(at, asked.size()))), Outcome::Pending);
-        if (at < asked.size()) {
-            EXPECT_EQ(talk.input.view(), "sesame\n");
-            EXPECT_TRUE(talk.errorOutput.empty());
-        }
-        EXPECT_EQ(talk.hear(accepted.substr(0, at), ""),
-                  at < success.size() ? Outcome::Pending : Outcome::Accepted);
-        if (at < success.size()) {
-            EXPECT_EQ(talk.hear(accepted.substr(at), "late"), Outcome::Accepted);
-            EXPECT_EQ(talk.errorOutput.view(), "late");
-        }
-        EXPECT_EQ(talk.output.view(), at < success.size() ? "rest" : accepted.substr(24, at - 24));
+        EXPECT_EQ(talk.hear("", asked.substr(0, at)), Outcome::Pending);
+        EXPECT_TRUE(talk.input.empty()) << at;
+        EXPECT_EQ(talk.hear("", asked.substr(at)), Outcome::Pending);
+        EXPECT_EQ(talk.input.view(), "sesame\n") << at;
+        EXPECT_TRUE(talk.errorOutput.empty()) << at;
+    }
+    for (std::size_t at = 0; at < success.size(); ++at) {
+        Conversation talk;
+        EXPECT_EQ(talk.hear(success.substr(0, at), ""), Outcome::Pending) << at;
+        EXPECT_EQ(talk.hear(success.substr(at) + "rest", "late"), Outcome::Accepted) << at;
+        EXPECT_EQ(talk.output.view(), "rest");
+        EXPECT_EQ(talk.errorOutput.view(), "late");
     }
 }
 

@@ -27,12 +27,15 @@ std::string ScriptedServer::hostKey() const {
     return line.substr(0, line.find_first_of(" \n", line.find(' ') + 1));
 }
 
-std::vector<std::string> ScriptedServer::received() {
-    const std::string all = log();
-    std::istringstream fresh(all.substr(std::exchange(mSeen, all.size())));
+std::vector<std::string> ScriptedServer::received(std::size_t atLeast) {
     std::vector<std::string> lines;
-    for (std::string line; std::getline(fresh, line);)
-        lines.push_back(line);
+    EXPECT_TRUE(eventually([&] {
+        const std::string all = log();
+        std::istringstream fresh(all.substr(std::exchange(mSeen, all.rfind('\n') + 1)));
+        for (std::string line; std::getline(fresh, line) && !fresh.eof();)
+            lines.push_back(line);
+        return lines.size() >= atLeast;
+    }));
     return lines;
 }
 

@@ -11,8 +11,8 @@ class ScriptedServer {
     unsigned short port() const { return mPort; }
     std::string hostKey() const;
     std::string log() const { return contentOf(mDirectory.path("log")); }
-    // What clients have sent, a line each, since the last call.
-    std::vector<std::string> received();
+    // What clients have sent, a line each, since the last call; waits for so many lines.
+    std::vector<std::string> received(std::size_t atLeast = 0);
 
   private:
     TemporaryDirectory mDirectory;
