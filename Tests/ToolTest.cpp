@@ -117,9 +117,7 @@ TEST_F(ToolTest, RefusesInOneLineWhatItCannotUse) {
         {{}, "There is no host to connect to." + help},
         {{"--", "host"}, "There is no command to run on host." + help},
         {{"--bogus", "host", "true"}, "There is no option \"--bogus\"." + help},
-        {{"--", "-host", "true"}, "There is no option \"-host\"." + help},
         {{"@host", "true"}, "\"@host\" is not of the form [USER@]HOST." + help},
-        {{"ada@home@", "true"}, "\"ada@home@\" is not of the form [USER@]HOST." + help},
         {{"-p", "1", "host", "true"}, "-p: At Most 1 required but received 2." + help},
         {{"--stdin", "-", "--admin-password-from", "-", "host", "true"},
          "Only one option can read standard input (\"-\")." + help},
@@ -147,7 +145,6 @@ TEST_F(ToolTest, MeetsClosedFullAndBrokenStreams) {
         {"\"$0\" \"$@\" >&-", large, closed},
         {"\"$0\" \"$@\" >&-", {"--version"}, closed},
         {"\"$0\" \"$@\" >/dev/full", large, full},
-        {"\"$0\" \"$@\" >/dev/full", {"--version"}, full},
         {"{ \"$0\" \"$@\"; echo $? >&2; } | :", large,
          whole(0, "", noWrite + "Broken pipe.\n255\n")},
         // A connection must not take the place of a stream.
@@ -244,8 +241,8 @@ TEST_F(ToolTest, AsksOnTheTerminalAndRecordsTheServer) {
                   "' can't be established.\r\nThe server does not match not in " +
                   home.knownHosts() +
                   ". Do you want to add it to the list and connect?\r\n\r\nHost key: " +
-                  serverKey.substr(serverKey.find(' ') + 1) + "\r\n" + choice + "7\r\n" + choice +
-                  "1\r\n");
+                  serverKey.substr(serverKey.find(' ') + 1) + "\r\n" + choice +
+                  "7\r\nPlease type a number from 1 to 2.\r\n" + choice + "1\r\n");
     EXPECT_EQ(contentOf(output), "out\n");
     EXPECT_EQ(contentOf(home.knownHosts()), "127.0.0.1 " + serverKey + "\n");
 }
