@@ -26,8 +26,8 @@ bool SSHSession_libssh2::_authenticateManually(SSHErrorRef *error) {
     int listError = 0;
     const bool asked = _onSessionQueue(error, [&](LIBSSH2_SESSION *session) {
         const char *const user = _requiredUser("-[SSHSession_libssh2 _authenticateManually:]");
-        // A server that has let the user in when the agent's turn asked for the methods never answers
-        // this question again.
+        // A server that has let the user in when the agent's turn asked for the methods never
+        // answers this question again.
         const char *const list =
             libssh2_userauth_authenticated(session)
                 ? nullptr

@@ -180,7 +180,10 @@ TEST_F(ToolTest, ReadsAPasswordAndTellsWhatTheServerDoes) {
     };
     for (const auto &[content, password, script, expected] : cases) {
         home.directory.write("password", content);
-        EXPECT_EQ(run({"--password-from", file, "password@127.0.0.1", script}), expected);
+        // Whichever stream is read when the disconnect arrives gives the error its name.
+        EXPECT_EQ(std::regex_replace(run({"--password-from", file, "password@127.0.0.1", script}),
+                                     std::regex("read_stderr"), "read"),
+                  expected);
         EXPECT_THAT(scripted.received(), Contains("password b'" + password + "'"));
     }
 }
