@@ -192,7 +192,7 @@ TEST_F(LifecycleTest, StopWhileTheUserIsAskedMakesStartFail) {
 
 // Whatever stage the other thread's `stop` falls into, nothing is left over and nothing breaks.
 TEST_F(LifecycleTest, StopAtAnyMoment) {
-    const auto session = observed(server().port());
+    const auto session = makeSession(server().port(), std::nullopt, key());
     for (int delay = 0; delay < 24; ++delay) {
         std::thread stopper([&] {
             std::this_thread::sleep_for(milliseconds(2 * delay));
