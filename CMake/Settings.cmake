@@ -17,6 +17,10 @@ target_compile_features(SSHSessionSettings INTERFACE cxx_std_20)
 target_compile_options(SSHSessionSettings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
     -Woverloaded-virtual -Werror)
+# Optimising, GCC 12 sees an overlap wherever a string is put behind a literal (GCC bug 105329).
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+    target_compile_options(SSHSessionSettings INTERFACE -Wno-restrict)
+endif()
 if(SSHSESSION_SANITIZE)
     target_compile_options(SSHSessionSettings INTERFACE
         -fsanitize=${SSHSESSION_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

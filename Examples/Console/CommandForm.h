@@ -1,0 +1,37 @@
+// The command to run, with its options.
+#pragma once
+
+#include "Examples/Console/Connection.h"
+
+#include <QGroupBox>
+
+class FileField;
+class HistoryLineEdit;
+class QCheckBox;
+class QLineEdit;
+class QPushButton;
+
+class CommandForm final : public QGroupBox {
+    Q_OBJECT
+
+  public:
+    CommandForm();
+
+    CommandRequest request() const;
+    void setCommand(const QString &command);
+    void follow(const Connection &connection);
+
+  Q_SIGNALS:
+    void runRequested();
+
+  private:
+    void run();
+    void updateFields();
+
+    HistoryLineEdit *mCommand;
+    QPushButton *mRun;
+    QCheckBox *mAsAdministrator;
+    QLineEdit *mAdminPassword;
+    FileField *mStdin;
+    bool mIsReady = false;
+};

@@ -1,0 +1,186 @@
+#include "Examples/Console/Connection.h"
+
+#include "Examples/Console/VisibleText.h"
+
+#include <QFile>
+
+#include <utility>
+
+namespace {
+
+QString nameOf(SSHSessionStage stage) {
+    switch (stage) {
+    case SSHSessionStage::Connect:
+        return QStringLiteral("looking up the host and connecting");
+    case SSHSessionStage::Handshake:
+        return QStringLiteral("agreeing on keys");
+    case SSHSessionStage::HostKey:
+        return QStringLiteral("checking the server's key");
+    case SSHSessionStage::Agent:
+        return QStringLiteral("asking the SSH agent");
+    case SSHSessionStage::Authenticate:
+        return QStringLiteral("authenticating");
+    case SSHSessionStage::Execute:
+        break;
+    }
+    return {};
+}
+
+double secondsOf(const QElapsedTimer &timer) {
+    return static_cast<double>(timer.elapsed()) / 1000;
+}
+
+// Read on the worker: the file may be large, or lie on a slow disk.
+std::optional<Problem> readInput(const QString &path, SSHCommand &command) {
+    if (path.isEmpty())
+        return std::nullopt;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return Problem{.description = QStringLiteral("The file for standard input cannot be read."),
+                       .suggestion = {},
+                       .reason = path + QStringLiteral("\n") + file.errorString(),
+                       .origin = {}};
+    const QByteArray bytes = file.readAll();
+    command.setStdinData({bytes.constData(), static_cast<std::size_t>(bytes.size())});
+    return std::nullopt;
+}
+
+} // namespace
+
+// Notices come on whatever thread makes the change; each is carried to the main thread.
+class Connection::Watcher final : public SSHSessionDelegate, public SSHSessionObserver {
+  public:
+    explicit Watcher(Connection *connection) : mConnection(connection) {}
+
+    void sshSessionDisconnected(SSHSession & /*session*/,
+                                const SSHErrorRef &error) noexcept override {
+        mConnection->reportLater([connection = mConnection, error] {
+            Q_EMIT connection->failed(serverLeft(error));
+            connection->close();
+        });
+    }
+
+    void didChangeValueForKey(SSHSession &session, const std::string & /*key*/) noexcept override {
+        mConnection->reportLater([connection = mConnection, isConnected = session.isConnected()] {
+            connection->mIsConnected = isConnected;
+            Q_EMIT connection->changed();
+        });
+    }
+
+    void willBeginStage(SSHSession & /*session*/, SSHSessionStage stage) noexcept override {
+        if (stage == SSHSessionStage::Execute)
+            return;
+        mConnection->reportLater([connection = mConnection, stage] {
+            connection->mActivity =
+                QStringLiteral("Connecting to %1: %2").arg(connection->mName, nameOf(stage));
+            Q_EMIT connection->changed();
+        });
+    }
+
+  private:
+    Connection *const mConnection;
+};
+
+Connection::Connection() : mWatcher(std::make_shared<Watcher>(this)) {}
+
+// A session that is still connected outlives this object.
+Connection::~Connection() {
+    if (mSession)
+        mSession->setDelegate(nullptr);
+}
+
+void Connection::open(const ConnectionParameters &parameters) {
+    mName = visibleText(parameters.user + '@' + parameters.host + ':' +
+                        std::to_string(parameters.port));
+    mSession = SSHSession::sessionWithHost(parameters.host, parameters.port, parameters.user,
+                                           parameters.password, parameters.keyFile);
+    mSession->setDelegate(mWatcher.get());
+    mSession->addObserver(mWatcher);
+    beginCall(QStringLiteral("Connecting to ") + mName);
+    mCalls.post([this, session = mSession] {
+        SSHErrorRef error;
+        std::optional<Problem> problem;
+        if (!session->start(&error))
+            problem = error ? problemOf(*error) : declinedHostKey();
+        reportLater([this, problem] { endCall(problem); });
+    });
+}
+
+void Connection::run(const CommandRequest &request) {
+    beginCall(QStringLiteral("Running on ") + mName);
+    mCalls.post([this, session = mSession, request, since = mSince] {
+        const auto command = std::make_shared<SSHCommand>();
+        command->setCommand(request.command);
+        if (request.adminPassword)
+            command->setAdminPassword(*request.adminPassword);
+        std::optional<Problem> problem = readInput(request.stdinFile, *command);
+        SSHErrorRef error;
+        if (!problem && !session->execute(command, &error))
+            problem = problemOf(*error);
+        if (!problem)
+            reportLater(
+                [this, outcome = outcomeOf(*command, secondsOf(since))] { Q_EMIT ran(outcome); });
+        reportLater([this, problem] { endCall(problem); });
+    });
+}
+
+void Connection::close() {
+    if (mIsClosing || isIdle())
+        return;
+    mIsClosing = true;
+    stopInBackground();
+    Q_EMIT changed();
+}
+
+QString Connection::status() const {
+    const QString elapsed = elapsedText(secondsOf(mSince));
+    if (mIsClosing && mIsCalling)
+        return QStringLiteral("Disconnecting as soon as the server has answered: %1").arg(elapsed);
+    if (mIsClosing)
+        return QStringLiteral("Disconnecting");
+    if (mIsCalling)
+        return QStringLiteral("%1: %2").arg(mActivity, elapsed);
+    return mIsConnected ? QStringLiteral("Connected to ") + mName : QStringLiteral("Not connected");
+}
+
+void Connection::beginCall(const QString &activity) {
+    mActivity = activity;
+    mIsCalling = true;
+    mSince.start();
+    Q_EMIT changed();
+}
+
+// What a call says that was cut off by `close` is no news.
+void Connection::endCall(const std::optional<Problem> &problem) {
+    mIsCalling = false;
+    if (problem && !mIsClosing)
+        Q_EMIT failed(*problem);
+    settle();
+}
+
+// Not on the thread of the calls, which may be busy with the command that keeps `stop` waiting.
+void Connection::stopInBackground() {
+    mIsStopping = true;
+    mStops.post([this, session = mSession] {
+        session->stop();
+        reportLater([this] {
+            mIsStopping = false;
+            settle();
+        });
+    });
+}
+
+// A `stop` that came just before its `start` has stopped nothing.
+void Connection::settle() {
+    if (mIsClosing && !mIsCalling && !mIsStopping) {
+        if (mSession->isConnected())
+            stopInBackground();
+        else
+            mIsClosing = false;
+    }
+    Q_EMIT changed();
+}
+
+void Connection::reportLater(std::function<void()> report) {
+    QMetaObject::invokeMethod(this, std::move(report), Qt::QueuedConnection);
+}

@@ -1,0 +1,82 @@
+// The window's one session, as an object of the main thread. The blocking calls go to worker
+// threads, the session's notices come back as signals.
+#pragma once
+
+#include "Examples/Console/Lane.h"
+#include "Examples/Console/Outcome.h"
+
+#include <SSHSession/SSHSession.h>
+
+#include <QElapsedTimer>
+#include <QObject>
+#include <QString>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+struct ConnectionParameters {
+    std::string host;
+    std::uint16_t port = 22;
+    std::string user;
+    std::optional<std::string> password;
+    std::optional<std::string> keyFile;
+};
+
+struct CommandRequest {
+    std::string command;
+    std::optional<std::string> adminPassword;
+    QString stdinFile; // empty: none
+};
+
+class Connection final : public QObject {
+    Q_OBJECT
+
+  public:
+    Connection();
+    ~Connection() override;
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+
+    // One after another: `open` while idle, `run` while ready. `close` at any time; it waits, in
+    // the background, for a command that is running.
+    void open(const ConnectionParameters &parameters);
+    void run(const CommandRequest &request);
+    void close();
+
+    bool isConnected() const { return mIsConnected; }
+    bool isCalling() const { return mIsCalling; }
+    bool isClosing() const { return mIsClosing; }
+    bool isIdle() const { return !mIsConnected && !mIsCalling && !mIsClosing; }
+
+    // For the user: what is going on, and for how long already if that takes time.
+    QString status() const;
+
+  Q_SIGNALS:
+    void changed();
+    void failed(const Problem &problem);
+    void ran(const CommandOutcome &outcome);
+
+  private:
+    class Watcher;
+
+    void beginCall(const QString &activity);
+    void endCall(const std::optional<Problem> &problem);
+    void stopInBackground();
+    void settle();
+    void reportLater(std::function<void()> report);
+
+    std::shared_ptr<Watcher> mWatcher;
+    std::shared_ptr<SSHSession> mSession;
+    QString mName; // user@host:port
+    QString mActivity;
+    QElapsedTimer mSince;
+    bool mIsConnected = false;
+    bool mIsCalling = false;
+    bool mIsClosing = false;
+    bool mIsStopping = false; // a `stop` is on its way
+    // Last, so that their threads end before anything they report to.
+    Lane mCalls;
+    Lane mStops;
+};

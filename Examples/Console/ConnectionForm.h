@@ -1,0 +1,41 @@
+// The fields that say where to connect and as whom.
+#pragma once
+
+#include "Examples/Console/Connection.h"
+
+#include <QGroupBox>
+
+class FileField;
+class QLineEdit;
+class QPushButton;
+class QSpinBox;
+
+class ConnectionForm final : public QGroupBox {
+    Q_OBJECT
+
+  public:
+    ConnectionForm();
+
+    ConnectionParameters parameters() const;
+    void fill(const QString &host, int port, const QString &user, const QString &keyFile);
+
+    // Shows which of connecting and disconnecting is possible.
+    void follow(const Connection &connection);
+
+  Q_SIGNALS:
+    void connectRequested();
+    void disconnectRequested();
+
+  private:
+    void request();
+    void updateButton();
+
+    QLineEdit *mHost;
+    QSpinBox *mPort;
+    QLineEdit *mUser;
+    QLineEdit *mPassword;
+    FileField *mKeyFile;
+    QPushButton *mButton;
+    bool mIsIdle = true;
+    bool mIsClosing = false;
+};

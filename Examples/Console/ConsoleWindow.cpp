@@ -1,0 +1,109 @@
+#include "Examples/Console/ConsoleWindow.h"
+
+#include "Examples/Console/CommandForm.h"
+#include "Examples/Console/ConnectionForm.h"
+#include "Examples/Console/OutputPane.h"
+#include "Examples/Console/ProblemPane.h"
+#include "Examples/Console/StatusLine.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QLabel>
+#include <QSplitter>
+#include <QVBoxLayout>
+
+#include <chrono>
+#include <cstdlib>
+
+namespace {
+
+constexpr std::chrono::milliseconds clockInterval(100);
+constexpr std::chrono::seconds patience(3);
+
+// A running command and a silent server cannot be interrupted, but their connection ends with the
+// process. No destructor may run beside a call that is still under way.
+[[noreturn]] void leaveNow() {
+    std::_Exit(EXIT_SUCCESS);
+}
+
+} // namespace
+
+ConsoleWindow::ConsoleWindow()
+    : mConnectionForm(new ConnectionForm), mCommandForm(new CommandForm), mStatus(new StatusLine),
+      mProblem(new ProblemPane), mSummary(new QLabel),
+      mOutput(new OutputPane(QStringLiteral("Output"))),
+      mErrorOutput(new OutputPane(QStringLiteral("Error output"))) {
+    setWindowTitle(QGuiApplication::applicationDisplayName());
+    layOut();
+    wire();
+    follow();
+}
+
+void ConsoleWindow::layOut() {
+    mSummary->setTextFormat(Qt::PlainText);
+    mSummary->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    mProblem->hide();
+    auto *const outputs = new QSplitter(Qt::Vertical);
+    outputs->addWidget(mOutput);
+    outputs->addWidget(mErrorOutput);
+    outputs->setStretchFactor(0, 3);
+    outputs->setStretchFactor(1, 1);
+    outputs->setChildrenCollapsible(false);
+    auto *const rows = new QVBoxLayout(this);
+    rows->addWidget(mConnectionForm);
+    rows->addWidget(mStatus);
+    rows->addWidget(mProblem, 2);
+    rows->addWidget(mCommandForm);
+    rows->addWidget(outputs, 1);
+    rows->addWidget(mSummary);
+    resize(760, 720);
+}
+
+void ConsoleWindow::wire() {
+    connect(&mConnection, &Connection::changed, this, &ConsoleWindow::follow);
+    connect(&mConnection, &Connection::failed, mProblem, &ProblemPane::present);
+    connect(&mConnection, &Connection::ran, this, &ConsoleWindow::present);
+    connect(&mClock, &QTimer::timeout, this, [this] { mStatus->follow(mConnection); });
+    connect(mConnectionForm, &ConnectionForm::connectRequested, this, [this] {
+        mProblem->hide();
+        mConnection.open(mConnectionForm->parameters());
+    });
+    connect(mConnectionForm, &ConnectionForm::disconnectRequested, &mConnection,
+            &Connection::close);
+    connect(mCommandForm, &CommandForm::runRequested, this, &ConsoleWindow::run);
+}
+
+void ConsoleWindow::follow() {
+    mConnectionForm->follow(mConnection);
+    mCommandForm->follow(mConnection);
+    mStatus->follow(mConnection);
+    if (mConnection.isCalling() || mConnection.isClosing())
+        mClock.start(clockInterval);
+    else
+        mClock.stop();
+    if (mIsLeaving && mConnection.isIdle())
+        QCoreApplication::quit();
+}
+
+void ConsoleWindow::run() {
+    mProblem->hide();
+    mSummary->clear();
+    mOutput->present(nullptr, {});
+    mErrorOutput->present(nullptr, {});
+    mConnection.run(mCommandForm->request());
+}
+
+void ConsoleWindow::present(const CommandOutcome &outcome) {
+    mOutput->present(outcome.output, outcome.shownOutput);
+    mErrorOutput->present(outcome.errorOutput, outcome.shownErrorOutput);
+    mSummary->setText(outcome.summary);
+}
+
+void ConsoleWindow::closeEvent(QCloseEvent *event) {
+    if (mConnection.isIdle())
+        return;
+    event->ignore();
+    mIsLeaving = true;
+    mConnection.close();
+    QTimer::singleShot(patience, this, leaveNow);
+}

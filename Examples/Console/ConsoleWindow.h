@@ -1,0 +1,47 @@
+// The example's window: where to connect, what to run, and what came of it.
+#pragma once
+
+#include "Examples/Console/Connection.h"
+
+#include <QTimer>
+#include <QWidget>
+
+class CommandForm;
+class ConnectionForm;
+class OutputPane;
+class ProblemPane;
+class QLabel;
+class StatusLine;
+
+class ConsoleWindow final : public QWidget {
+    Q_OBJECT
+
+  public:
+    ConsoleWindow();
+
+    ConnectionForm &connectionForm() { return *mConnectionForm; }
+    CommandForm &commandForm() { return *mCommandForm; }
+
+  protected:
+    // Disconnects first, and closes when that is done; but a session that does not end soon does
+    // not keep the window open.
+    void closeEvent(QCloseEvent *event) override;
+
+  private:
+    void layOut();
+    void wire();
+    void follow();
+    void run();
+    void present(const CommandOutcome &outcome);
+
+    Connection mConnection;
+    ConnectionForm *mConnectionForm;
+    CommandForm *mCommandForm;
+    StatusLine *mStatus;
+    ProblemPane *mProblem;
+    QLabel *mSummary;
+    OutputPane *mOutput;
+    OutputPane *mErrorOutput;
+    QTimer mClock; // runs while there is a duration to show
+    bool mIsLeaving = false;
+};

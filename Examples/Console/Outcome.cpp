@@ -1,0 +1,86 @@
+#include "Examples/Console/Outcome.h"
+
+#include "Examples/Console/VisibleText.h"
+
+#include <QLocale>
+
+#include <algorithm>
+#include <cmath>
+#include <string_view>
+
+namespace {
+
+// More would take long to lay out; saving gives everything.
+constexpr std::size_t shownBytes = 262'144;
+
+std::string_view bytesOf(const SSHDataRef &data) {
+    return data ? data->view() : std::string_view();
+}
+
+QString shown(const SSHDataRef &data) {
+    const std::string_view bytes = bytesOf(data);
+    QString text = visibleText(bytes.substr(0, shownBytes));
+    if (bytes.size() > shownBytes)
+        text += QStringLiteral("\n[%1 more: use Save]").arg(sizeText(bytes.size() - shownBytes));
+    return text;
+}
+
+QString visible(const std::optional<std::string> &text) {
+    return text ? visibleText(*text) : QString();
+}
+
+} // namespace
+
+CommandOutcome outcomeOf(const SSHCommand &command, double seconds) {
+    CommandOutcome outcome;
+    outcome.output = command.stdoutData();
+    outcome.errorOutput = command.stderrData();
+    outcome.shownOutput = shown(outcome.output);
+    outcome.shownErrorOutput = shown(outcome.errorOutput);
+    const SSHStringRef signal = command.exitSignal();
+    outcome.summary = !signal || *signal == "(null)"
+                          ? QStringLiteral("Exit status %1").arg(command.exitStatus())
+                          : QStringLiteral("Ended by signal %1").arg(visibleText(*signal));
+    outcome.summary += QStringLiteral(" after %1").arg(durationText(seconds));
+    return outcome;
+}
+
+Problem problemOf(const SSHError &error) {
+    return {.description = visible(error.localizedDescription()),
+            .suggestion = visible(error.localizedRecoverySuggestion()),
+            .reason = visible(error.localizedFailureReason()),
+            .origin =
+                QStringLiteral("%1, code %2").arg(visibleText(error.domain())).arg(error.code())};
+}
+
+Problem declinedHostKey() {
+    return {.description = QStringLiteral("The server's host key was not accepted."),
+            .suggestion =
+                QStringLiteral("Connect again and accept the key if you trust the server."),
+            .reason = {},
+            .origin = {}};
+}
+
+Problem serverLeft(const SSHErrorRef &error) {
+    Problem problem = error ? problemOf(*error) : Problem();
+    if (!error || problem.description.isEmpty())
+        problem.description = QStringLiteral("The server has ended the connection.");
+    return problem;
+}
+
+QString durationText(double seconds) {
+    return seconds < 10 ? QStringLiteral("%1 s").arg(seconds, 0, 'f', seconds < 1 ? 2 : 1)
+                        : elapsedText(seconds);
+}
+
+QString elapsedText(double seconds) {
+    const auto whole = static_cast<long>(std::floor(seconds));
+    return whole < 60 ? QStringLiteral("%1 s").arg(whole)
+                      : QStringLiteral("%1 min %2 s").arg(whole / 60).arg(whole % 60);
+}
+
+QString sizeText(std::size_t bytes) {
+    return bytes < 1000 ? QStringLiteral("%1 bytes").arg(bytes)
+                        : QLocale::c().formattedDataSize(static_cast<qint64>(bytes), 1,
+                                                         QLocale::DataSizeSIFormat);
+}

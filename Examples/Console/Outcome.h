@@ -1,0 +1,37 @@
+// What a call to the session came to, ready to be shown.
+#pragma once
+
+#include <SSHSession/SSHCommand.h>
+#include <SSHSession/SSHError.h>
+
+#include <QString>
+
+struct CommandOutcome {
+    SSHDataRef output; // every byte, as it came
+    SSHDataRef errorOutput;
+    QString shownOutput; // the beginning, as visible text
+    QString shownErrorOutput;
+    QString summary;
+};
+
+struct Problem {
+    QString description;
+    QString suggestion;
+    QString reason; // many lines for a failed authentication
+    QString origin; // domain and code
+};
+
+// Any thread; takes a moment for a large output.
+CommandOutcome outcomeOf(const SSHCommand &command, double seconds);
+
+Problem problemOf(const SSHError &error);
+Problem declinedHostKey();
+
+// `error` is null when the server ended the connection in good order.
+Problem serverLeft(const SSHErrorRef &error);
+
+// How long something took, as in "0.31 s"; and has been taking so far, as in "2 min 5 s".
+QString durationText(double seconds);
+QString elapsedText(double seconds);
+
+QString sizeText(std::size_t bytes);

@@ -1,0 +1,27 @@
+// What went wrong: description, suggestion, and the reason as a monospaced text to be copied.
+#pragma once
+
+#include "Examples/Console/Outcome.h"
+
+#include <QFrame>
+
+class QLabel;
+class QPlainTextEdit;
+
+class ProblemPane final : public QFrame {
+    Q_OBJECT
+
+  public:
+    ProblemPane();
+
+    void present(const Problem &problem);
+
+  private:
+    void copy() const;
+
+    Problem mProblem;
+    QLabel *mDescription;
+    QLabel *mSuggestion;
+    QLabel *mOrigin;
+    QPlainTextEdit *mReason;
+};

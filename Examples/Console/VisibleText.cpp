@@ -1,0 +1,31 @@
+#include "Examples/Console/VisibleText.h"
+
+namespace {
+
+// Control characters and those that steer the direction or the breaking of lines.
+bool hidesItself(const QChar &character) {
+    return character.category() == QChar::Other_Control ||
+           character.category() == QChar::Other_Format || character == QChar::LineSeparator ||
+           character == QChar::ParagraphSeparator;
+}
+
+QString codeOf(const QChar &character) {
+    return QStringLiteral("<U+%1>").arg(QString::number(character.unicode(), 16).toUpper(), 4,
+                                        QLatin1Char('0'));
+}
+
+} // namespace
+
+QString visibleText(std::string_view bytes) {
+    const QString decoded = QString::fromUtf8(bytes.data(), static_cast<qsizetype>(bytes.size()));
+    QString text;
+    text.reserve(decoded.size());
+    for (const QChar &character : decoded) {
+        const bool isLayout = character == QLatin1Char('\n') || character == QLatin1Char('\t');
+        if (hidesItself(character) && !isLayout)
+            text += codeOf(character);
+        else
+            text += character;
+    }
+    return text;
+}

@@ -1,0 +1,53 @@
+// A host application like any other: it installs the library's Qt prompts, makes sessions and runs
+// commands, all through the public headers.
+#include "Examples/Console/Appearance.h"
+#include "Examples/Console/CommandForm.h"
+#include "Examples/Console/ConnectionForm.h"
+#include "Examples/Console/ConsoleWindow.h"
+
+#include <SSHSession/QtPlatform.h>
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QIcon>
+
+namespace {
+
+const QCommandLineOption hostOption(QStringLiteral("host"), QStringLiteral("Server to fill in."),
+                                    QStringLiteral("name"));
+const QCommandLineOption portOption(QStringLiteral("port"), QStringLiteral("Port to fill in."),
+                                    QStringLiteral("number"), QStringLiteral("22"));
+const QCommandLineOption userOption(QStringLiteral("user"), QStringLiteral("User to fill in."),
+                                    QStringLiteral("name"));
+const QCommandLineOption keyOption(QStringLiteral("key-file"),
+                                   QStringLiteral("Private key to fill in."),
+                                   QStringLiteral("path"));
+const QCommandLineOption commandOption(QStringLiteral("command"),
+                                       QStringLiteral("Command to fill in."),
+                                       QStringLiteral("line"));
+const QCommandLineOption darkOption(QStringLiteral("dark"), QStringLiteral("Use a dark palette."));
+
+} // namespace
+
+int main(int argc, char **argv) {
+    const QApplication application(argc, argv);
+    SSHPlatform::installQt();
+    QApplication::setApplicationName(QStringLiteral("sshsession-console"));
+    QApplication::setApplicationDisplayName(QStringLiteral("SSH Console"));
+    QApplication::setWindowIcon(QIcon(QStringLiteral(":/Console/SSHLockAndKeys.icns")));
+
+    QCommandLineParser options;
+    options.setApplicationDescription(QStringLiteral("Runs commands on a server over SSH."));
+    options.addHelpOption();
+    options.addOptions({hostOption, portOption, userOption, keyOption, commandOption, darkOption});
+    options.process(application);
+    if (options.isSet(darkOption))
+        useDarkPalette();
+
+    ConsoleWindow window;
+    window.connectionForm().fill(options.value(hostOption), options.value(portOption).toInt(),
+                                 options.value(userOption), options.value(keyOption));
+    window.commandForm().setCommand(options.value(commandOption));
+    window.show();
+    return QApplication::exec();
+}

@@ -1,0 +1,52 @@
+// One alert on the screen.
+//
+// Qt gives buttons keys of its own: Escape to the rejecting one, Return and Space to the focused
+// one, Alt and a letter to a title with an ampersand. A button with a key equivalent gets none of
+// these: it answers its key and the mouse, nothing else.
+#pragma once
+
+#include <SSHSession/Alert.h>
+
+#include <QDialog>
+#include <QPointer>
+
+#include <cstddef>
+#include <map>
+#include <string>
+
+class QBoxLayout;
+class QPushButton;
+
+namespace SSHPlatform {
+
+class AlertDialog final : public QDialog {
+  public:
+    // `alert` must outlive the dialog, which borrows its accessory view.
+    AlertDialog(const Alert &alert, const std::string &defaultTitle);
+    AlertDialog(const AlertDialog &) = delete;
+    AlertDialog &operator=(const AlertDialog &) = delete;
+    ~AlertDialog() override;
+
+    // Shows the alert until it is answered, closed, or the application quits.
+    AlertAnswer ask();
+
+  protected:
+    void keyPressEvent(QKeyEvent *event) override;
+
+  private:
+    QWidget *makeContents(const Alert &alert);
+    QWidget *makeIcon(const Alert &alert);
+    QWidget *makeButtons(const Alert &alert, const std::string &defaultTitle);
+    QPushButton *makeButton(const AlertButton &button, std::size_t index);
+    void assignKey(QPushButton *widget, const AlertButton &button, std::size_t index);
+    void borrowAccessory(const Alert &alert, QBoxLayout *layout);
+    void placeOver(const QWidget *window);
+
+    AlertAnswer mAnswer = AlertAnswer::Refused;
+    std::map<QString, QPushButton *> mKeys;
+    bool mEscapeCloses = true;
+    QPointer<QWidget> mAccessory;
+    QPointer<QWidget> mAccessoryOwner;
+};
+
+} // namespace SSHPlatform

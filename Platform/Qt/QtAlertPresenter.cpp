@@ -1,0 +1,48 @@
+#include "Platform/Qt/QtAlertPresenter.h"
+
+#include <SSHSession/Platform.h>
+
+#include "Platform/Qt/AlertDialog.h"
+#include "Platform/Qt/QtImage.h"
+#include "Platform/Qt/QtNib.h"
+
+#include <QApplication>
+
+#include <utility>
+
+namespace SSHPlatform {
+
+QtAlertPresenter::QtAlertPresenter(std::shared_ptr<QuestionQueue> questions)
+    : mQuestions(std::move(questions)) {}
+
+AlertAnswer QtAlertPresenter::runModal(const Alert &alert) noexcept {
+    if (mQuestions->hasEnded()) {
+        log("The application is quitting; refused: " + alert.messageText);
+        return AlertAnswer::Refused;
+    }
+    return AlertDialog(alert, localizedString("OK")).ask();
+}
+
+std::unique_ptr<Nib> QtAlertPresenter::loadNib(const std::string &name) noexcept {
+    return QtNib::load(QString::fromStdString(name));
+}
+
+std::shared_ptr<Image> QtAlertPresenter::loadImage(const std::string &name,
+                                                   const std::string &type) noexcept {
+    return QtImage::load(QString::fromStdString(name + '.' + type));
+}
+
+std::string QtAlertPresenter::localizedString(const std::string &key) noexcept {
+    for (const char *const context : {"SSHSession", "QPlatformTheme"}) {
+        const QString translation = QCoreApplication::translate(context, key.c_str());
+        if (!translation.isEmpty() && translation != QString::fromStdString(key))
+            return translation.toStdString();
+    }
+    return key;
+}
+
+void QtAlertPresenter::beep() noexcept {
+    QApplication::beep();
+}
+
+} // namespace SSHPlatform

@@ -1,0 +1,41 @@
+// Work that other threads hand to the main thread and wait for, one piece at a time in the order in
+// which it came: while one prompt is open, the next waits for its turn instead of covering it.
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+
+namespace SSHPlatform {
+
+class QuestionQueue {
+  public:
+    // Any thread but the main one. Calls `wake`, which must make the main thread call `serve` soon,
+    // and waits until `work` is done. Answers false, with `work` not run, once the queue has ended.
+    bool ask(const std::function<void()> &work, const std::function<void()> &wake);
+
+    // Main thread: does what is waiting. Does nothing inside a piece of work.
+    void serve();
+
+    // Sends everybody away who waits or will come. Work that is running is left to finish.
+    void end();
+
+    bool hasEnded() const;
+
+  private:
+    enum class State { Waiting, Done, SentAway };
+    // Lives on the stack of the thread that asks.
+    struct Question {
+        const std::function<void()> *work = nullptr;
+        State state = State::Waiting;
+    };
+
+    mutable std::mutex mMutex;
+    std::condition_variable mAnswered;
+    std::deque<Question *> mWaiting;
+    bool mIsServing = false;
+    bool mHasEnded = false;
+};
+
+} // namespace SSHPlatform
