@@ -31,11 +31,7 @@ bool SSHSession_libssh2::_authenticateWithAgent(SSHErrorRef *error) {
     return _onSessionQueue(error, [&](LIBSSH2_SESSION *session) {
         if (_offerAgentIdentities(session, error))
             return true; // the agent stays connected until the teardown
-        if (mAgent) {
-            libssh2_agent_disconnect(mAgent);
-            libssh2_agent_free(mAgent);
-            mAgent = nullptr;
-        }
+        _freeAgent();
         return false;
     });
 }

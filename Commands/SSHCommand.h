@@ -13,6 +13,7 @@
 #include <SSHSession/ByteBuffer.h>
 #include <SSHSession/SSHSessionExport.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -33,17 +34,23 @@ class SSHSESSION_EXPORT SSHCommand {
     SSHStringRef command() const noexcept;
     void setCommand(SSHStringRef value) noexcept;
     void setCommand(std::string_view value) noexcept;
+    void setCommand(std::nullptr_t) noexcept { setCommand(SSHStringRef()); }
 
-    // When not null, the command runs as root through sudo(8), and this answers sudo's prompt.
+    // When not null, the command runs as root through sudo(8), and this answers sudo's prompt. The
+    // user's own shell then reads the command inside double quotes, once more than otherwise: write
+    // a backslash before every backslash, dollar sign and back-quote that is meant for root's
+    // shell, also in what SSHEscapeString quoted.
     SSHStringRef adminPassword() const noexcept;
     void setAdminPassword(SSHStringRef value) noexcept;
     void setAdminPassword(std::string_view value) noexcept;
+    void setAdminPassword(std::nullptr_t) noexcept { setAdminPassword(SSHStringRef()); }
 
     // The command's standard input, followed by end-of-file. When null or empty nothing is written
     // and no end-of-file is sent: a command that reads its standard input then waits for ever.
     SSHDataRef stdinData() const noexcept;
     void setStdinData(SSHDataRef value) noexcept;
     void setStdinData(std::string_view value) noexcept;
+    void setStdinData(std::nullptr_t) noexcept { setStdinData(SSHDataRef()); }
 
     // Everything the command wrote to its standard output.
     SSHDataRef stdoutData() const noexcept;

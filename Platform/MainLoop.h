@@ -41,7 +41,7 @@ class SSHSESSION_EXPORT MainLoop {
     virtual bool runAndWait(const std::function<void()> &work) noexcept = 0;
 
     // Calls `action` on the main thread every `interval`, for the first time one interval from
-    // now, whenever the loop is running. Any thread.
+    // now, whenever the loop is running. Any thread; must not wait for the main thread.
     virtual std::shared_ptr<RepeatingTimer>
     scheduleRepeating(std::chrono::milliseconds interval,
                       std::function<void()> action) noexcept = 0;

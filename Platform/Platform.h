@@ -29,7 +29,8 @@ SSHSESSION_EXPORT std::shared_ptr<AlertPresenter> alertPresenter() noexcept;
 SSHSESSION_EXPORT bool askOnMainThread(const std::function<void()> &question) noexcept;
 
 // Where diagnostics go that are not returned to a caller; null means syslog(3), the default. The
-// sink is called on whatever thread has something to say, one call at a time.
+// sink is called on whatever thread has something to say, one call at a time, and must not log
+// itself.
 SSHSESSION_EXPORT void setLogSink(std::function<void(const std::string &message)> sink) noexcept;
 
 // Writes one diagnostic line. Any thread.

@@ -53,7 +53,7 @@ class AsioTimer final : public RepeatingTimer, public std::enable_shared_from_th
         const auto action = mAction;
         if (!action)
             return;
-        mTimer.expires_at(mTimer.expiry() + mInterval);
+        mTimer.expires_after(mInterval);
         wait();
         lock.unlock();
         (*action)();

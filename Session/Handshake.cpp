@@ -56,6 +56,7 @@ bool SSHSession_libssh2::_openSession(SSHErrorRef *error) {
     LIBSSH2_SESSION *session = libssh2_session_init_ex(nullptr, nullptr, nullptr, this);
     if (!session)
         return fail("Could not create an SSH session.", errno);
+    _freeAgent(); // of a connection that was not stopped; it must not outlive its session
     _adoptSession(session);
 
     libssh2_session_flag(session, LIBSSH2_FLAG_COMPRESS, 1);

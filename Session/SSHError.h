@@ -1,7 +1,9 @@
 // Why an operation failed, in words for the user and numbers for the program.
 //
 // Errors are immutable and shared; any thread may read one. An operation that can fail takes an
-// `SSHErrorRef *`, which may be null, and stores an error there only when it fails.
+// `SSHErrorRef *`, which may be null, and stores an error there when it fails. The answer says
+// whether it did, not the error: a successful `start` may leave the account of a first attempt that
+// failed, such as the agent's.
 #pragma once
 
 #include <SSHSession/SSHSessionExport.h>
@@ -46,7 +48,7 @@ class SSHSESSION_EXPORT SSHError {
 
     std::optional<std::string> localizedRecoverySuggestion() const noexcept;
 
-    // Description and reason on one line, for a log or an alert.
+    // Description and reason in one text, for a log or an alert.
     std::string text() const noexcept;
 
   private:

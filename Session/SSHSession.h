@@ -3,20 +3,23 @@
 // A host application makes a session with `sessionWithHost`, calls `start`, then `execute` any
 // number of times, and finally `stop`:
 //
-//   auto session = SSHSession::sessionWithHost("db.example.com", 22, "ada", "secret",
-//   std::nullopt); SSHErrorRef error; if (!session->start(&error))
-//       complain(error); // null when the user declined an unknown host key
+//   auto session = SSHSession::sessionWithHost("db.example.com", 22, "ada", "secret", {});
 //   auto command = std::make_shared<SSHCommand>();
 //   command->setCommand("uname -a");
-//   if (session->execute(command, &error))
-//       show(command->stdoutData()->view());
+//
+//   SSHErrorRef error;
+//   if (session->start(&error) && session->execute(command, &error))
+//     show(command->stdoutData()->view());
+//   else
+//     complain(error); // null when the user declined the server's host key
 //   session->stop();
 //
 // Threads. `start`, `stop` and `execute` block their caller and may be called on any thread, the
 // main thread included, but never from inside a delegate's or observer's notice that says it comes
 // from the session queue. Prompts (an unknown host key, a key file's pass phrase) appear on the
 // main thread: a host that calls `start` on another thread must leave the main thread's event loop
-// running. One session does one thing at a time; different sessions are independent.
+// running; keepalives, every 30 s, need it too. One session does one thing at a time; different
+// sessions are independent.
 //
 // Ownership. Sessions are shared. While a session is connected, its keepalive timer keeps it alive:
 // call `stop` before you let go of it. The delegate is not owned and must outlive the session's
@@ -24,7 +27,8 @@
 //
 // Errors. Operations answer true or false and, when false, fill the error out-parameter if there is
 // one. Nothing throws. Any failed command disconnects; call `start` again before the next one.
-// Calling `start` on a connected session is a programming error that ends the process.
+// Calling `start` on a connected session is a programming error: it ends the process once the
+// second connection stands.
 #pragma once
 
 #include <SSHSession/Platform.h>
@@ -57,7 +61,8 @@ class SSHSESSION_EXPORT SSHSessionDelegate {
     //
     // Called on the session queue, in the middle of the operation that met the server's message: do
     // not call `start`, `stop` or `execute` from here, and do not wait for a thread that does.
-    // Not called by `stop`, by a failed `start` or by a failed command.
+    // Not called for a `stop`, nor for a failure of `start` or `execute` that the server did not
+    // announce.
     virtual void sshSessionDisconnected(SSHSession &session, const SSHErrorRef &error) noexcept = 0;
 };
 
@@ -127,6 +132,8 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     // runs as long as it takes. With an `adminPassword`, a wrong password fails after sudo's own
     // number of attempts, and ten seconds without an answer from sudo fail as a time-out; a sudo
     // that complains and then goes silent (a user who is not in sudoers) is waited for without end.
+    // A user whose shell prints something on standard output as it starts hides sudo's answer:
+    // every such command times out.
     virtual bool execute(const std::shared_ptr<SSHCommand> &command, SSHErrorRef *error) noexcept;
 
     // Whether `start` has succeeded and nothing has failed since. Observable under "isConnected".
@@ -139,7 +146,8 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     void addObserver(const std::weak_ptr<SSHSessionObserver> &observer) noexcept;
     void removeObserver(const std::weak_ptr<SSHSessionObserver> &observer) noexcept;
 
-    // The parameters, as they were given. `uuid` is always null.
+    // The parameters as they were given, the key file's path with its "~" expanded. `uuid` is
+    // always null.
     const std::optional<std::string> &uuid() const noexcept { return mUUID; }
     const std::optional<std::string> &host() const noexcept { return mHost; }
     const std::optional<std::string> &user() const noexcept { return mUser; }

@@ -61,8 +61,11 @@ bool SSHSession_libssh2::start(SSHErrorRef *error) noexcept {
         const std::lock_guard lock(mHandlesMutex);
         mStopped = false;
     }
-    if (_connect(error) && _becomeConnected(error))
+    if (_connect(error) && _becomeConnected())
         return true;
+    // Whatever the stage that `stop` fell into made of it.
+    if (error && _wasStopped())
+        *error = _stoppedError();
     mSessionQueue.sync([this] { _cleanup(); });
     return false;
 }
@@ -87,7 +90,7 @@ bool SSHSession_libssh2::_stage(SSHSessionStage stage,
 }
 
 // A `stop` on another thread may come at any moment, so each step looks whether it already has.
-bool SSHSession_libssh2::_becomeConnected(SSHErrorRef *error) {
+bool SSHSession_libssh2::_becomeConnected() {
     willChangeValueForKey(isConnectedKey);
     {
         const std::lock_guard lock(mHandlesMutex);
@@ -99,11 +102,8 @@ bool SSHSession_libssh2::_becomeConnected(SSHErrorRef *error) {
     if (mKeepAliveTimer)
         SSHPlatform::assertionFailed("!mKeepAliveTimer", "-[SSHSession_libssh2 start:]",
                                      engineSourceName, 122);
-    if (mStopped) {
-        if (error)
-            *error = _stoppedError();
+    if (mStopped)
         return false;
-    }
     const auto self = std::static_pointer_cast<SSHSession_libssh2>(shared_from_this());
     mKeepAliveTimer = SSHPlatform::mainLoop()->scheduleRepeating(keepAliveInterval,
                                                                  [self] { self->keepAlive(); });
@@ -156,11 +156,7 @@ void SSHSession_libssh2::_cleanup() {
     }
     if (timer)
         timer->invalidate();
-    if (mAgent) {
-        libssh2_agent_disconnect(mAgent);
-        libssh2_agent_free(mAgent);
-        mAgent = nullptr;
-    }
+    _freeAgent();
     _closeSocketAfter(std::move(session));
     willChangeValueForKey(isConnectedKey);
     mIsConnected = false;
@@ -168,15 +164,25 @@ void SSHSession_libssh2::_cleanup() {
 }
 
 // With a channel still open, freeing the session would wait for the server to close it. On a socket
-// that is shut down there is nothing to wait for.
+// that is shut down there is nothing to wait for. A stage that waits for the user may hold the
+// session for longer; the library still knows the descriptor then, so that is closed only with the
+// session.
 void SSHSession_libssh2::_closeSocketAfter(SessionHandle session) {
     const std::lock_guard lock(mSocketMutex);
     if (mSocket > 0)
         ::shutdown(mSocket, SHUT_RDWR);
-    session.reset();
-    if (mSocket != 0)
+    if (!session && mSocket != 0)
         ::close(mSocket);
+    session.reset();
     mSocket = 0;
+}
+
+void SSHSession_libssh2::_freeAgent() {
+    if (!mAgent)
+        return;
+    libssh2_agent_disconnect(mAgent);
+    libssh2_agent_free(mAgent);
+    mAgent = nullptr;
 }
 
 bool SSHSession_libssh2::_onSessionQueue(SSHErrorRef *error,
@@ -198,7 +204,11 @@ SSHSession_libssh2::SessionHandle SSHSession_libssh2::_session() const {
 
 void SSHSession_libssh2::_adoptSession(LIBSSH2_SESSION *session) {
     const std::lock_guard lock(mHandlesMutex);
-    mSession.reset(session, libssh2_session_free);
+    mSession.reset(session, [socket = mSocket](LIBSSH2_SESSION *handle) {
+        libssh2_session_free(handle);
+        if (socket != 0)
+            ::close(socket);
+    });
 }
 
 bool SSHSession_libssh2::_wasStopped() const {

@@ -116,7 +116,8 @@ class SSHSession_libssh2 : public SSHSession {
     bool _stage(SSHSessionStage stage, bool (SSHSession_libssh2::*operation)(SSHErrorRef *),
                 SSHErrorRef *error);
     bool _openSession(SSHErrorRef *error);
-    bool _becomeConnected(SSHErrorRef *error);
+    bool _becomeConnected();
+    void _freeAgent();
     void _closeSocketAfter(SessionHandle session);
     void _fetchAndCheckHostKey(LIBSSH2_SESSION *session, HostKeyCheck &check, SSHErrorRef *error);
     std::string _addFailureText(const HostKeyCheck &check, int code, int keyBits) const;
