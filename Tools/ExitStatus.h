@@ -16,5 +16,5 @@ std::optional<std::string> exitSignalOf(const SSHCommand &command);
 std::optional<int> signalNumber(std::string_view name);
 
 // The command's own status, or 128 + the number of the signal that ended it. What has no place in
-// an exit status counts as failed; of a signal this is told to the user.
+// an exit status counts as failed, and the user is told.
 int exitStatusOf(const SSHCommand &command);
