@@ -52,7 +52,7 @@ void ConsoleWindow::layOut() {
     auto *const rows = new QVBoxLayout(this);
     rows->addWidget(mConnectionForm);
     rows->addWidget(mStatus);
-    rows->addWidget(mProblem, 2);
+    rows->addWidget(mProblem);
     rows->addWidget(mCommandForm);
     rows->addWidget(outputs, 1);
     rows->addWidget(mSummary);

@@ -63,8 +63,8 @@ Problem declinedHostKey() {
 
 Problem serverLeft(const SSHErrorRef &error) {
     Problem problem = error ? problemOf(*error) : Problem();
-    if (!error || problem.description.isEmpty())
-        problem.description = QStringLiteral("The server has ended the connection.");
+    problem.reason = problem.description; // the server's own words
+    problem.description = QStringLiteral("The server has ended the connection.");
     return problem;
 }
 

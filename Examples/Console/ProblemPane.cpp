@@ -14,8 +14,9 @@
 namespace {
 
 constexpr int iconSize = 32;
-constexpr int fewestLines = 4;
-constexpr int mostLines = 16;
+constexpr int fewestLines = 2;
+constexpr int mostLines = 12;
+constexpr int usualLineLength = 80;
 
 // Texts may come from a server: never markup, and never wider than the window.
 QLabel *literalLabel(QWidget *parent) {
@@ -28,10 +29,16 @@ QLabel *literalLabel(QWidget *parent) {
     return label;
 }
 
+int lineCount(const QString &text) {
+    int count = 0;
+    for (const QStringView line : text.tokenize(u'\n'))
+        count += 1 + static_cast<int>(line.size()) / usualLineLength;
+    return count;
+}
+
 int heightOfLines(const QPlainTextEdit &edit, int lines) {
-    const int frame =
-        2 * edit.frameWidth() + 2 * static_cast<int>(edit.document()->documentMargin());
-    return lines * edit.fontMetrics().lineSpacing() + frame + edit.fontMetrics().height();
+    const auto margin = static_cast<int>(edit.document()->documentMargin());
+    return lines * edit.fontMetrics().lineSpacing() + 2 * (edit.frameWidth() + margin);
 }
 
 } // namespace
@@ -45,7 +52,7 @@ ProblemPane::ProblemPane()
     mDescription->setFont(bold);
     mReason->setReadOnly(true);
     mReason->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-    mReason->setLineWrapMode(QPlainTextEdit::NoWrap);
+    mReason->setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
     mReason->setAccessibleName(QStringLiteral("Reason"));
 
     auto *const icon = new QLabel(this);
@@ -57,7 +64,6 @@ ProblemPane::ProblemPane()
 
     auto *const grid = new QGridLayout(this);
     grid->setColumnStretch(1, 1);
-    grid->setSizeConstraint(QLayout::SetMinAndMaxSize); // a short reason takes little room
     grid->addWidget(icon, 0, 0, 2, 1, Qt::AlignTop);
     grid->addWidget(mDescription, 0, 1, 1, 3);
     grid->addWidget(mSuggestion, 1, 1, 1, 3);
@@ -74,9 +80,8 @@ void ProblemPane::present(const Problem &problem) {
     mSuggestion->setVisible(!problem.suggestion.isEmpty());
     mOrigin->setText(problem.origin);
     mReason->setPlainText(problem.reason);
-    const int lines = mReason->blockCount();
-    mReason->setMinimumHeight(heightOfLines(*mReason, std::min(lines, fewestLines)));
-    mReason->setMaximumHeight(heightOfLines(*mReason, std::min(lines, mostLines)));
+    mReason->setFixedHeight(
+        heightOfLines(*mReason, std::clamp(lineCount(problem.reason), fewestLines, mostLines)));
     mReason->setVisible(!problem.reason.isEmpty());
     show();
 }

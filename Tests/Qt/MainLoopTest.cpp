@@ -5,6 +5,8 @@
 #include <QTest>
 #include <QTimer>
 
+#include <algorithm>
+#include <array>
 #include <atomic>
 #include <future>
 #include <thread>
@@ -43,16 +45,15 @@ TEST_F(MainLoopTest, QuestionsOfSeveralThreadsComeOneAfterAnother) {
     std::atomic<int> open = 0;
     int most = 0;
     std::vector<std::thread::id> threads;
-    std::vector<std::thread> askers;
-    for (int i = 0; i < 3; ++i)
-        askers.emplace_back([&] {
-            SSHPlatform::askOnMainThread([&] {
-                most = std::max(most, ++open);
-                threads.push_back(std::this_thread::get_id());
-                QTest::qWait(20); // as a dialog does, it serves the loop
-                --open;
-            });
-        });
+    const auto question = [&] {
+        most = std::max(most, ++open);
+        threads.push_back(std::this_thread::get_id());
+        QTest::qWait(20); // as a dialog does, it serves the loop
+        --open;
+    };
+    std::array<std::thread, 3> askers;
+    for (std::thread &asker : askers)
+        asker = std::thread([&] { SSHPlatform::askOnMainThread(question); });
     serveUntil([&] { return threads.size() == 3 && open == 0; });
     for (std::thread &asker : askers)
         asker.join();
