@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <regex>
 #include <thread>
 
 namespace {
@@ -12,6 +13,26 @@ struct SudoCase {
     Lines received;
     std::string result;
 };
+
+std::string failed(const char *function, int code, const std::string &reason) {
+    return fmt::format("libssh2ErrorDomain {} | An error occurred in {}. ({}) | {} | {}", code,
+                       function, code, reason, reason);
+}
+
+// Whichever stream is read when the disconnect arrives gives the error its name.
+std::string afterEitherRead(const std::string &result) {
+    return std::regex_replace(result, std::regex("channel_read_stderr"), "channel_read");
+}
+
+const std::string lost =
+    failed("libssh2_channel_read", -13, "The socket was disconnected. transport read");
+const std::string lostIdle =
+    failed("libssh2_channel_open_session", -13, "The socket was disconnected. Unexpected error");
+const std::string couldNot =
+    "libssh2ErrorDomain 0 | Dravella could not execute the SSH command. | ";
+const std::string timedOut = couldNot + "Password authentication for sudo timed out. | -";
+const std::string notAccepted =
+    couldNot + "The SSH user was not able to use sudo. The password was not accepted. | -";
 
 class OddServerTest : public ScriptedServerTest {
   protected:
@@ -24,26 +45,11 @@ class OddServerTest : public ScriptedServerTest {
 
     void check(TestSession &session, SudoCase each) {
         SCOPED_TRACE(each.script);
-        EXPECT_EQ(resultOf(session, each.script, each.password), each.result);
+        EXPECT_EQ(afterEitherRead(resultOf(session, each.script, each.password)), each.result);
         each.received.emplace_back("done");
         EXPECT_EQ(scripted.received(each.received.size()), each.received);
     }
 };
-
-std::string failed(const char *function, int code, const std::string &reason) {
-    return fmt::format("libssh2ErrorDomain {} | An error occurred in {}. ({}) | {} | {}", code,
-                       function, code, reason, reason);
-}
-
-const std::string lost =
-    failed("libssh2_channel_read", -13, "The socket was disconnected. transport read");
-const std::string lostIdle =
-    failed("libssh2_channel_open_session", -13, "The socket was disconnected. Unexpected error");
-const std::string couldNot =
-    "libssh2ErrorDomain 0 | Dravella could not execute the SSH command. | ";
-const std::string timedOut = couldNot + "Password authentication for sudo timed out. | -";
-const std::string notAccepted =
-    couldNot + "The SSH user was not able to use sudo. The password was not accepted. | -";
 
 struct Disconnect {
     const char *sent;   // after "disconnect"
@@ -103,7 +109,7 @@ TEST_F(OddServerTest, DisconnectsAreToldOnce) {
         EXPECT_EQ(std::exchange(notices, {}), Lines(2, each.notice));
 
         const auto session = connectedToScript();
-        EXPECT_EQ(resultOf(*session, "out a; wait 0.05; " + disconnect), lost);
+        EXPECT_EQ(afterEitherRead(resultOf(*session, "out a; wait 0.05; " + disconnect)), lost);
         EXPECT_EQ(std::exchange(notices, {}), Lines{each.notice});
 
         // Nobody reads while the session is idle: the next command meets the message.
@@ -128,7 +134,7 @@ TEST_F(OddServerTest, StopAfterADisconnectTellsNothing) {
     EXPECT_FALSE(session->isConnected());
     session->setDelegate(nullptr); // nobody to tell
     EXPECT_TRUE(session->start(&error)) << summary(error);
-    EXPECT_EQ(resultOf(*session, "disconnect 2"), lost);
+    EXPECT_EQ(afterEitherRead(resultOf(*session, "disconnect 2")), lost);
     EXPECT_EQ(notices, Lines());
 }
 
