@@ -38,18 +38,16 @@ TEST(SSHEscapeString, IsReadBackByAShell) {
 }
 
 TEST(SSHCommand, SharesWhatItIsGivenAndForgetsItInOrder) {
-    std::vector<char> released;
-    const auto string = [&](char name) {
-        return SSHStringRef(new std::string(1, name), [&released](const std::string *value) {
-            released.push_back(value->front());
+    std::string released;
+    const auto forget = [&](char name) {
+        return [&, name](const auto *value) {
+            released += name;
             delete value;
-        });
+        };
     };
+    const auto string = [&](char name) { return SSHStringRef(new std::string, forget(name)); };
     const auto data = [&](char name) {
-        return SSHDataRef(new SSHPlatform::ByteBuffer({&name, 1}), [&released](const auto *value) {
-            released.push_back(value->view().front());
-            delete value;
-        });
+        return SSHDataRef(new SSHPlatform::ByteBuffer, forget(name));
     };
     {
         SSHCommand command;
@@ -63,11 +61,11 @@ TEST(SSHCommand, SharesWhatItIsGivenAndForgetsItInOrder) {
         command.setAdminPassword(string('2'));
         command.setCommand(string('0'));
         command.setCommand(string('1'));
-        EXPECT_EQ(released, std::vector<char>{'0'});
+        EXPECT_EQ(released, "0");
         const SSHDataRef same = command.stdinData();
         EXPECT_EQ(command.stdinData().get(), same.get());
     }
-    EXPECT_EQ(released, (std::vector<char>{'0', '1', '2', '3', '4', '5', '6'}));
+    EXPECT_EQ(released, "0123456");
 }
 
 // The thread sanitizer, or the allocator, complains when a getter sees a half-replaced value.
@@ -78,10 +76,7 @@ TEST(SSHCommand, PropertiesAreAtomic) {
         for (int i = 0; i < 20000; ++i)
             command.setCommand(std::string(static_cast<std::size_t>(i % 60), 'x'));
     });
-    std::size_t total = 0;
     for (int i = 0; i < 20000; ++i)
-        total += command.command()->size();
+        EXPECT_LE(command.command()->size(), 60U);
     writer.join();
-    EXPECT_GT(total, 0U);
-    EXPECT_EQ(command.command()->size(), 19999U % 60);
 }

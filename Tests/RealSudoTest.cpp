@@ -37,9 +37,8 @@ class TemporaryUser {
     void setPassword(const std::string &password) const {
         if (password.empty())
             require({"passwd", "-q", "-d", name});
-        else if (const Outcome set = runProcess({"chpasswd"}, name + ":" + password + "\n");
-                 set.status != 0)
-            throw std::runtime_error(set.errorOutput);
+        else
+            require({"chpasswd"}, name + ":" + password + "\n");
     }
 
     // What the user's shell does before anything else.

@@ -11,47 +11,44 @@ struct FakeField final : SSHPlatform::TextField {
 };
 
 struct FakeCheckBox final : SSHPlatform::CheckBox {
-    explicit FakeCheckBox(std::vector<bool> &states) : log(states) {}
-    void setOn(bool on) override { log.push_back(on); }
-    std::vector<bool> &log;
+    void setOn(bool on) override { state = on ? ", checked" : ", unchecked"; }
+    std::string state;
 };
 
 struct FakeView final : SSHPlatform::View {
-    FakeView(std::string text, FakeField &asksFor) : name(std::move(text)), field(asksFor) {}
+    explicit FakeView(std::string text) : name(std::move(text)) {}
     const std::string name;
-    FakeField &field;
+    FakeField field;
+    FakeCheckBox box;
 };
 
 struct FakeNib final : SSHPlatform::Nib {
-    explicit FakeNib(std::vector<bool> &states) : box(states) {}
-    SSHPlatform::View *view(const std::string &name) override {
-        return name == passwordView.name ? &passwordView : &responseView;
+    FakeView *view(const std::string &name) override {
+        return name.find("Response") == std::string::npos ? &password : &response;
     }
     SSHPlatform::TextField *textField(const std::string &name) override {
-        return name == "alertPasswordField" ? &password : &response;
+        return name == "alertPasswordField" ? &password.field : &response.field;
     }
-    SSHPlatform::CheckBox *checkBox(const std::string & /*name*/) override { return &box; }
+    SSHPlatform::CheckBox *checkBox(const std::string & /*name*/) override { return &password.box; }
 
-    FakeField password;
-    FakeField response;
-    FakeCheckBox box;
-    FakeView passwordView{"alertAccessoryView", password};
-    FakeView responseView{"alertResponseAccessoryView", response};
+    FakeView password{"alertAccessoryView"};
+    FakeView response{"alertResponseAccessoryView"};
 };
 
 } // namespace
 
 SSHPlatform::AlertAnswer FakePresenter::runModal(const SSHPlatform::Alert &alert) noexcept {
-    Shown entry{alert.style, alert.messageText,         alert.informativeText, {},
-                "",          std::this_thread::get_id()};
+    std::string text = alert.style == SSHPlatform::AlertStyle::Critical ? "Critical: " : "";
+    text += alert.messageText + " | " + alert.informativeText;
     for (const auto &button : alert.buttons)
-        entry.buttons.push_back(button.keyEquivalent ? button.title + "=" + *button.keyEquivalent
-                                                     : button.title);
+        text += " | " + button.title + (button.keyEquivalent ? "=" + *button.keyEquivalent : "");
     if (auto *view = dynamic_cast<FakeView *>(alert.accessoryView)) {
-        entry.view = view->name + (view->field.value.empty() ? "" : " not cleared");
+        const char *const content = view->field.value.empty() ? "" : ", not cleared";
+        text += " | [" + view->name + view->box.state + content + "]";
         view->field.value = typed;
     }
-    shown.push_back(entry);
+    shown.push_back(text);
+    thread = std::this_thread::get_id();
     if (whileShown)
         whileShown();
     if (answers.empty())
@@ -62,5 +59,5 @@ SSHPlatform::AlertAnswer FakePresenter::runModal(const SSHPlatform::Alert &alert
 }
 
 std::unique_ptr<SSHPlatform::Nib> FakePresenter::loadNib(const std::string & /*name*/) noexcept {
-    return hasNib ? std::make_unique<FakeNib>(checkBoxStates) : nullptr;
+    return hasNib ? std::make_unique<FakeNib>() : nullptr;
 }

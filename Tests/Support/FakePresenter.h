@@ -11,25 +11,18 @@
 
 class FakePresenter final : public SSHPlatform::AlertPresenter {
   public:
-    struct Shown {
-        SSHPlatform::AlertStyle style;
-        std::string messageText;
-        std::string informativeText;
-        std::vector<std::string> buttons; // "title" or "title=key", Return written as "\r"
-        std::string view;                 // the accessory view's name, or empty
-        std::thread::id thread;
-    };
-
     SSHPlatform::AlertAnswer runModal(const SSHPlatform::Alert &alert) noexcept override;
     std::unique_ptr<SSHPlatform::Nib> loadNib(const std::string &name) noexcept override;
     void beep() noexcept override { ++beeps; }
 
-    std::vector<Shown> shown;
-    std::deque<SSHPlatform::AlertAnswer>
-        answers;       // taken from the front; refused when there is none
+    // "Critical: " for that style, then "message | details", then " | title" or " | title=key" for
+    // each button, then " | [view]" with what has been done to the view's parts.
+    std::vector<std::string> shown;
+    std::thread::id thread; // that the last alert was shown on
+    // Taken from the front; refused when there is none.
+    std::deque<SSHPlatform::AlertAnswer> answers;
     std::string typed; // into every field while an alert is shown
     std::function<void()> whileShown;
     bool hasNib = true;
     int beeps = 0;
-    std::vector<bool> checkBoxStates;
 };

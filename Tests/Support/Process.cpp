@@ -2,11 +2,10 @@
 
 #include "Tests/Support/TemporaryDirectory.h"
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <netinet/in.h>
+#include <asio/ip/tcp.hpp>
+#include <fmt/format.h>
+
 #include <spawn.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,49 +14,28 @@
 #include <system_error>
 #include <thread>
 
+using asio::ip::tcp;
+
 namespace {
 
-pid_t spawn(const std::vector<std::string> &arguments, const std::string &input,
-            const std::string &output, const std::string &errorOutput) {
-    posix_spawn_file_actions_t actions;
-    ::posix_spawn_file_actions_init(&actions);
-    const int create = O_WRONLY | O_CREAT | O_APPEND;
-    ::posix_spawn_file_actions_addopen(&actions, 0, input.c_str(), O_RDONLY, 0);
-    ::posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), create, 0600);
-    ::posix_spawn_file_actions_addopen(&actions, 2, errorOutput.c_str(), create, 0600);
+// By way of a shell, which redirects the streams.
+pid_t spawn(std::vector<std::string> words, const std::string &in, const std::string &out,
+            const std::string &err) {
+    const auto script = fmt::format("exec \"$@\" <'{}' >>'{}' 2>>'{}'", in, out, err);
+    words.insert(words.begin(), {"sh", "-c", script, "sh"});
     std::vector<char *> argv;
-    argv.reserve(arguments.size() + 1);
-    for (const std::string &argument : arguments)
-        argv.push_back(const_cast<char *>(argument.c_str()));
+    for (std::string &word : words)
+        argv.push_back(word.data());
     argv.push_back(nullptr);
     pid_t id = -1;
-    const int failure = ::posix_spawnp(&id, argv[0], &actions, nullptr, argv.data(), environ);
-    ::posix_spawn_file_actions_destroy(&actions);
-    if (failure != 0)
-        throw std::system_error(failure, std::generic_category(), arguments[0]);
+    if (const int failure = ::posix_spawnp(&id, "sh", nullptr, nullptr, argv.data(), environ))
+        throw std::system_error(failure, std::generic_category(), "sh");
     return id;
 }
 
-int shellStatus(int status) {
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+tcp::endpoint onLoopback(unsigned short port) {
+    return {asio::ip::address_v4::loopback(), port};
 }
-
-class LoopbackSocket {
-  public:
-    explicit LoopbackSocket(unsigned short port) : descriptor(::socket(AF_INET, SOCK_STREAM, 0)) {
-        address.sin_family = AF_INET;
-        address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    }
-    LoopbackSocket(const LoopbackSocket &) = delete;
-    LoopbackSocket &operator=(const LoopbackSocket &) = delete;
-    ~LoopbackSocket() { ::close(descriptor); }
-
-    sockaddr *generic() { return reinterpret_cast<sockaddr *>(&address); }
-
-    const int descriptor;
-    sockaddr_in address{};
-};
 
 } // namespace
 
@@ -67,11 +45,12 @@ Outcome runProcess(const std::vector<std::string> &arguments, const std::string 
         spawn(arguments, files.write("in", input), files.path("out"), files.path("err"));
     int status = 0;
     ::waitpid(id, &status, 0);
-    return {shellStatus(status), contentOf(files.path("out")), contentOf(files.path("err"))};
+    status = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    return {status, contentOf(files.path("out")), contentOf(files.path("err"))};
 }
 
-std::string require(const std::vector<std::string> &arguments) {
-    Outcome outcome = runProcess(arguments);
+std::string require(const std::vector<std::string> &arguments, const std::string &input) {
+    const Outcome outcome = runProcess(arguments, input);
     if (outcome.status != 0)
         throw std::runtime_error(arguments[0] + ": " + outcome.errorOutput + outcome.output);
     return outcome.output;
@@ -106,17 +85,15 @@ bool eventually(const std::function<bool()> &condition, std::chrono::millisecond
 }
 
 unsigned short freePort() {
-    LoopbackSocket socket(0);
-    socklen_t length = sizeof socket.address;
-    if (::bind(socket.descriptor, socket.generic(), length) != 0 ||
-        ::getsockname(socket.descriptor, socket.generic(), &length) != 0)
-        throw std::system_error(errno, std::generic_category(), "free port");
-    return ntohs(socket.address.sin_port);
+    asio::io_context context;
+    return tcp::acceptor(context, onLoopback(0), false).local_endpoint().port();
 }
 
 bool accepts(unsigned short port) {
-    LoopbackSocket socket(port);
-    return ::connect(socket.descriptor, socket.generic(), sizeof socket.address) == 0;
+    asio::io_context context;
+    std::error_code refused;
+    tcp::socket(context).connect(onLoopback(port), refused);
+    return !refused;
 }
 
 bool isRoot() {

@@ -18,7 +18,7 @@ struct Outcome {
 Outcome runProcess(const std::vector<std::string> &arguments, const std::string &input = "");
 
 // The same, and an exception with the program's standard error unless its status is 0.
-std::string require(const std::vector<std::string> &arguments);
+std::string require(const std::vector<std::string> &arguments, const std::string &input = "");
 
 // A program in the background, killed in the end.
 class Process {
@@ -29,7 +29,6 @@ class Process {
     Process &operator=(const Process &) = delete;
     ~Process();
 
-    pid_t id() const { return mId; }
     bool isRunning();
 
   private:

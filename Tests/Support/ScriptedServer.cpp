@@ -9,10 +9,8 @@ ScriptedServer::ScriptedServer() {
     makeKey(mDirectory.path("host"), "ecdsa");
     const std::string program = SSHSESSION_TESTS_DIRECTORY "/scripted_server.py";
     // The distribution's Python has the distribution's AsyncSSH; its warnings are of no use here.
-    mProcess =
-        std::make_unique<Process>(std::vector<std::string>{"/usr/bin/python3", "-W", "ignore",
-                                                           program, mDirectory.path("host")},
-                                  mDirectory.path("log"));
+    const Lines words = {"/usr/bin/python3", "-W", "ignore", program, mDirectory.path("host")};
+    mProcess = std::make_unique<Process>(words, mDirectory.path("log"));
     const std::string announcement = "port ";
     if (!eventually([&] { return !mProcess->isRunning() || log().ends_with('\n'); },
                     std::chrono::seconds(30)) ||
@@ -22,13 +20,8 @@ ScriptedServer::ScriptedServer() {
     received();
 }
 
-std::string ScriptedServer::hostKey() const {
-    const std::string line = contentOf(mDirectory.path("host.pub"));
-    return line.substr(0, line.find_first_of(" \n", line.find(' ') + 1));
-}
-
-std::vector<std::string> ScriptedServer::received(std::size_t atLeast) {
-    std::vector<std::string> lines;
+Lines ScriptedServer::received(std::size_t atLeast) {
+    Lines lines;
     EXPECT_TRUE(eventually([&] {
         const std::string all = log();
         std::istringstream fresh(all.substr(std::exchange(mSeen, all.rfind('\n') + 1)));

@@ -9,10 +9,10 @@ class ScriptedServer {
     ScriptedServer();
 
     unsigned short port() const { return mPort; }
-    std::string hostKey() const;
+    std::string hostKey() const { return publicKey(mDirectory.path("host")); }
     std::string log() const { return contentOf(mDirectory.path("log")); }
     // What clients have sent, a line each, since the last call; waits for so many lines.
-    std::vector<std::string> received(std::size_t atLeast = 0);
+    Lines received(std::size_t atLeast = 0);
 
   private:
     TemporaryDirectory mDirectory;
@@ -36,7 +36,5 @@ class ScriptedServerTest : public SessionTest, protected SSHSessionDelegate {
     void sshSessionDisconnected(SSHSession &session, const SSHErrorRef &why) noexcept override;
 
     ScriptedServer scripted;
-    std::vector<std::string> notices;
+    Lines notices;
 };
-
-using Lines = std::vector<std::string>;

@@ -13,6 +13,8 @@
 #include <string>
 #include <vector>
 
+using Lines = std::vector<std::string>;
+
 // An engine whose inner state tests may look at.
 class TestSession final : public SSHSession_libssh2 {
   public:
@@ -48,7 +50,7 @@ class SessionTest : public testing::Test {
 
     TemporaryHome home;
     const std::shared_ptr<FakePresenter> user = std::make_shared<FakePresenter>();
-    std::vector<std::string> log;
+    Lines log;
     SSHErrorRef error;
 
   private:

@@ -12,9 +12,9 @@
 
 namespace {
 
-constexpr const char *configuration = R"(Port {port}
+constexpr const char *configuration = R"(Port {0}
 ListenAddress 127.0.0.1
-AuthorizedKeysFile {directory}/authorized_keys
+AuthorizedKeysFile {1}/authorized_keys
 PidFile none
 StrictModes no
 UsePAM no
@@ -23,7 +23,7 @@ PasswordAuthentication no
 KbdInteractiveAuthentication no
 MaxAuthTries 20
 LogLevel VERBOSE
-SetEnv HOME={directory}
+SetEnv HOME={1}
 )";
 
 std::optional<std::string> environment(const char *name) {
@@ -64,12 +64,16 @@ void makeKey(const std::string &path, const std::string &type, const std::string
     require({"ssh-keygen", "-q", "-t", type, "-N", passphrase, "-C", "", "-m", format, "-f", path});
 }
 
+std::string publicKey(const std::string &path) {
+    const std::string line = contentOf(path + ".pub");
+    return line.substr(0, line.find_first_of(" \n", line.find(' ') + 1));
+}
+
 Sshd::Sshd(const std::vector<std::string> &hostKeyTypes, const std::string &settings)
     : mPort(freePort()) {
     if (isRoot())
         ::mkdir("/run/sshd", 0755); // sshd as root insists on it
-    std::string text = fmt::format(fmt::runtime(configuration), fmt::arg("port", mPort),
-                                   fmt::arg("directory", mDirectory.path()));
+    std::string text = fmt::format(configuration, mPort, mDirectory.path());
     for (const std::string &type : hostKeyTypes) {
         makeKey(mDirectory.path("host_" + type), type);
         text += fmt::format("HostKey {}\n", mDirectory.path("host_" + type));
@@ -84,11 +88,6 @@ Sshd::Sshd(const std::vector<std::string> &hostKeyTypes, const std::string &sett
 
 void Sshd::authorize(const std::string &path) const {
     std::ofstream(mDirectory.path("authorized_keys"), std::ios::app) << contentOf(path + ".pub");
-}
-
-std::string Sshd::hostKey(const std::string &type) const {
-    const std::string line = contentOf(mDirectory.path("host_" + type + ".pub"));
-    return line.substr(0, line.find_first_of(" \n", line.find(' ') + 1));
 }
 
 SshAgent::SshAgent(const std::vector<std::string> &paths) {

@@ -32,6 +32,9 @@ class TemporaryHome {
 // Makes the key pair `path` and `path`.pub.
 void makeKey(const std::string &path, const std::string &type, const std::string &passphrase = "");
 
+// "algorithm base64" of that pair, as it stands in a known-hosts file.
+std::string publicKey(const std::string &path);
+
 class Sshd {
   public:
     // `hostKeyTypes` as ssh-keygen names them; `settings` are further lines for its configuration.
@@ -42,8 +45,9 @@ class Sshd {
     unsigned short port() const { return mPort; }
     // Lets the current user in with the key pair at `path`, together with those before.
     void authorize(const std::string &path) const;
-    // "algorithm base64", as it stands in a known-hosts file.
-    std::string hostKey(const std::string &type = "ecdsa") const;
+    std::string hostKey(const std::string &type = "ecdsa") const {
+        return publicKey(mDirectory.path("host_" + type));
+    }
     std::string log() const { return contentOf(mDirectory.path("log")); }
 
   private:
