@@ -62,8 +62,7 @@ struct HandLoop final : SSHPlatform::MainLoop {
 
 class LifecycleTest : public SessionTest {
   protected:
-    std::shared_ptr<TestSession> observed(unsigned short port) {
-        auto session = makeSession(port, std::nullopt, key());
+    std::shared_ptr<TestSession> observed(std::shared_ptr<TestSession> session) {
         session->addObserver(recorder);
         return session;
     }
@@ -89,7 +88,7 @@ TEST(FacadeDeathTest, AnAbstractSessionOnlyCarriesItsParameters) {
 }
 
 TEST_F(LifecycleTest, AnnouncesStagesAndConnection) {
-    const auto session = observed(server().port());
+    const auto session = observed(makeSession(server().port(), std::nullopt, key()));
     session->stop();
     EXPECT_EQ(recorder->taken(), idlePair);
     for (int round = 0; round < 2; ++round) {
@@ -107,18 +106,6 @@ TEST_F(LifecycleTest, AnnouncesStagesAndConnection) {
     session->removeObserver(recorder);
     session->stop();
     EXPECT_EQ(recorder->taken(), "");
-}
-
-TEST_F(LifecycleTest, AFailedStartTellsOnceAndCanBeRepeated) {
-    know(Sshd().hostKey()); // another key for this host
-    const Sshd sshd;
-    sshd.authorize(key());
-    const auto session = observed(sshd.port());
-    EXPECT_FALSE(session->start(&error)); // the user refuses
-    EXPECT_EQ(error, nullptr);
-    EXPECT_EQ(recorder->taken(), "(0+)(1+)(2-)" + idlePair);
-    user->answers = {AlertAnswer::FirstButton};
-    EXPECT_TRUE(session->start(nullptr));
 }
 
 TEST_F(LifecycleTest, TheKeepaliveTimerHoldsTheSessionUntilStop) {
@@ -159,24 +146,38 @@ TEST_F(LifecycleTest, AConnectedSessionMustNotBeStartedAgain) {
         "self.user.*_authenticate");
 }
 
-TEST_F(LifecycleTest, StopWhileTheUserIsAskedMakesStartFail) {
+TEST_F(LifecycleTest, ARefusalOrAStopAtAnyQuestionMakesStartFail) {
     const Sshd sshd;
-    sshd.authorize(key());
-    const auto session = observed(sshd.port());
-    user->answers = {AlertAnswer::FirstButton};
-    user->whileShown = [&] { std::thread([&] { session->stop(); }).join(); };
+    const std::string locked = home.directory.path(".ssh/id_rsa");
+    makeKey(locked, "rsa", "sesame");
+    for (const std::string &path : {key(), locked})
+        sshd.authorize(path);
+    const auto session = observed(makeSession(sshd.port()));
     EXPECT_FALSE(session->start(&error));
-    EXPECT_EQ(error->localizedFailureReason(), "The session was stopped while it was connecting.");
-    EXPECT_FALSE(session->isConnected());
-    EXPECT_EQ(contentOf(home.knownHosts()), "127.0.0.1 " + sshd.hostKey() + "\n");
+    EXPECT_EQ(error, nullptr);
+    EXPECT_EQ(recorder->taken(), "(0+)(1+)(2-)" + idlePair);
 
-    user->whileShown = nullptr;
+    user->whileShown = [&] { std::thread([&] { session->stop(); }).join(); };
+    user->answers.assign(2, AlertAnswer::FirstButton);
+    for (const auto &[question, stages] : std::vector<std::pair<const char *, std::string>>{
+             {"authenticity of host", "(0+)(1+)(2" + idlePair + "+)(3-)(4-)" + idlePair},
+             {"Enter your password", "(0+)(1+)(2+)(3-)(4" + idlePair + "-)" + idlePair}}) {
+        user->shown.clear();
+        EXPECT_FALSE(session->start(&error));
+        EXPECT_EQ(error->localizedFailureReason(),
+                  "The session was stopped while it was connecting.");
+        EXPECT_THAT(user->shown, testing::ElementsAre(testing::HasSubstr(question)));
+        EXPECT_EQ(recorder->taken(), stages);
+        EXPECT_EQ(contentOf(home.knownHosts()), "127.0.0.1 " + sshd.hostKey() + "\n");
+    }
+    const SshAgent agent({key()});
     EXPECT_TRUE(session->start(&error)) << summary(error);
 }
 
 // Whatever stage the other thread's `stop` falls into, nothing is left over and nothing breaks.
 TEST_F(LifecycleTest, StopAtAnyMoment) {
-    const auto session = makeSession(server().port(), std::nullopt, key());
+    const SshAgent agent({key()});
+    const auto session = makeSession(server().port());
     for (int delay = 0; delay < 24; ++delay) {
         std::thread stopper([&] {
             std::this_thread::sleep_for(milliseconds(2 * delay));
@@ -186,8 +187,7 @@ TEST_F(LifecycleTest, StopAtAnyMoment) {
         stopper.join();
         if (started)
             session->stop();
-        EXPECT_FALSE(session->isConnected());
-        EXPECT_EQ(session->mSocket, 0);
+        EXPECT_FALSE(session->isConnected() || session->mSocket != 0 || session->mAgent);
         EXPECT_EQ(session->mKeepAliveTimer, nullptr);
     }
     EXPECT_TRUE(session->start(&error)) << summary(error);

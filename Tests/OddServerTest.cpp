@@ -51,22 +51,6 @@ class OddServerTest : public ScriptedServerTest {
     }
 };
 
-struct Disconnect {
-    const char *sent;   // after "disconnect"
-    const char *notice; // what the delegate is told
-};
-
-const std::vector<Disconnect> disconnects = {
-    {"2 bye en", "2 | bye | en"},
-    {"2 bye ''", "2 | bye | -"},
-    {"2 '' de", "2 | - | de"},
-    {"2 '' ''", "2 | - | -"},
-    {"2", "2 | - | -"}, // the packet ends after the number
-    {R"(2 'a\xffb' '\xfe')", "2 | a\uFFFDb | \uFFFD"},
-    {"11 bye en", "in good order"},
-    {"11", "in good order"},
-};
-
 } // namespace
 
 TEST_F(OddServerTest, EndsOfCommands) {
@@ -100,17 +84,23 @@ TEST_F(OddServerTest, Refusals) {
 }
 
 TEST_F(OddServerTest, DisconnectsAreToldOnce) {
-    for (const Disconnect &each : disconnects) {
-        SCOPED_TRACE(each.sent);
-        const std::string disconnect = std::string("disconnect ") + each.sent;
+    for (const auto &[sent, notice] : std::vector<std::pair<std::string, std::string>>{
+             {"2 bye en", "2 | bye | en"},
+             {"2 bye ''", "2 | bye | -"},
+             {"2 '' de", "2 | - | de"},
+             {"2", "2 | - | -"}, // the packet ends after the number
+             {R"(2 'a\xffb' '\xfe')", "2 | a\uFFFDb | \uFFFD"},
+             {"11 bye en", "in good order"}}) {
+        SCOPED_TRACE(sent);
+        const std::string disconnect = "disconnect " + sent;
         EXPECT_FALSE(sessionAs(disconnect)->start(&error)); // before any method
         EXPECT_FALSE(sessionAs("password " + disconnect, "sesame")->start(&error));
         EXPECT_THAT(summary(error), testing::HasSubstr("ssh user password. (-13)"));
-        EXPECT_EQ(std::exchange(notices, {}), Lines(2, each.notice));
+        EXPECT_EQ(std::exchange(notices, {}), Lines(2, notice));
 
         const auto session = connectedToScript();
         EXPECT_EQ(afterEitherRead(resultOf(*session, "out a; wait 0.05; " + disconnect)), lost);
-        EXPECT_EQ(std::exchange(notices, {}), Lines{each.notice});
+        EXPECT_EQ(std::exchange(notices, {}), Lines{notice});
 
         // Nobody reads while the session is idle: the next command meets the message.
         ASSERT_TRUE(session->start(&error)) << summary(error);
@@ -120,7 +110,7 @@ TEST_F(OddServerTest, DisconnectsAreToldOnce) {
         EXPECT_TRUE(session->isConnected());
         EXPECT_EQ(notices, Lines());
         EXPECT_EQ(resultOf(*session, "out a"), lostIdle);
-        EXPECT_EQ(std::exchange(notices, {}), Lines{each.notice});
+        EXPECT_EQ(std::exchange(notices, {}), Lines{notice});
     }
 }
 

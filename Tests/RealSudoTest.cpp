@@ -94,7 +94,7 @@ class RealSudoTest : public SessionTest {
                        const std::string &input = "") {
         if (!session || !session->isConnected()) {
             session =
-                makeSession(admin->name, sshd->port(), std::nullopt, home.directory.path("client"));
+                makeSession(sshd->port(), std::nullopt, home.directory.path("client"), admin->name);
             EXPECT_TRUE(session->start(&error)) << summary(error);
         }
         return resultOf(*session, text, password, input);

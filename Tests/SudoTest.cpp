@@ -13,7 +13,6 @@ namespace {
 
 const std::string prompt = "#SSHSessionEnterPassword^";
 const std::string success = "#SSHSessionSudoSuccess^\n";
-const std::string threeAttempts = "sudo: 3 incorrect password attempts\n";
 
 // A conversation with its buffers; what arrives is given piece by piece.
 struct Conversation {
@@ -61,24 +60,12 @@ TEST(Sudo, MarkersMayBeSplitAnywhere) {
     }
 }
 
-TEST(Sudo, WhatIsNoMarker) {
+TEST(Sudo, OnlyAPromptAtTheVeryEndIsAnswered) {
     Conversation talk;
     EXPECT_EQ(talk.hear("hello\n" + success, prompt + "\n"), Outcome::Pending);
     EXPECT_TRUE(talk.input.empty());
-    EXPECT_EQ(talk.hear("", prompt), Outcome::Pending); // now at the very end
     EXPECT_EQ(talk.hear("", prompt), Outcome::Pending);
-    EXPECT_EQ(talk.input.view(), "sesame\nsesame\n"); // every prompt is answered
-    Conversation ended; // nothing more can come, not even the line end
-    EXPECT_EQ(ended.hear(success.substr(0, 23), "", false), Outcome::Accepted);
-    EXPECT_TRUE(ended.output.empty());
-}
-
-TEST(Sudo, ThreeAttemptsCountOnceNothingMoreCanBeRead) {
-    Conversation talk;
-    EXPECT_EQ(talk.hear("", "x" + threeAttempts), Outcome::Pending);
-    EXPECT_EQ(talk.hear("", "y", false), Outcome::Refused);
-    Conversation garbled;
-    EXPECT_EQ(garbled.hear("", "\xff" + threeAttempts, false), Outcome::Pending);
+    EXPECT_EQ(talk.input.view(), "sesame\n");
 }
 
 TEST(Sudo, TenSecondsOfSilenceSinceErrorOutputWasLastSeen) {
@@ -87,6 +74,6 @@ TEST(Sudo, TenSecondsOfSilenceSinceErrorOutputWasLastSeen) {
     EXPECT_EQ(talk.hear("", "complaint", true, seconds(11)), Outcome::Pending);
     EXPECT_EQ(talk.hear("", "", true, seconds(100)), Outcome::Pending); // still there
     EXPECT_EQ(talk.hear("", prompt, true, seconds(120)), Outcome::Pending);
-    EXPECT_EQ(talk.hear("", "", true, milliseconds(130'000)), Outcome::Pending);
+    EXPECT_EQ(talk.hear("", "", true, seconds(130)), Outcome::Pending);
     EXPECT_EQ(talk.hear("", "", false, milliseconds(130'001)), Outcome::TimedOut);
 }

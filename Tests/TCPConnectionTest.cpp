@@ -30,17 +30,6 @@ TEST_F(TCPConnectionTest, UnknownHost) {
     }
 }
 
-// A refused connection passes the first stage; the handshake meets it.
-TEST_F(TCPConnectionTest, RefusedConnection) {
-    const auto session = makeSession(freePort());
-    EXPECT_TRUE(session->_createSocket(&error));
-    EXPECT_FALSE(session->_startSession(&error));
-    EXPECT_THAT(summary(error), testing::HasSubstr("Could not complete the handshake. "));
-    EXPECT_LT(error->code(), 0);
-    session->stop();
-    EXPECT_EQ(session->mSocket, 0);
-}
-
 TEST_F(TCPConnectionTest, ServersThatDoNotSpeakSSH) {
     asio::io_context context;
     tcp::acceptor listener(context, {asio::ip::address_v4::loopback(), 0});

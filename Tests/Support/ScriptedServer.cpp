@@ -41,7 +41,7 @@ void ScriptedServerTest::TearDown() {
 std::shared_ptr<TestSession> ScriptedServerTest::sessionAs(const std::string &script,
                                                            std::optional<std::string> password,
                                                            std::optional<std::string> key) {
-    auto session = makeSession(script, scripted.port(), std::move(password), std::move(key));
+    auto session = makeSession(scripted.port(), std::move(password), std::move(key), script);
     session->setDelegate(this);
     return session;
 }

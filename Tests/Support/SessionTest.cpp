@@ -41,13 +41,8 @@ void SessionTest::TearDown() {
 
 std::shared_ptr<TestSession> SessionTest::makeSession(unsigned short port,
                                                       std::optional<std::string> password,
-                                                      std::optional<std::string> key) {
-    return makeSession(currentUser(), port, std::move(password), std::move(key));
-}
-
-std::shared_ptr<TestSession> SessionTest::makeSession(const std::string &name, unsigned short port,
-                                                      std::optional<std::string> password,
-                                                      std::optional<std::string> key) {
+                                                      std::optional<std::string> key,
+                                                      const std::string &name) {
     auto session =
         std::make_shared<TestSession>("127.0.0.1", port, name, std::move(password), std::move(key));
     mSessions.push_back(session);

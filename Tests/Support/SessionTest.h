@@ -32,13 +32,11 @@ class SessionTest : public testing::Test {
     ~SessionTest() override;
     void TearDown() override;
 
-    // A session for the current user on loopback.
+    // On loopback.
     std::shared_ptr<TestSession> makeSession(unsigned short port,
                                              std::optional<std::string> password = std::nullopt,
-                                             std::optional<std::string> key = std::nullopt);
-    std::shared_ptr<TestSession> makeSession(const std::string &name, unsigned short port,
-                                             std::optional<std::string> password = std::nullopt,
-                                             std::optional<std::string> key = std::nullopt);
+                                             std::optional<std::string> key = std::nullopt,
+                                             const std::string &name = currentUser());
 
     // A server whose host key is known already and that lets `key` in.
     Sshd &server();

@@ -12,6 +12,7 @@
 
 namespace {
 
+// RSA with SHA-1 is all that libssh2 1.10 offers for such a key.
 constexpr const char *configuration = R"(Port {0}
 ListenAddress 127.0.0.1
 AuthorizedKeysFile {1}/authorized_keys
@@ -22,6 +23,7 @@ PermitRootLogin yes
 PasswordAuthentication no
 KbdInteractiveAuthentication no
 MaxAuthTries 20
+PubkeyAcceptedAlgorithms +ssh-rsa,ssh-dss
 LogLevel VERBOSE
 SetEnv HOME={1}
 )";
