@@ -5,6 +5,9 @@
 
 #include <array>
 #include <cstring>
+#include <optional>
+#include <string>
+#include <vector>
 
 namespace {
 

@@ -66,9 +66,9 @@ bool SSHSession_libssh2::_execute(const std::shared_ptr<SSHCommand> &command, SS
         text = sudoCommand(text);
 
     ChannelRun run;
-    run.hasInput = !bytesOf(command->stdinData()).empty();
     if (!_openChannel(session, run, error) || !_startCommand(text, run, error))
         return false;
+    run.hasInput = !bytesOf(command->stdinData()).empty();
     if (adminPassword && !_runSudoPhase(session, *adminPassword, run, error))
         return false;
     if (!_drain(session, *command, run, error))

@@ -8,6 +8,9 @@
 
 #include <fmt/format.h>
 
+#include <string>
+#include <utility>
+
 using SSHPlatform::Alert;
 using SSHPlatform::AlertAnswer;
 

@@ -98,16 +98,25 @@ bool SSHSession_libssh2::_becomeConnected() {
     }
     didChangeValueForKey(isConnectedKey);
 
-    const std::lock_guard lock(mHandlesMutex);
-    if (mKeepAliveTimer)
-        SSHPlatform::assertionFailed("!mKeepAliveTimer", "-[SSHSession_libssh2 start:]",
-                                     engineSourceName, 122);
-    if (mStopped)
-        return false;
+    {
+        const std::lock_guard lock(mHandlesMutex);
+        if (mKeepAliveTimer)
+            SSHPlatform::assertionFailed("!mKeepAliveTimer", "-[SSHSession_libssh2 start:]",
+                                         engineSourceName, 122);
+    }
     const auto self = std::static_pointer_cast<SSHSession_libssh2>(shared_from_this());
-    mKeepAliveTimer = SSHPlatform::mainLoop()->scheduleRepeating(keepAliveInterval,
-                                                                 [self] { self->keepAlive(); });
-    return true;
+    // The loop is the host's own: no lock is held while it is asked.
+    auto timer = SSHPlatform::mainLoop()->scheduleRepeating(keepAliveInterval,
+                                                            [self] { self->keepAlive(); });
+    {
+        const std::lock_guard lock(mHandlesMutex);
+        if (!mStopped) {
+            mKeepAliveTimer = std::move(timer);
+            return true;
+        }
+    }
+    timer->invalidate();
+    return false;
 }
 
 void SSHSession_libssh2::stop() noexcept {

@@ -116,6 +116,7 @@ class SSHSession_libssh2 : public SSHSession {
     bool _stage(SSHSessionStage stage, bool (SSHSession_libssh2::*operation)(SSHErrorRef *),
                 SSHErrorRef *error);
     bool _openSession(SSHErrorRef *error);
+    void _adoptSession(LIBSSH2_SESSION *session);
     bool _becomeConnected();
     void _freeAgent();
     void _closeSocketAfter(SessionHandle session);
@@ -128,7 +129,6 @@ class SSHSession_libssh2 : public SSHSession {
     bool _tryKeyWithPrompt(const KeyFiles &files, KeyTranscript &transcript);
     int _tryKey(const KeyFiles &files, const std::optional<std::string> &passphrase,
                 KeyTranscript &transcript);
-    void _adoptSession(LIBSSH2_SESSION *session);
     bool _openChannel(LIBSSH2_SESSION *session, ChannelRun &run, SSHErrorRef *error);
     bool _startCommand(const std::string &text, ChannelRun &run, SSHErrorRef *error);
     bool _runSudoPhase(LIBSSH2_SESSION *session, const std::string &password, ChannelRun &run,
