@@ -72,42 +72,28 @@ TEST_F(ToolTest, HandsThroughOutputAndStatus) {
 }
 
 TEST_F(ToolTest, ReportsAsJson) {
-    const auto json = [&](const std::string &command) {
-        return std::regex_replace(run({"--json", "127.0.0.1", command}),
-                                  std::regex(":[0-9]+\\.[0-9]+|-[0-9]+"), ":T");
+    // Without what differs from one run to the next.
+    const auto json = [&](const Words &words) {
+        return std::regex_replace(
+            run(words), std::regex(R"(:[0-9]+\.[0-9]+|-[0-9]+|handshake\. [^"\n]*)"), "X");
     };
-    const std::string begin = R"("timings":{"connect":T,"handshake":T)";
-    const std::string end = R"(,"hostKey":T,"agent":T,"authenticate":T,"execute":T}})"
-                            "\n";
-    EXPECT_EQ(json(R"(printf 'a\377bc'; printf '\303\274' >&2; exit 7)"),
-              whole(7,
-                    "{\"stdout\":\"a\uFFFDbc\",\"stdoutBase64\":\"Yf9iYw==\",\"stderr\":"
-                    "\"\u00fc\",\"exitStatus\":7,\"exitSignal\":null," +
-                        begin + end,
-                    ""));
-    EXPECT_EQ(json(R"(printf 'a\377' >&2; kill -TERM $$)"),
+    EXPECT_EQ(json({"--json", "127.0.0.1", R"(printf 'a\377bc'; printf '\303\274' >&2; kill $$)"}),
               whole(143,
-                    "{\"stdout\":\"\",\"stderr\":\"a\uFFFD\",\"stderrBase64\":\"Yf8=\","
-                    "\"exitStatus\":0,\"exitSignal\":\"TERM\"," +
-                        begin + end,
+                    "{\"stdout\":\"a\uFFFDbc\",\"stdoutBase64\":\"Yf9iYw==\",\"stderr\":\"\u00fc\","
+                    "\"exitStatus\":0,\"exitSignal\":\"TERM\",\"timings\":{\"connect\"X,"
+                    "\"handshake\"X,\"hostKey\"X,\"agent\"X,\"authenticate\"X,\"execute\"X}}\n",
                     ""));
-}
-
-TEST_F(ToolTest, TellsWhyASessionFailed) {
     port = std::to_string(freePort());
     const std::string why = "Dravella could not make an SSH connection to ada@127.0.0.1.";
-    EXPECT_THAT(run({"ada@127.0.0.1", "true"}),
-                MatchesRegex(whole(255, "", why + "\nCould not complete the handshake. .*\n")));
-    EXPECT_THAT(
-        run({"--json", "ada@127.0.0.1", "true"}),
-        MatchesRegex(whole(255,
-                           R"(\{"error":\{"domain":"libssh2ErrorDomain","code":-[0-9]+,)"
-                           R"("description":")" +
-                               why +
-                               R"(","reason":"Could not complete the handshake. .*)"
-                               R"("\},"timings":\{"connect":[0-9.]+,"handshake":[0-9.]+\}\})"
-                               "\n",
-                           "")));
+    EXPECT_EQ(json({"ada@127.0.0.1", "true"}),
+              whole(255, "", why + "\nCould not complete the X\n"));
+    EXPECT_EQ(json({"--json", "ada@127.0.0.1", "true"}),
+              whole(255,
+                    R"({"error":{"domain":"libssh2ErrorDomain","code":X,"description":")" + why +
+                        R"(","reason":"Could not complete the X"},"timings":{"connect"X,)"
+                        R"("handshake"X}})"
+                        "\n",
+                    ""));
 }
 
 TEST_F(ToolTest, RefusesInOneLineWhatItCannotUse) {
@@ -132,26 +118,16 @@ TEST_F(ToolTest, RefusesInOneLineWhatItCannotUse) {
 }
 
 TEST_F(ToolTest, MeetsClosedFullAndBrokenStreams) {
-    const Words large = {"127.0.0.1", "head -c 200000 /dev/zero"}; // more than a pipe holds
     const std::string noWrite = "sshsession: Could not write to standard output: ";
-    const std::string closed = whole(255, "", noWrite + "Bad file descriptor.\n");
-    const std::string full = whole(255, "", noWrite + "No space left on device.\n");
-    struct Case {
-        std::string script;
-        Words words;
-        std::string expected;
-    };
-    const std::vector<Case> cases = {
-        {"\"$0\" \"$@\" >&-", large, closed},
-        {"\"$0\" \"$@\" >&-", {"--version"}, closed},
-        {"\"$0\" \"$@\" >/dev/full", large, full},
-        {"{ \"$0\" \"$@\"; echo $? >&2; } | :", large,
-         whole(0, "", noWrite + "Broken pipe.\n255\n")},
-        // A connection must not take the place of a stream.
-        {"\"$0\" \"$@\" 2>&-", {"-v", "127.0.0.1", "echo out"}, whole(0, "out\n", "")},
-    };
-    for (const auto &[script, words, expected] : cases)
-        EXPECT_EQ(run(words, "", {"sh", "-c", script}), expected);
+    for (const auto &[script, expected] : std::vector<std::pair<const char *, std::string>>{
+             {R"("$0" "$@" >&-)", whole(255, "", noWrite + "Bad file descriptor.\n")},
+             {R"("$0" "$@" >/dev/full)", whole(255, "", noWrite + "No space left on device.\n")},
+             {R"({ "$0" "$@"; echo $? >&2; } | :)", whole(0, "", noWrite + "Broken pipe.\n255\n")}})
+        EXPECT_EQ(run({"127.0.0.1", "head -c 200000 /dev/zero"}, "", {"sh", "-c", script}),
+                  expected); // more than a pipe holds
+    // A connection must not take the place of a stream.
+    EXPECT_EQ(run({"-v", "127.0.0.1", "echo out"}, "", {"sh", "-c", R"("$0" "$@" 2>&-)"}),
+              whole(0, "out\n", ""));
 }
 
 TEST_F(ToolTest, ReadsAPasswordAndTellsWhatTheServerDoes) {
@@ -159,21 +135,15 @@ TEST_F(ToolTest, ReadsAPasswordAndTellsWhatTheServerDoes) {
     port = std::to_string(scripted.port());
     home.directory.write(".ssh/known_hosts", "127.0.0.1 " + scripted.hostKey() + "\n");
     const std::string file = home.directory.path("password");
-    struct Case {
-        std::string content;
-        std::string password;
-        std::string script;
-        std::string expected;
-    };
-    const std::vector<Case> cases = {
+    const std::vector<std::array<std::string, 4>> cases = {
         {"plain", "plain", "out x; signal HUP@example.com; eof; close", whole(129, "x", "")},
         {"two\n\n", "two\\n", "out x; status 256; eof; close",
          whole(255, "x",
                "sshsession: The command's exit status is 256, which is more than can be "
                "handed through.\n")},
-        {"dos\r\n", "dos", "out x; disconnect 2 'by\\x1be\\n' en",
+        {"dos\r\n", "dos", "out x; disconnect 2 'by\\x1be\\xc2\\x9b\\n' en",
          whole(255, "",
-               "sshsession: The server ended the connection: by?e?\n"
+               "sshsession: The server ended the connection: by?e??\n"
                "An error occurred in libssh2_channel_read. (-13)\n"
                "The socket was disconnected. transport read\n")},
         {"mac\r", "mac\\r", "err y; eof; close", whole(0, "", "y")},

@@ -2,11 +2,12 @@
 
 #include "Failure.h"
 
+#include <SSHSession/TerminalPrompts.h>
+
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cerrno>
 #include <string>
 #include <system_error>
@@ -35,15 +36,6 @@ void require(int number, const std::string &stream) {
                       std::generic_category().message(number) + ".");
 }
 
-std::string masked(std::string_view text, std::string_view allowed) {
-    std::string result(text);
-    for (char &byte : result)
-        if (allowed.find(byte) == std::string_view::npos &&
-            std::iscntrl(static_cast<unsigned char>(byte)) != 0)
-            byte = '?';
-    return result;
-}
-
 } // namespace
 
 void reserveStandardStreams() {
@@ -66,9 +58,9 @@ void finishOutput() {
 
 void tellText(std::string_view text) noexcept {
     const std::size_t end = text.find_last_not_of('\n') + 1;
-    writeAll(STDERR_FILENO, masked(text.substr(0, end), "\t\n") + "\n");
+    writeAll(STDERR_FILENO, SSHPlatform::printableText(text.substr(0, end), "\t\n") + "\n");
 }
 
 void tell(std::string_view line) noexcept {
-    writeAll(STDERR_FILENO, "sshsession: " + masked(line, "\t") + "\n");
+    writeAll(STDERR_FILENO, "sshsession: " + SSHPlatform::printableText(line, "\t") + "\n");
 }

@@ -10,10 +10,11 @@
 #include <unistd.h>
 
 #include <array>
-#include <cctype>
 #include <charconv>
 #include <cstddef>
 #include <cstring>
+#include <optional>
+#include <string>
 #include <string_view>
 
 namespace SSHPlatform {
@@ -22,14 +23,6 @@ namespace {
 
 constexpr int patience = 3;
 constexpr std::size_t longestLine = 8192;
-
-// Texts may come from a server or a file name; a terminal would obey control characters in them.
-std::string printable(std::string_view text) {
-    std::string result;
-    for (const char byte : text)
-        result += byte == '\n' || std::iscntrl(static_cast<unsigned char>(byte)) == 0 ? byte : '?';
-    return result;
-}
 
 void show(std::string_view text) {
     const int terminal = ::open("/dev/tty", O_WRONLY | O_NOCTTY | O_CLOEXEC);
@@ -81,7 +74,7 @@ std::optional<std::size_t> chosenButton(const Alert &alert, std::string_view lin
 std::string menu(const Alert &alert) {
     std::string text;
     for (std::size_t i = 0; i < alert.buttons.size(); ++i)
-        text += "  " + std::to_string(i + 1) + ") " + printable(alert.buttons[i].title) + "\n";
+        text += "  " + std::to_string(i + 1) + ") " + printableText(alert.buttons[i].title) + "\n";
     text += "Your choice";
     if (const auto button = buttonForReturn(alert))
         text += " [" + std::to_string(*button + 1) + "]";
@@ -112,7 +105,8 @@ AlertAnswer askForText(TerminalTextField &field) {
 class TerminalAlertPresenter final : public AlertPresenter {
   public:
     AlertAnswer runModal(const Alert &alert) noexcept override {
-        show("\n" + printable(alert.messageText) + "\n" + printable(alert.informativeText) + "\n");
+        show("\n" + printableText(alert.messageText) + "\n" + printableText(alert.informativeText) +
+             "\n");
         if (auto *const view = dynamic_cast<TerminalView *>(alert.accessoryView))
             return askForText(view->field);
         // Without a choice there is nothing to ask.
@@ -133,7 +127,7 @@ std::shared_ptr<AlertPresenter> terminalAlertPresenter() noexcept {
 }
 
 std::optional<std::string> readSecretFromTerminal(const std::string &prompt) noexcept {
-    return readLine(printable(prompt), RPP_ECHO_OFF);
+    return readLine(printableText(prompt), RPP_ECHO_OFF);
 }
 
 } // namespace SSHPlatform

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace SSHPlatform {
 
@@ -19,5 +20,10 @@ SSHSESSION_EXPORT std::shared_ptr<AlertPresenter> terminalAlertPresenter() noexc
 // end-of-file, or when the line is longer than 8191 bytes.
 SSHSESSION_EXPORT std::optional<std::string>
 readSecretFromTerminal(const std::string &prompt) noexcept;
+
+// A text that may come from a server, in a form that a terminal does not obey: each control
+// character (of ASCII, and U+0080 to U+009F) but those in `allowed`, and each byte sequence that is
+// not UTF-8, becomes "?".
+SSHSESSION_EXPORT std::string printableText(std::string_view text, std::string_view allowed = "\n");
 
 } // namespace SSHPlatform
