@@ -7,6 +7,7 @@
 
 #include <fmt/format.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <string_view>
 
@@ -16,10 +17,9 @@ constexpr std::string_view channelType = "session";
 constexpr std::string_view execRequest = "exec";
 constexpr const char *couldNotExecute = "Dravella could not execute the SSH command.";
 
-// How often a finished command's channel is looked at, 100 ms apart at most, until the server has
-// closed it. The exit status may well be the last thing to arrive; but a server that never closes
-// must not hold the caller.
-constexpr int closeLooks = 10;
+// How long a finished command's channel may take until the server has closed it. The exit status
+// may well be the last thing to arrive; but a server that never closes must not hold the caller.
+constexpr std::chrono::seconds longestClose(1);
 
 std::string textOf(const SSHStringRef &text) {
     return text ? *text : std::string();
@@ -160,10 +160,11 @@ bool SSHSession_libssh2::_drain(LIBSSH2_SESSION *session, const SSHCommand &comm
 }
 
 void SSHSession_libssh2::_closeChannel(LIBSSH2_SESSION *session, ChannelRun &run) {
-    for (int look = 0; look < closeLooks; ++look) {
+    using Clock = std::chrono::steady_clock;
+    const Clock::time_point deadline = Clock::now() + longestClose;
+    do {
         libssh2_channel_close(run.channel);
-        if (libssh2_channel_wait_closed(run.channel) != LIBSSH2_ERROR_EAGAIN ||
-            !_waitForChannel(session, nullptr))
+        if (libssh2_channel_wait_closed(run.channel) != LIBSSH2_ERROR_EAGAIN)
             return;
-    }
+    } while (Clock::now() < deadline && _waitForChannel(session, nullptr));
 }

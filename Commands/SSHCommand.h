@@ -47,6 +47,8 @@ class SSHSESSION_EXPORT SSHCommand {
 
     // The command's standard input, followed by end-of-file. When null or empty nothing is written
     // and no end-of-file is sent: a command that reads its standard input then waits for ever.
+    // While the command runs on, end-of-file is sent repeatedly, which OpenSSH takes; a stricter
+    // server may end the connection.
     SSHDataRef stdinData() const noexcept;
     void setStdinData(SSHDataRef value) noexcept;
     void setStdinData(std::string_view value) noexcept;

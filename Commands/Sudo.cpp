@@ -36,16 +36,18 @@ SudoConversation::Outcome SudoConversation::examine(SSHPlatform::ByteBuffer &out
                                                     SSHPlatform::ByteBuffer &errorOutput,
                                                     SSHPlatform::ByteBuffer &input,
                                                     bool keepReading, Clock::time_point now) {
+    const bool isAccepted = output.view().starts_with(successMarker);
     if (!errorOutput.empty()) {
         mLastActivity = now; // while it holds anything, old or new
         if (!keepReading && saysThreeAttempts(errorOutput.view()))
             return Outcome::Refused;
-        if (errorOutput.view().ends_with(promptMarker))
+        // Once sudo has accepted, a marker is the command's own text, and the password is not for
+        // the command to read.
+        if (!isAccepted && errorOutput.view().ends_with(promptMarker))
             answerPrompt(errorOutput, input);
     }
     // The line end may come in a packet of its own; it is not the command's.
-    if (output.view().starts_with(successMarker) &&
-        (output.size() >= successLineLength || !keepReading)) {
+    if (isAccepted && (output.size() >= successLineLength || !keepReading)) {
         output.removeFromFront(successLineLength);
         return Outcome::Accepted;
     }

@@ -48,9 +48,12 @@ std::optional<std::string> SSHSessionPasswordPanel::ask(SSHPlatform::Alert alert
     alert.buttons = {{mPresenter->localizedString("OK")}, {mPresenter->localizedString("Cancel")}};
     if (field)
         field->setStringValue("");
-    if (mPresenter->runModal(alert) != SSHPlatform::AlertAnswer::FirstButton || !field)
+    const SSHPlatform::AlertAnswer answer = mPresenter->runModal(alert);
+    if (!field)
         return std::nullopt;
     std::string text = field->stringValue();
-    field->setStringValue(""); // a secret stays no longer than it must
-    return text.empty() ? std::nullopt : std::optional(std::move(text));
+    field->setStringValue(""); // a secret stays no longer than it must, whatever the answer is
+    if (answer != SSHPlatform::AlertAnswer::FirstButton || text.empty())
+        return std::nullopt;
+    return text;
 }

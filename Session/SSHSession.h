@@ -129,11 +129,11 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     virtual void stop() noexcept;
 
     // Runs a command to its end and fills the record's outputs. There is no time limit: a command
-    // runs as long as it takes. With an `adminPassword`, a wrong password fails after sudo's own
-    // number of attempts, and ten seconds without an answer from sudo fail as a time-out; a sudo
-    // that complains and then goes silent (a user who is not in sudoers) is waited for without end.
-    // A user whose shell prints something on standard output as it starts hides sudo's answer:
-    // every such command times out.
+    // runs as long as it takes. With an `adminPassword`, a wrong password fails once sudo gives up
+    // after three attempts and says so in English, and ten seconds without an answer from sudo fail
+    // as a time-out. Any other last word of sudo's is waited on without end: to a user who is not
+    // in sudoers, after another number of attempts, in another language. A user whose shell prints
+    // something on standard output as it starts hides sudo's answer: every such command times out.
     virtual bool execute(const std::shared_ptr<SSHCommand> &command, SSHErrorRef *error) noexcept;
 
     // Whether `start` has succeeded and nothing has failed since. Observable under "isConnected".

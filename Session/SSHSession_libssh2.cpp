@@ -180,10 +180,10 @@ void SSHSession_libssh2::_closeSocketAfter(SessionHandle session) {
     const std::lock_guard lock(mSocketMutex);
     if (mSocket > 0)
         ::shutdown(mSocket, SHUT_RDWR);
-    if (!session && mSocket != 0)
+    if (mSocket != 0 && mSocket != mSessionSocket)
         ::close(mSocket);
     session.reset();
-    mSocket = 0;
+    mSocket = mSessionSocket = 0;
 }
 
 void SSHSession_libssh2::_freeAgent() {
@@ -213,6 +213,7 @@ SSHSession_libssh2::SessionHandle SSHSession_libssh2::_session() const {
 
 void SSHSession_libssh2::_adoptSession(LIBSSH2_SESSION *session) {
     const std::lock_guard lock(mHandlesMutex);
+    mSessionSocket = mSocket;
     mSession.reset(session, [socket = mSocket](LIBSSH2_SESSION *handle) {
         libssh2_session_free(handle);
         if (socket != 0)

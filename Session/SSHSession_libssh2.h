@@ -141,6 +141,7 @@ class SSHSession_libssh2 : public SSHSession {
 
     mutable std::mutex mHandlesMutex; // guards mSession, mKeepAliveTimer and mStopped
     SessionHandle mSession;
+    int mSessionSocket = 0;  // the socket that `mSession` closes with it
     bool mStopped = false;   // `stop` was called since the last `start`
     std::mutex mSocketMutex; // held while the socket connects, so that it is not closed under way
 };

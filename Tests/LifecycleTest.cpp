@@ -10,13 +10,18 @@ using std::chrono::milliseconds;
 namespace {
 
 // Writes down every notice: "(2+)" is a stage that succeeded, "(2-)" one that failed, and a change
-// of the property shows the value that it finds.
+// of the property shows the value that it finds, and whether this is the session queue.
 struct Recorder final : SSHSessionObserver {
     void willChangeValueForKey(SSHSession &session, const std::string &key) noexcept override {
-        notices += "will " + key + (session.isConnected() ? " 1 " : " 0 ");
+        changes("will ", session, key);
     }
     void didChangeValueForKey(SSHSession &session, const std::string &key) noexcept override {
-        notices += "did " + key + (session.isConnected() ? " 1 " : " 0 ");
+        changes("did ", session, key);
+    }
+    void changes(const char *when, SSHSession &session, const std::string &key) {
+        const bool isQueued = dynamic_cast<TestSession &>(session).mSessionQueue.isCurrent();
+        notices +=
+            when + key + (session.isConnected() ? " 1 " : " 0 ") + (isQueued ? "queued " : "");
     }
     void willBeginStage(SSHSession & /*session*/, SSHSessionStage stage) noexcept override {
         notices += "(" + std::to_string(static_cast<int>(stage));
@@ -29,9 +34,9 @@ struct Recorder final : SSHSessionObserver {
     std::string notices;
 };
 
-const std::string idlePair = "will isConnected 0 did isConnected 0 ";
+const std::string idlePair = "will isConnected 0 queued did isConnected 0 queued ";
 const std::string startPair = "will isConnected 0 did isConnected 1 ";
-const std::string endPair = "will isConnected 1 did isConnected 0 ";
+const std::string endPair = "will isConnected 1 queued did isConnected 0 queued ";
 
 // A main loop whose timers fire when the test says so.
 struct HandLoop final : SSHPlatform::MainLoop {

@@ -105,7 +105,7 @@ TEST_F(OddServerTest, DisconnectsAreToldOnce) {
         // Nobody reads while the session is idle: the next command meets the message.
         ASSERT_TRUE(session->start(&error)) << summary(error);
         scripted.received(3); // what the failed command left, a keepalive, the password
-        EXPECT_EQ(resultOf(*session, "eof; close; wait 0.05; " + disconnect), "0 (null) |  | ");
+        EXPECT_EQ(resultOf(*session, "eof; close; closed; " + disconnect), "0 (null) |  | ");
         EXPECT_EQ(scripted.received(1), Lines{"done"});
         EXPECT_TRUE(session->isConnected());
         EXPECT_EQ(notices, Lines());
@@ -116,7 +116,7 @@ TEST_F(OddServerTest, DisconnectsAreToldOnce) {
 
 TEST_F(OddServerTest, StopAfterADisconnectTellsNothing) {
     const auto session = connectedToScript();
-    EXPECT_EQ(resultOf(*session, "eof; close; wait 0.05; disconnect 2"), "0 (null) |  | ");
+    EXPECT_EQ(resultOf(*session, "eof; close; closed; disconnect 2"), "0 (null) |  | ");
     EXPECT_EQ(scripted.received(1), Lines{"done"});
     session->keepAlive();
     EXPECT_TRUE(session->isConnected());
@@ -146,7 +146,7 @@ TEST_F(OddServerTest, SudoConversations) {
              {split + end, "sesame", {"line b'sesame'"}, result},
              {four + end, "sesame", Lines(4, "line b'sesame'"), result},
              {"prompt; read; read; success" + end, "a\nb", {"line b'a'", "line b'b'"}, result},
-             {"success; success; wait 0.3; prompt; eof; close",
+             {"success; success; prompt; eof; close",
               "sesame",
               {},
               "0 (null) | #SSHSessionSudoSuccess^\n | #SSHSessionEnterPassword^"},

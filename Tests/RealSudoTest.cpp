@@ -117,15 +117,15 @@ TEST_F(RealSudoTest, Commands) {
         bytes.push_back(static_cast<char>(byte));
     const std::string binary = admin->home.write("binary", bytes);
     // Once sudo has been seen to accept, a marker is a text like any other.
-    const std::string markers = "sleep 0.3; printf '#SSHSessionSudoSuccess^\\n'; printf "
-                                "'#SSHSessionEnterPassword^' >&2; sleep 0.3; echo end";
+    const std::string markers = "printf '#SSHSessionEnterPassword^' >&2; printf "
+                                "'#SSHSessionSudoSuccess^\\n'; cat";
     EXPECT_EQ(result("id -u; exit 3"), "3 (null) | 0\n | ");
     EXPECT_EQ(result(R"(printf %s "a  'b' c"; echo "e r r" >&2)"), "0 (null) | a  'b' c | e r r\n");
     EXPECT_EQ(result("cat; echo done", "sesame", bytes), "0 (null) | " + bytes + "done\n | ");
     EXPECT_EQ(result("cat " + binary + "; cat " + binary + " >&2"),
               "0 (null) | " + bytes + " | " + bytes);
-    EXPECT_EQ(result(markers),
-              "0 (null) | #SSHSessionSudoSuccess^\nend\n | #SSHSessionEnterPassword^");
+    EXPECT_EQ(result(markers, "sesame", "input"),
+              "0 (null) | #SSHSessionSudoSuccess^\ninput | #SSHSessionEnterPassword^");
     for (const char *noPassword : {"", "sesame"}) {
         admin->allow("(ALL) NOPASSWD: ALL");
         EXPECT_EQ(result("cat", noPassword, "input"), "0 (null) | input | ");

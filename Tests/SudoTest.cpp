@@ -66,6 +66,10 @@ TEST(Sudo, OnlyAPromptAtTheVeryEndIsAnswered) {
     EXPECT_TRUE(talk.input.empty());
     EXPECT_EQ(talk.hear("", prompt), Outcome::Pending);
     EXPECT_EQ(talk.input.view(), "sesame\n");
+    Conversation accepted; // the marker is a command's own text
+    EXPECT_EQ(accepted.hear(success, prompt), Outcome::Accepted);
+    EXPECT_TRUE(accepted.input.empty());
+    EXPECT_EQ(accepted.errorOutput.view(), prompt);
 }
 
 TEST(Sudo, TenSecondsOfSilenceSinceErrorOutputWasLastSeen) {

@@ -52,6 +52,12 @@ TEST_F(TCPConnectionTest, ServersThatDoNotSpeakSSH) {
     }
 }
 
+TEST_F(TCPConnectionTest, ASocketBesideALiveSessionIsClosedToo) {
+    const auto session = connected();
+    EXPECT_TRUE(session->_createSocket(&error)); // as far as a second start gets that times out
+    session->stop();                             // TearDown counts the descriptors
+}
+
 // Once its queue of connections is full, a listener on loopback is an address that never answers.
 TEST_F(TCPConnectionTest, TimesOutAfterFiveSeconds) {
     asio::io_context context;

@@ -48,6 +48,18 @@ def packet(payload):
 
 asyncssh.connection.SSHPacket = packet
 
+CHANNEL_HANDLERS = asyncssh.channel.SSHChannel._packet_handlers
+first_eof = CHANNEL_HANDLERS[MSG_CHANNEL_EOF]
+
+
+def every_eof(channel, kind, number, packet):
+    """Lets pass another one: a command whose input has ended is told so again and again."""
+    if channel._recv_state == "open":
+        first_eof(channel, kind, number, packet)
+
+
+CHANNEL_HANDLERS[MSG_CHANNEL_EOF] = every_eof
+
 
 def raw(word):
     return word.encode("latin-1", "backslashreplace").decode("unicode_escape").encode("latin-1")
@@ -134,6 +146,7 @@ class Channel(asyncssh.SSHServerSession):
         self.server = server
         self.received = b""
         self.arrival = asyncio.Event()
+        self.closed = asyncio.Event()
 
     def connection_made(self, channel):
         self.channel = channel
@@ -149,7 +162,7 @@ class Channel(asyncssh.SSHServerSession):
         return self.steps != [["refuse-exec"]]
 
     def session_started(self):
-        self.channel._close_send = lambda: None  # that is for the script to do
+        self.channel._close_send = self.closed.set  # to answer is for the script to do
         self.task = asyncio.create_task(self.run())
 
     def data_received(self, data, datatype):
@@ -180,6 +193,8 @@ class Channel(asyncssh.SSHServerSession):
                     await self.arrival.wait()
                 line, _, self.received = self.received.partition(b"\n")
                 log("line", line)
+            elif name == "closed":  # by the client
+                await self.closed.wait()
             elif name == "wait":
                 await asyncio.sleep(float(words[0]))
             elif name == "status":

@@ -21,9 +21,9 @@ constexpr std::chrono::milliseconds clockInterval(100);
 constexpr std::chrono::seconds patience(3);
 
 // A running command and a silent server cannot be interrupted, but their connection ends with the
-// process. No destructor may run beside a call that is still under way.
+// process, whose status tells. No destructor may run beside a call that is still under way.
 [[noreturn]] void leaveNow() {
-    std::_Exit(EXIT_SUCCESS);
+    std::_Exit(EXIT_FAILURE);
 }
 
 } // namespace

@@ -95,10 +95,11 @@ AlertAnswer askForButton(const Alert &alert) {
 
 // Return ends the line and so presses the first button; end-of-file refuses.
 AlertAnswer askForText(TerminalTextField &field) {
-    const auto line = readLine("> ", field.isSecret() ? RPP_ECHO_OFF : RPP_ECHO_ON);
+    auto line = readLine("> ", field.isSecret() ? RPP_ECHO_OFF : RPP_ECHO_ON);
     if (!line)
         return AlertAnswer::Refused;
     field.setStringValue(*line);
+    wipe(line->data(), line->size());
     return AlertAnswer::FirstButton;
 }
 

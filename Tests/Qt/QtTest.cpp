@@ -28,8 +28,9 @@ void withNextAlert(std::function<void(QDialog &)> act, bool *stayed) {
         poll->stop();
         poll->deleteLater();
         act(*dialog);
-        if (stayed)
-            *stayed = dialog->isVisible();
+        if (!stayed)
+            return;
+        *stayed = dialog->isVisible();
         dialog->close();
     });
     poll->start(1);

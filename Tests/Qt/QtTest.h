@@ -22,8 +22,8 @@ class QtTest : public testing::Test {
     std::vector<std::string> log;
 };
 
-// Does something with the next alert as soon as it is on the screen. If the alert is still there
-// afterwards, it is closed, and `*stayed` says so.
+// Does something with the next alert as soon as it is on the screen. With `stayed` it is closed
+// afterwards, and `*stayed` says whether it was still there.
 void withNextAlert(std::function<void(QDialog &)> act, bool *stayed = nullptr);
 
 // Serves the event loop until the condition holds; fails the test when it does not in time.

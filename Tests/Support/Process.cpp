@@ -33,10 +33,6 @@ pid_t spawn(std::vector<std::string> words, const std::string &in, const std::st
     return id;
 }
 
-tcp::endpoint onLoopback(unsigned short port) {
-    return {asio::ip::address_v4::loopback(), port};
-}
-
 } // namespace
 
 Outcome runProcess(const std::vector<std::string> &arguments, const std::string &input) {
@@ -86,14 +82,8 @@ bool eventually(const std::function<bool()> &condition, std::chrono::millisecond
 
 unsigned short freePort() {
     asio::io_context context;
-    return tcp::acceptor(context, onLoopback(0), false).local_endpoint().port();
-}
-
-bool accepts(unsigned short port) {
-    asio::io_context context;
-    std::error_code refused;
-    tcp::socket(context).connect(onLoopback(port), refused);
-    return !refused;
+    const tcp::endpoint any(asio::ip::address_v4::loopback(), 0);
+    return tcp::acceptor(context, any, false).local_endpoint().port();
 }
 
 bool isRoot() {

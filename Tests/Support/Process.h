@@ -43,7 +43,4 @@ bool eventually(const std::function<bool()> &condition,
 // A TCP port on loopback that nobody uses at this moment.
 unsigned short freePort();
 
-// Whether something on loopback accepts connections there.
-bool accepts(unsigned short port);
-
 bool isRoot();

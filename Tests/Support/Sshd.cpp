@@ -13,9 +13,8 @@
 namespace {
 
 // RSA with SHA-1 is all that libssh2 1.10 offers for such a key.
-constexpr const char *configuration = R"(Port {0}
-ListenAddress 127.0.0.1
-AuthorizedKeysFile {1}/authorized_keys
+constexpr const char *configuration = R"(ListenAddress 127.0.0.1
+AuthorizedKeysFile {0}/authorized_keys
 PidFile none
 StrictModes no
 UsePAM no
@@ -25,7 +24,7 @@ KbdInteractiveAuthentication no
 MaxAuthTries 20
 PubkeyAcceptedAlgorithms +ssh-rsa,ssh-dss
 LogLevel VERBOSE
-SetEnv HOME={1}
+SetEnv HOME={0}
 )";
 
 std::optional<std::string> environment(const char *name) {
@@ -71,21 +70,25 @@ std::string publicKey(const std::string &path) {
     return line.substr(0, line.find_first_of(" \n", line.find(' ') + 1));
 }
 
-Sshd::Sshd(const std::vector<std::string> &hostKeyTypes, const std::string &settings)
-    : mPort(freePort()) {
+Sshd::Sshd(const std::vector<std::string> &hostKeyTypes, const std::string &settings) {
     if (isRoot())
         ::mkdir("/run/sshd", 0755); // sshd as root insists on it
-    std::string text = fmt::format(configuration, mPort, mDirectory.path());
+    std::string text = fmt::format(configuration, mDirectory.path()) + settings;
     for (const std::string &type : hostKeyTypes) {
         makeKey(mDirectory.path("host_" + type), type);
         text += fmt::format("HostKey {}\n", mDirectory.path("host_" + type));
     }
-    const std::string file = mDirectory.write("sshd_config", text + settings);
-    mProcess = std::make_unique<Process>(
-        std::vector<std::string>{"/usr/sbin/sshd", "-D", "-e", "-f", file}, mDirectory.path("log"));
-    if (!eventually([this] { return !mProcess->isRunning() || accepts(mPort); }) ||
-        !mProcess->isRunning())
-        throw std::runtime_error("sshd does not start: " + log());
+    const auto isReady = [this] { return log().find("Server listening") != std::string::npos; };
+    for (int attempt = 0; attempt < 5; ++attempt) { // another program may take the port first
+        mPort = freePort();
+        const std::string file =
+            mDirectory.write("sshd_config", text + fmt::format("Port {}\n", mPort));
+        const std::vector<std::string> words = {"/usr/sbin/sshd", "-D", "-e", "-f", file};
+        mProcess = std::make_unique<Process>(words, mDirectory.path("log"));
+        if (eventually([&] { return isReady() || !mProcess->isRunning(); }) && isReady())
+            return;
+    }
+    throw std::runtime_error("sshd does not start: " + log());
 }
 
 void Sshd::authorize(const std::string &path) const {

@@ -52,7 +52,7 @@ class Sshd {
 
   private:
     TemporaryDirectory mDirectory;
-    unsigned short mPort;
+    unsigned short mPort = 0;
     std::unique_ptr<Process> mProcess;
 };
 

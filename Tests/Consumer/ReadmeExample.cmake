@@ -1,0 +1,18 @@
+# A program from the first C++ block of README.md, taken from there whenever that changes, so that the
+# example cannot rot.
+function(add_readme_example target)
+    set(readme ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/../../README.md)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${readme})
+    file(READ ${readme} text)
+    string(FIND "${text}" "```cpp\n" begin)
+    if(begin EQUAL -1)
+        message(FATAL_ERROR "${readme} has no C++ example.")
+    endif()
+    math(EXPR begin "${begin} + 7")
+    string(SUBSTRING "${text}" ${begin} -1 text)
+    string(FIND "${text}" "\n```" end)
+    string(SUBSTRING "${text}" 0 ${end} text)
+    file(CONFIGURE OUTPUT ${target}.cpp CONTENT "${text}\n" @ONLY)
+    add_executable(${target} ${CMAKE_CURRENT_BINARY_DIR}/${target}.cpp)
+    target_link_libraries(${target} PRIVATE SSHSession::SSHSession SSHSession::Terminal)
+endfunction()
