@@ -121,8 +121,12 @@ bool SSHSession_libssh2::_startCommand(const std::string &text, ChannelRun &run,
 bool SSHSession_libssh2::_runSudoPhase(LIBSSH2_SESSION *session, const std::string &password,
                                        ChannelRun &run, SSHErrorRef *error) {
     SudoConversation conversation(password, SudoConversation::Clock::now());
+    bool continues = false;
     while (true) {
-        if (!_pump(session, run, error))
+        // While the pump step read standard error, the news that sudo has accepted may have come,
+        // and behind it a text of the command's that looks like a prompt.
+        if (!_pump(session, run, error) ||
+            !_readFromChannel(run.channel, *run.output, false, &continues, error))
             return false;
         const SudoConversation::Outcome outcome =
             conversation.examine(*run.output, *run.errorOutput, run.input, run.keepReading,

@@ -7,41 +7,31 @@
 #include <QCheckBox>
 #include <QClipboard>
 #include <QLineEdit>
+#include <QPlainTextEdit>
 #include <QTextBlock>
 #include <QTextLayout>
 #include <QTranslator>
 
 #include <utility>
 
-using SSHPlatform::Alert;
-using SSHPlatform::AlertAnswer;
-using Actions = std::vector<std::string>;
-
 namespace {
 
-std::string answerTo(const Alert &alert, const Actions &actions) {
-    bool stayed = false;
-    withNextAlert([&](QDialog &dialog) { act(dialog, actions); }, &stayed);
-    const AlertAnswer answer = SSHPlatform::alertPresenter()->runModal(alert);
-    if (stayed)
-        return "stays";
-    return answer == AlertAnswer::Refused ? "refused" : std::to_string(static_cast<int>(answer));
-}
+constexpr int refused = 0;
+constexpr int stays = -1; // on the screen
 
-void expectAnswers(const Alert &alert,
-                   const std::vector<std::pair<Actions, std::string>> &answers) {
-    for (const auto &[actions, answer] : answers)
-        EXPECT_EQ(answerTo(alert, actions), answer)
-            << testing::PrintToString(actions) << " in the alert whose first button has the key "
-            << (alert.buttons.empty() ? "" : alert.buttons[0].keyEquivalent.value_or("none"));
-}
-
-Alert alertWith(std::vector<SSHPlatform::AlertButton> buttons) {
-    Alert alert;
+int answerTo(std::vector<SSHPlatform::AlertButton> buttons, const char *actions) {
+    bool isOpen = false;
+    withNextAlert([&](QDialog &dialog) {
+        act(dialog, actions);
+        isOpen = dialog.isVisible();
+        dialog.close();
+    });
+    SSHPlatform::Alert alert;
     alert.messageText = "message";
     alert.informativeText = "details";
     alert.buttons = std::move(buttons);
-    return alert;
+    const auto answer = SSHPlatform::alertPresenter()->runModal(alert);
+    return isOpen ? stays : static_cast<int>(answer);
 }
 
 } // namespace
@@ -49,33 +39,38 @@ Alert alertWith(std::vector<SSHPlatform::AlertButton> buttons) {
 class AlertTest : public QtTest {};
 
 TEST_F(AlertTest, OnlyTheKeyEquivalentAndTheMousePressAButton) {
-    const Actions spaceEverywhere = {"Space", "Tab", "Space", "Tab", "Space", "Tab", "Space"};
-    for (const bool isChanged : {false, true}) {
-        Alert alert = alertWith(
-            {{"Add and Connect", isChanged ? "" : "\r"}, {"Cancel", isChanged ? "\r" : ""}});
-        alert.style = isChanged ? SSHPlatform::AlertStyle::Critical : alert.style;
-        const std::string byReturn = isChanged ? "1001" : "1000";
-        expectAnswers(alert, {{{"Return"}, byReturn},
-                              {{"Enter"}, byReturn},
-                              {{"Tab", "Return"}, byReturn}, // the focus is in a text now
-                              {{"Tab", "Tab", "Enter"}, byReturn},
-                              {{"Held Return"}, "stays"},
-                              {{"Shift+Return"}, "stays"},
-                              {{"Escape"}, "stays"},
-                              {spaceEverywhere, "stays"},
-                              {{"Alt+A", "Alt+C", "A", "C"}, "stays"},
-                              {{"Click:Add and Connect"}, "1000"},
-                              {{"Click:Cancel"}, "1001"},
-                              {{"Close"}, "refused"}});
+    struct Row {
+        const char *actions;
+        int ifUnknown;
+        int ifChanged;
+    };
+    for (const auto &[actions, ifUnknown, ifChanged] : std::vector<Row>{
+             {"Return", 1000, 1001},
+             {"Enter", 1000, 1001},
+             {"Tab, Return", 1000, 1001}, // the focus is in a text now
+             {"Tab, Tab, Enter", 1000, 1001},
+             {"Held Return", stays, stays},
+             {"Shift+Return", stays, stays},
+             {"Escape", stays, stays},
+             {"Space, Tab, Space, Tab, Space, Tab, Space", stays, stays},
+             {"Alt+A, Alt+C, A, C", stays, stays},
+             {"Click:Add and Connect", 1000, 1000},
+             {"Click:Cancel", 1001, 1001},
+             {"Close", refused, refused},
+         }) {
+        SCOPED_TRACE(actions);
+        EXPECT_EQ(answerTo({{"Add and Connect", "\r"}, {"Cancel", ""}}, actions), ifUnknown);
+        EXPECT_EQ(answerTo({{"Add and Connect", ""}, {"Cancel", "\r"}}, actions), ifChanged);
     }
-    expectAnswers(alertWith({{"&Add", ""}, {"&Cancel", ""}}),
-                  {{{"Alt+A", "Alt+C", "Return"}, "stays"}, {{"Click:&&Add"}, "1000"}});
-    expectAnswers(alertWith({{"OK"}, {"Cancel"}}), {{{"Return"}, "1000"}, {{"Escape"}, "refused"}});
-    expectAnswers(alertWith({}), {{{"Return"}, "1000"}, {{"Click:OK"}, "1000"}});
+    EXPECT_EQ(answerTo({{"&Add", ""}, {"&Cancel", ""}}, "Alt+A, Alt+C, Return"), stays);
+    EXPECT_EQ(answerTo({{"&Add", ""}, {"&Cancel", ""}}, "Click:&&Add"), 1000);
+    EXPECT_EQ(answerTo({}, "Return"), 1000);
+    EXPECT_EQ(answerTo({}, "Click:OK"), 1000);
 }
 
 TEST_F(AlertTest, TextsAreLiteralWrappedAndCopiedExactly) {
-    Alert alert = alertWith({});
+    SSHPlatform::Alert alert;
+    alert.style = SSHPlatform::AlertStyle::Critical;
     alert.messageText = "Key \"<b>%s%n</b>\"\n&amp; &x";
     alert.informativeText = "Host key: " + std::string(700, 'A') + "/+==";
     withNextAlert([&](QDialog &dialog) {
@@ -93,60 +88,55 @@ TEST_F(AlertTest, TextsAreLiteralWrappedAndCopiedExactly) {
 }
 
 TEST_F(AlertTest, AnswersOfThePasswordPanel) {
-    const std::vector<std::pair<Actions, std::optional<std::string>>> rows = {
-        {{"P", "W", "Return"}, "pw"},
-        {{"P", "Tab", "Enter"}, "p"}, // from the check box
-        {{"P", "W", "Click:Cancel"}, std::nullopt},
-        {{"P", "W", "Escape"}, std::nullopt},
-        {{"P", "W", "Close"}, std::nullopt},
-        {{"Return"}, std::nullopt},
-        {{"Click:OK"}, std::nullopt},
-    };
+    struct German final : QTranslator {
+        QString translate(const char *context, const char *text, const char * /*comment*/,
+                          int /*number*/) const override {
+            return context == std::string("SSHSession") && text == std::string("OK") ? "Gut" : "";
+        }
+        bool isEmpty() const override { return false; }
+    } german;
+    QCoreApplication::installTranslator(&german);
     SSHSessionPasswordPanel panel;
-    for (std::size_t i = 0; i < rows.size(); ++i) {
+    for (const auto &[actions, answer] :
+         std::vector<std::pair<const char *, std::optional<std::string>>>{
+             {"P, W, Return", "pw"},
+             {"P, W, Click:Gut", "pw"},
+             {"P, Tab, Enter", "p"}, // from the check box
+             {"P, W, Click:Cancel", std::nullopt},
+             {"P, W, Escape", std::nullopt},
+             {"P, W, Close", std::nullopt},
+             {"Return", std::nullopt},
+             {"Click:Gut", std::nullopt},
+         }) {
+        SCOPED_TRACE(actions);
         QPointer<QLineEdit> field;
-        QPointer<QCheckBox> box;
-        withNextAlert([&](QDialog &dialog) {
-            field = dialog.findChild<QLineEdit *>(QStringLiteral("alertPasswordField"));
-            box = dialog.findChild<QCheckBox *>();
+        withNextAlert([&, actions = actions](QDialog &dialog) {
+            field = dialog.findChild<QLineEdit *>("alertPasswordField");
+            auto *const box = dialog.findChild<QCheckBox *>();
             ASSERT_TRUE(field && box);
             EXPECT_EQ(dialog.focusWidget(), field);
             EXPECT_EQ(field->echoMode(), QLineEdit::Password);
-            EXPECT_EQ(field->text(), QString());
+            EXPECT_EQ(field->text(), "");
             EXPECT_FALSE(box->isChecked());
             box->click();
             EXPECT_NE(textOf(dialog).find("SSH key \"a\"b%n<i>\"."), std::string::npos);
-            act(dialog, rows[i].first);
+            act(dialog, actions);
         });
-        EXPECT_EQ(panel.passwordForSSHKey("a\"b%n<i>"), rows[i].second) << "row " << i;
-        ASSERT_TRUE(field && box) << "the nib still owns its views";
-        EXPECT_EQ(field->text(), QString()) << "row " << i;
+        EXPECT_EQ(panel.passwordForSSHKey("a\"b%n<i>"), answer);
+        ASSERT_TRUE(field) << "the nib still owns its views";
+        EXPECT_EQ(field->text(), "");
     }
     withNextAlert([](QDialog &dialog) {
         EXPECT_FALSE(dialog.findChild<QCheckBox *>());
         EXPECT_EQ(textOf(dialog), "\nAuthenticate SSH using keybpard-interactive.\n<b>Code?</b>");
-        act(dialog, {"4", "2", "Return"});
+        act(dialog, "4, 2, Return");
     });
     EXPECT_EQ(panel.responseToKeyboardPrompt("<b>Code?</b>"), "42");
 }
 
-TEST_F(AlertTest, ResourcesAndTitles) {
-    class German final : public QTranslator {
-      public:
-        QString translate(const char *context, const char *text, const char * /*comment*/,
-                          int /*number*/) const override {
-            const bool isTitle = qstrcmp(context, "SSHSession") == 0 && qstrcmp(text, "OK") == 0;
-            return isTitle ? QStringLiteral("Gut") : QString();
-        }
-        bool isEmpty() const override { return false; }
-    };
+TEST_F(AlertTest, Resources) {
     const auto presenter = SSHPlatform::alertPresenter();
     EXPECT_EQ(presenter->loadNib("missing"), nullptr);
     EXPECT_EQ(presenter->loadImage("missing", "icns"), nullptr);
     EXPECT_NE(presenter->loadImage("SSHLockAndKeys", "icns"), nullptr);
-    EXPECT_EQ(presenter->localizedString("OK"), "OK");
-    German german;
-    QCoreApplication::installTranslator(&german);
-    EXPECT_EQ(presenter->localizedString("OK"), "Gut");
-    EXPECT_EQ(presenter->localizedString("Cancel"), "Cancel");
 }

@@ -1,67 +1,48 @@
 #include "Tests/Qt/QtTest.h"
 
-#include <SSHSession/QtPlatform.h>
-
 #include <QApplication>
 #include <QLabel>
+#include <QPlainTextEdit>
+#include <QPushButton>
 #include <QTest>
 #include <QTimer>
 
-#include <memory>
-
-QtTest::QtTest() {
-    SSHPlatform::installQt();
-    SSHPlatform::setLogSink([this](const std::string &line) { log.push_back(line); });
-}
-
-QtTest::~QtTest() {
-    SSHPlatform::install(nullptr, nullptr);
-    SSHPlatform::setLogSink(nullptr);
-}
-
-void withNextAlert(std::function<void(QDialog &)> act, bool *stayed) {
+void withNextAlert(const std::function<void(QDialog &)> &handle) {
     auto *const poll = new QTimer(qApp);
-    QObject::connect(poll, &QTimer::timeout, poll, [poll, act = std::move(act), stayed] {
+    QObject::connect(poll, &QTimer::timeout, poll, [poll, handle] {
         auto *const dialog = qobject_cast<QDialog *>(QApplication::activeModalWidget());
-        if (!dialog || !dialog->isVisible() || !dialog->isActiveWindow())
+        if (!dialog || !dialog->isActiveWindow())
             return;
         poll->stop();
         poll->deleteLater();
-        act(*dialog);
-        if (!stayed)
-            return;
-        *stayed = dialog->isVisible();
-        dialog->close();
+        handle(*dialog);
     });
     poll->start(1);
 }
 
 void serveUntil(const std::function<bool()> &condition) {
-    ASSERT_TRUE(QTest::qWaitFor(condition, 10'000));
+    EXPECT_TRUE(QTest::qWaitFor(condition, 10'000));
 }
 
-QPushButton *buttonOf(QWidget &widget, const QString &text) {
-    for (auto *const button : widget.findChildren<QPushButton *>())
-        if (button->text() == text)
-            return button;
-    return nullptr;
+void click(QWidget &window, const QString &title) {
+    for (auto *const button : window.findChildren<QPushButton *>())
+        if (button->text() == title)
+            return QTest::mouseClick(button, Qt::LeftButton);
+    ADD_FAILURE() << "There is no button " << title.toStdString();
 }
 
-void act(QDialog &dialog, const std::vector<std::string> &actions) {
-    for (const std::string &action : actions) {
-        const QString text = QString::fromStdString(action);
-        if (text == QLatin1String("Close")) {
+void act(QDialog &dialog, const QString &actions) {
+    for (const QString &action : actions.split(", ")) {
+        if (action == "Close") {
             dialog.close();
-        } else if (text.startsWith(QLatin1String("Click:"))) {
-            QTest::mouseClick(buttonOf(dialog, text.mid(6)), Qt::LeftButton);
-        } else if (text == QLatin1String("Held Return")) {
-            QKeyEvent held(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier, QStringLiteral("\r"),
-                           true);
+        } else if (action.startsWith("Click:")) {
+            click(dialog, action.mid(6));
+        } else if (action == "Held Return") {
+            QKeyEvent held(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier, "\r", true);
             QApplication::sendEvent(dialog.focusWidget(), &held);
         } else {
-            const QKeyCombination keys = QKeySequence(text)[0];
-            QWidget *const focus = dialog.focusWidget();
-            QTest::keyClick(focus ? focus : &dialog, keys.key(), keys.keyboardModifiers());
+            const QKeyCombination keys = QKeySequence(action)[0];
+            QTest::keyClick(dialog.windowHandle(), keys.key(), keys.keyboardModifiers());
         }
     }
 }
@@ -72,7 +53,7 @@ std::string textOf(const QWidget &widget) {
         texts += label->text();
     for (const auto *const text : widget.findChildren<QPlainTextEdit *>())
         texts += text->toPlainText();
-    return texts.join(QLatin1Char('\n')).toStdString();
+    return texts.join('\n').toStdString();
 }
 
 int main(int argc, char **argv) {
