@@ -10,8 +10,7 @@ void TerminalTextField::setStringValue(const std::string &value) {
 }
 
 void TerminalTextField::forget() {
-    wipe(mValue.data(), mValue.size());
-    mValue.clear();
+    wipe(mValue);
 }
 
 namespace {

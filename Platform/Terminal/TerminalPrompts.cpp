@@ -99,7 +99,7 @@ AlertAnswer askForText(TerminalTextField &field) {
     if (!line)
         return AlertAnswer::Refused;
     field.setStringValue(*line);
-    wipe(line->data(), line->size());
+    wipe(*line);
     return AlertAnswer::FirstButton;
 }
 
