@@ -108,7 +108,7 @@ TEST_F(HostKeyTest, AnAcceptedKeyIsAddedUnderThePlainName) {
 
 TEST_F(HostKeyTest, AFileThatCannotBeReadOrWrittenNeverStopsAnAcceptedConnection) {
     const Sshd sshd;
-    const auto expectShown = [&](Lines shown) {
+    const auto expectShown = [&](const Lines &shown) {
         user->answers.assign(2, AlertAnswer::FirstButton);
         EXPECT_TRUE(validate(sshd));
         EXPECT_EQ(user->shown, shown);

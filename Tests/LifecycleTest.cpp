@@ -26,7 +26,8 @@ struct Recorder final : SSHSessionObserver {
     void willBeginStage(SSHSession & /*session*/, SSHSessionStage stage) noexcept override {
         notices += "(" + std::to_string(static_cast<int>(stage));
     }
-    void didEndStage(SSHSession & /*session*/, SSHSessionStage, bool succeeded) noexcept override {
+    void didEndStage(SSHSession & /*session*/, SSHSessionStage /*stage*/,
+                     bool succeeded) noexcept override {
         notices += succeeded ? "+)" : "-)";
     }
 

@@ -7,13 +7,6 @@
 
 namespace {
 
-struct SudoCase {
-    std::string script;
-    std::string password;
-    Lines received;
-    std::string result;
-};
-
 std::string failed(const char *function, int code, const std::string &reason) {
     return fmt::format("libssh2ErrorDomain {} | An error occurred in {}. ({}) | {} | {}", code,
                        function, code, reason, reason);
@@ -43,11 +36,16 @@ class OddServerTest : public ScriptedServerTest {
         return session;
     }
 
-    void check(TestSession &session, SudoCase each) {
-        SCOPED_TRACE(each.script);
-        EXPECT_EQ(afterEitherRead(resultOf(session, each.script, each.password)), each.result);
-        each.received.emplace_back("done");
-        EXPECT_EQ(scripted.received(each.received.size()), each.received);
+    // Through sudo, as a client that sends these lines.
+    void converse(TestSession &session, const std::string &script, const std::string &password,
+                  const Lines &sent, const std::string &result, const std::string &input = "") {
+        SCOPED_TRACE(script);
+        EXPECT_EQ(afterEitherRead(resultOf(session, script, password, input)), result);
+        Lines expected;
+        for (const std::string &line : sent)
+            expected.push_back("line b'" + line + "'");
+        expected.emplace_back("done");
+        EXPECT_EQ(scripted.received(expected.size()), expected);
     }
 };
 
@@ -131,49 +129,36 @@ TEST_F(OddServerTest, StopAfterADisconnectTellsNothing) {
 TEST_F(OddServerTest, SudoConversations) {
     const auto session = connectedToScript();
     const std::string end = "; out x; err e; status 3; eof; close";
-    const std::string result = "3 (null) | x | e";
-    const std::string four = "prompt; read; prompt; read; prompt; read; prompt; read; success";
-    const std::string split =
-        "err 'lecture #SSHSession'; wait 0.02; err 'EnterPassword^'; read; "
-        "out '#SSHSessionSudo'; wait 0.02; out 'Success^'; wait 0.02; out \\n";
-    for (const SudoCase &each : std::vector<SudoCase>{
-             {"success" + end, "sesame", {}, result},
-             {"prompt; read; success" + end, "", {"line b''"}, result},
-             {"err 'a \"lecture\"\\n'; prompt; read; success" + end,
-              "p\u00e4 \"$'",
-              {R"(line b'p\xc3\xa4 "$\'')"},
-              result},
-             {split + end, "sesame", {"line b'sesame'"}, result},
-             {four + end, "sesame", Lines(4, "line b'sesame'"), result},
-             {"prompt; read; read; success" + end, "a\nb", {"line b'a'", "line b'b'"}, result},
-             {"success; success; prompt; eof; close",
-              "sesame",
-              {},
-              "0 (null) | #SSHSessionSudoSuccess^\n | #SSHSessionEnterPassword^"},
-             {"out '#SSHSessionSudoSuccess^'; eof; close", "sesame", {}, "0 (null) |  | "}})
-        check(*session, each);
-    scripted.received();
-    EXPECT_EQ(resultOf(*session, "prompt; read; success; read; read; close", "sesame", "data\n"),
-              "0 (null) |  | ");
-    EXPECT_EQ(scripted.received(4),
-              (Lines{"line b'sesame'", "line b'data'", "line b'<end>'", "done"}));
+    const auto succeeds = [&](const std::string &script, const std::string &password,
+                              const Lines &sent) {
+        converse(*session, script + end, password, sent, "3 (null) | x | e");
+    };
+    succeeds("success", "sesame", {});
+    succeeds("prompt; read; success", "", {""});
+    succeeds(R"(err 'a "lecture"\n'; prompt; read; success)", "p\u00e4\"$", {R"(p\xc3\xa4"$)"});
+    succeeds("err 'lecture #SSHSession'; wait 0.02; err 'EnterPassword^'; read; "
+             "out '#SSHSessionSudo'; wait 0.02; out 'Success^'; wait 0.02; out \\n",
+             "sesame", {"sesame"});
+    succeeds("prompt; read; prompt; read; prompt; read; prompt; read; success", "sesame",
+             Lines(4, "sesame"));
+    succeeds("prompt; read; read; success", "a\nb", {"a", "b"});
+    converse(*session, "success; success; prompt; eof; close", "sesame", {},
+             "0 (null) | #SSHSessionSudoSuccess^\n | #SSHSessionEnterPassword^");
+    converse(*session, "out '#SSHSessionSudoSuccess^'; eof; close", "sesame", {}, "0 (null) |  | ");
+    converse(*session, "prompt; read; success; read; read; close", "sesame",
+             {"sesame", "data", "<end>"}, "0 (null) |  | ", "data\n");
 }
 
 TEST_F(OddServerTest, SudoGivesUp) {
     const std::string again = "prompt; read; err 'Sorry, try again.\\n'; ";
     const std::string gaveUp = "sudo: 3 incorrect password attempts\\n'; status 1; eof; close";
-    for (const SudoCase &each : std::vector<SudoCase>{
-             {again + again + "prompt; read; err '" + gaveUp, "sesame", Lines(3, "line b'sesame'"),
-              notAccepted},
-             // What else sudo may say is waited on, until the connection ends.
-             {R"(err '\xff)" + gaveUp + "; wait 0.3; disconnect 2 bye", "sesame", {}, lost},
-             {"err 'ada is not in the sudoers file.'; eof; close; wait 0.3; disconnect 11",
-              "sesame",
-              {},
-              lost}}) {
-        const auto session = connectedToScript();
-        check(*session, each);
-    }
+    converse(*connectedToScript(), again + again + "prompt; read; err '" + gaveUp, "sesame",
+             Lines(3, "sesame"), notAccepted);
+    // What else sudo may say is waited on, until the connection ends.
+    converse(*connectedToScript(), R"(err '\xff)" + gaveUp + "; wait 0.3; disconnect 2 bye", "x",
+             {}, lost);
+    converse(*connectedToScript(), "err 'who?'; eof; close; wait 0.3; disconnect 11", "x", {},
+             lost);
     EXPECT_EQ(notices, (Lines{"2 | bye | -", "in good order"}));
     EXPECT_EQ(log, Lines());
 }

@@ -34,7 +34,7 @@ class PublicKeyTest : public SessionTest {
         session->stop();
         if (accepted)
             return "";
-        const std::string reason = error->localizedFailureReason().value_or("no reason");
+        std::string reason = error->localizedFailureReason().value_or("no reason");
         EXPECT_EQ(summary(error),
                   "libssh2ErrorDomain 0 | " + description + " | " + reason + " | -");
         return reason;

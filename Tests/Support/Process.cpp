@@ -24,6 +24,7 @@ pid_t spawn(std::vector<std::string> words, const std::string &in, const std::st
     const auto script = fmt::format("exec \"$@\" <'{}' >>'{}' 2>>'{}'", in, out, err);
     words.insert(words.begin(), {"sh", "-c", script, "sh"});
     std::vector<char *> argv;
+    argv.reserve(words.size() + 1);
     for (std::string &word : words)
         argv.push_back(word.data());
     argv.push_back(nullptr);
