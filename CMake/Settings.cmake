@@ -17,6 +17,9 @@ target_compile_features(SSHSessionSettings INTERFACE cxx_std_20)
 target_compile_options(SSHSessionSettings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
     -Woverloaded-virtual -Werror)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    target_compile_options(SSHSessionSettings INTERFACE -Wthread-safety) # see Platform/Mutex.h
+endif()
 # Optimising, GCC 12 sees an overlap wherever a string is put behind a literal (GCC bug 105329).
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     target_compile_options(SSHSessionSettings INTERFACE -Wno-restrict)
