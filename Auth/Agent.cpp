@@ -1,12 +1,60 @@
 // The fourth stage of `start`: offers every identity of a running SSH agent.
 #include "Session/SSHSession_libssh2.h"
 
+#include "Session/Connection.h"
+#include "Session/ErrorReporting.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <string_view>
+
+using SSHEngine::Connection;
+using SSHEngine::connectionError;
+using SSHEngine::fail;
+using SSHEngine::requiredUser;
 
 namespace {
 
 constexpr int noMoreIdentities = 1; // libssh2_agent_get_identity(3)
+
+bool canConnect(const sockaddr_un &address) {
+    const int probe = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    if (probe < 0)
+        return false;
+    ::fcntl(probe, F_SETFD, FD_CLOEXEC);
+    ::fcntl(probe, F_SETFL, O_NONBLOCK); // an agent that takes nobody in would be waited for
+    const bool connected =
+        ::connect(probe, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+    ::close(probe);
+    return connected;
+}
+
+// Whether nobody listens on the socket that SSH_AUTH_SOCK names. The library closes the descriptor
+// of an attempt that fails more than once, and with it what other threads have opened meanwhile.
+// What else may be wrong with the variable, the library finds out by itself.
+bool agentHasGone() {
+    const char *const path = std::getenv("SSH_AUTH_SOCK");
+    sockaddr_un address{};
+    if (!path || std::strlen(path) >= sizeof address.sun_path)
+        return false;
+    address.sun_family = AF_UNIX;
+    std::memcpy(static_cast<void *>(address.sun_path), path, std::strlen(path) + 1);
+    return !canConnect(address);
+}
+
+int connectToAgent(LIBSSH2_SESSION *session, LIBSSH2_AGENT *agent) {
+    if (!agentHasGone())
+        return libssh2_agent_connect(agent);
+    libssh2_session_set_last_error(session, LIBSSH2_ERROR_AGENT_PROTOCOL,
+                                   "failed connecting with agent"); // the library's own words
+    return LIBSSH2_ERROR_AGENT_PROTOCOL;
+}
 
 // Whether the server takes an identity, and else the code that ended the walk over them.
 struct Walk {
@@ -25,30 +73,20 @@ Walk offerIdentities(LIBSSH2_AGENT *agent, const char *user) {
     }
 }
 
-} // namespace
-
-bool SSHSession_libssh2::_authenticateWithAgent(SSHErrorRef *error) {
-    return _onSessionQueue(error, [&](LIBSSH2_SESSION *session) {
-        if (_offerAgentIdentities(session, error))
-            return true; // the agent stays connected until the teardown
-        _freeAgent();
-        return false;
-    });
-}
-
-bool SSHSession_libssh2::_offerAgentIdentities(LIBSSH2_SESSION *session, SSHErrorRef *error) {
-    const auto fail = [&](const char *function, int code) {
-        if (error)
-            *error = _errorFromFunction(function, code);
-        return false;
+bool authenticate(Connection &connection, SSHErrorRef *error) {
+    LIBSSH2_SESSION *const session = connection.session();
+    const auto failIn = [&](const char *function, int code) {
+        return fail(
+            error, [&] { return SSHSession_libssh2::_errorFromFunction(session, function, code); });
     };
-    mAgent = libssh2_agent_init(session);
-    if (!mAgent)
-        return fail("libssh2_agent_init", libssh2_session_last_errno(session));
-    if (const int code = libssh2_agent_connect(mAgent))
-        return fail("libssh2_agent_connect", code);
+    LIBSSH2_AGENT *const agent = connection.openAgent();
+    if (!agent)
+        return failIn("libssh2_agent_init", libssh2_session_last_errno(session));
+    if (const int code = connectToAgent(session, agent))
+        return failIn("libssh2_agent_connect", code);
 
-    const char *const user = _requiredUser("-[SSHSession_libssh2 _authenticateWithAgent:]");
+    const char *const user =
+        requiredUser(connection.engine, "-[SSHSession_libssh2 _authenticateWithAgent:]");
     const char *const methods =
         libssh2_userauth_list(session, user, static_cast<unsigned>(std::strlen(user)));
     if (!methods) {
@@ -57,13 +95,25 @@ bool SSHSession_libssh2::_offerAgentIdentities(LIBSSH2_SESSION *session, SSHErro
     }
     if (!std::strstr(methods, "publickey"))
         return false;
-    if (const int code = libssh2_agent_list_identities(mAgent))
-        return fail("libssh2_agent_list_identities", code);
+    if (const int code = libssh2_agent_list_identities(agent))
+        return failIn("libssh2_agent_list_identities", code);
 
-    const Walk walk = offerIdentities(mAgent, user);
+    const Walk walk = offerIdentities(agent, user);
     if (!walk.authenticated && walk.code != noMoreIdentities)
-        return fail("libssh2_agent_get_identity", walk.code);
-    if (!walk.authenticated && error)
-        *error = _connectionError("SSH could not authenticate using ssh-agent.", 0);
-    return walk.authenticated;
+        return failIn("libssh2_agent_get_identity", walk.code);
+    return walk.authenticated || fail(error, [&] {
+               return connectionError(connection.engine,
+                                      "SSH could not authenticate using ssh-agent.", 0);
+           });
+}
+
+} // namespace
+
+bool SSHSession_libssh2::_authenticateWithAgent(Connection &connection, SSHErrorRef *error) {
+    return onSessionQueue(connection, error, [&](LIBSSH2_SESSION * /*session*/) {
+        const bool authenticated = authenticate(connection, error);
+        if (!authenticated)
+            connection.closeAgent(); // else it stays connected until the teardown
+        return authenticated;
+    });
 }

@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 #include <libssh2.h>
 
+namespace SSHEngine {
+
 void KeyTranscript::userKeyIsMissing(const std::string &path) {
     mText += fmt::format("The user-specified key file [[{}]] does not exist.\n", path);
 }
@@ -42,3 +44,5 @@ void KeyTranscript::asking() {
 void KeyTranscript::noPassphrase() {
     mText += "No password was given. Failing.\n";
 }
+
+} // namespace SSHEngine

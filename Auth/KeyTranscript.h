@@ -4,6 +4,8 @@
 #include <optional>
 #include <string>
 
+namespace SSHEngine {
+
 struct KeyFiles {
     std::optional<std::string> publicKey; // none: the library derives it from the private key
     std::string privateKey;
@@ -24,3 +26,5 @@ class KeyTranscript {
   private:
     std::string mText;
 };
+
+} // namespace SSHEngine

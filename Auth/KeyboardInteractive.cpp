@@ -2,6 +2,9 @@
 // never asked.
 #include "Session/SSHSession_libssh2.h"
 
+#include "Session/Connection.h"
+#include "Session/ErrorReporting.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -18,7 +21,7 @@ void libssh2_keyboard_callback(const char * /*name*/, int /*nameLength*/,
                                LIBSSH2_USERAUTH_KBDINT_RESPONSE *responses, void **abstract) {
     if (promptCount != 1)
         return;
-    const auto &password = static_cast<const SSHSession_libssh2 *>(*abstract)->password();
+    const auto &password = SSHEngine::Connection::of(abstract).engine.password();
     if (!password)
         return;
     auto *const text = static_cast<char *>(std::malloc(password->size()));
@@ -42,14 +45,17 @@ std::string failureText(int code) {
 
 } // namespace
 
-bool SSHSession_libssh2::_authenticateWithKeyboard(SSHErrorRef *error) {
-    return _onSessionQueue(error, [&](LIBSSH2_SESSION *session) {
-        const char *const name = _requiredUser("-[SSHSession_libssh2 _authenticateWithKeyboard:]");
+bool SSHSession_libssh2::_authenticateWithKeyboard(Connection &connection, SSHErrorRef *error) {
+    return onSessionQueue(connection, error, [&](LIBSSH2_SESSION *session) {
+        const char *const name =
+            SSHEngine::requiredUser(*this, "-[SSHSession_libssh2 _authenticateWithKeyboard:]");
         const int code = libssh2_userauth_keyboard_interactive_ex(
             session, name, static_cast<unsigned>(std::strlen(name)), libssh2_keyboard_callback);
-        if (code != 0 && error)
-            *error = _connectionError(
-                "SSH could not authenticate using keyboard-interactive." + failureText(code), code);
-        return code == 0;
+        return code == 0 || SSHEngine::fail(error, [&] {
+                   return SSHEngine::connectionError(
+                       *this,
+                       "SSH could not authenticate using keyboard-interactive." + failureText(code),
+                       code);
+               });
     });
 }

@@ -2,6 +2,8 @@
 #include "Session/SSHSession_libssh2.h"
 
 #include "Auth/MethodTranscript.h"
+#include "Session/Connection.h"
+#include "Session/ErrorReporting.h"
 
 #include <array>
 #include <cstring>
@@ -9,7 +11,25 @@
 #include <string>
 #include <vector>
 
+using SSHEngine::connectionError;
+using SSHEngine::MethodAttempt;
+
 namespace {
+
+using Engine = SSHSession_libssh2;
+
+struct Method {
+    const char *name; // RFC 4252 and RFC 4256
+    const char *displayName;
+    bool (Engine::*operation)(SSHEngine::Connection &, SSHErrorRef *);
+    bool usesKeys;
+};
+
+constexpr std::array<Method, 3> methodsInOrder = {{
+    {"publickey", "public key exchange", &Engine::_authenticateWithPublicKey, true},
+    {"password", "password", &Engine::_authenticateWithPassword, false},
+    {"keyboard-interactive", "keyboard-interactive", &Engine::_authenticateWithKeyboard, false},
+}};
 
 std::vector<std::string> hostKeyAlgorithms(LIBSSH2_SESSION *session) {
     const char **names = nullptr;
@@ -21,62 +41,57 @@ std::vector<std::string> hostKeyAlgorithms(LIBSSH2_SESSION *session) {
     return algorithms;
 }
 
+// The server's comma-separated list of the methods that it offers; none, with the library's code,
+// when there is no answer.
+struct MethodList {
+    std::optional<std::string> names;
+    int error = 0;
+};
+
+MethodList fetchMethodList(LIBSSH2_SESSION *session, const char *user) {
+    // A server that has let the user in when the agent's turn asked for the methods never answers
+    // this question again.
+    const char *const list =
+        libssh2_userauth_authenticated(session)
+            ? nullptr
+            : libssh2_userauth_list(session, user, static_cast<unsigned>(std::strlen(user)));
+    if (list)
+        return {.names = list};
+    return {.names = std::nullopt,
+            .error = libssh2_session_last_error(session, nullptr, nullptr, 0)};
+}
+
 } // namespace
 
-bool SSHSession_libssh2::_authenticateManually(SSHErrorRef *error) {
-    const SessionHandle handle = _session();
-    std::optional<OfferedMethods> offered;
-    int listError = 0;
-    const bool asked = _onSessionQueue(error, [&](LIBSSH2_SESSION *session) {
-        const char *const user = _requiredUser("-[SSHSession_libssh2 _authenticateManually:]");
-        // A server that has let the user in when the agent's turn asked for the methods never
-        // answers this question again.
-        const char *const list =
-            libssh2_userauth_authenticated(session)
-                ? nullptr
-                : libssh2_userauth_list(session, user, static_cast<unsigned>(std::strlen(user)));
-        if (list)
-            offered = OfferedMethods::parse(list);
-        else
-            listError = libssh2_session_last_error(session, nullptr, nullptr, 0);
+bool SSHSession_libssh2::_authenticateManually(Connection &connection, SSHErrorRef *error) {
+    MethodList offered;
+    const bool asked = onSessionQueue(connection, error, [&](LIBSSH2_SESSION *session) {
+        offered = fetchMethodList(
+            session,
+            SSHEngine::requiredUser(*this, "-[SSHSession_libssh2 _authenticateManually:]"));
         return true;
     });
     if (!asked)
         return false;
 
-    MethodErrors errors;
-    if (offered && _tryMethods(*offered, errors))
-        return true;
-    if (!error)
-        return false;
-    *error =
-        offered
-            ? _connectionError(methodTranscript(*offered, errors,
-                                                offered->publicKey ? hostKeyAlgorithms(handle.get())
-                                                                   : std::vector<std::string>()),
-                               0)
-            : _connectionError("SSH could not authenticate because it could not get a "
-                               "list of the available authentication methods. " +
-                                   _stringForErrorCode(listError),
-                               listError);
-    return false;
-}
-
-bool SSHSession_libssh2::_tryMethods(const OfferedMethods &offered, MethodErrors &errors) {
-    using Engine = SSHSession_libssh2;
-    struct Method {
-        bool isOffered;
-        bool (Engine::*operation)(SSHErrorRef *);
-        SSHErrorRef &error;
-    };
-    const std::array<Method, 3> methods = {{
-        {offered.publicKey, &Engine::_authenticateWithPublicKey, errors.publicKey},
-        {offered.password, &Engine::_authenticateWithPassword, errors.password},
-        {offered.keyboardInteractive, &Engine::_authenticateWithKeyboard,
-         errors.keyboardInteractive},
-    }};
-    for (const Method &method : methods)
-        if (method.isOffered && (this->*method.operation)(&method.error))
+    std::vector<MethodAttempt> attempts;
+    for (const Method &method : methodsInOrder) {
+        if (!offered.names || offered.names->find(method.name) == std::string::npos)
+            continue;
+        MethodAttempt attempt = {.displayName = method.displayName, .error = nullptr};
+        if ((this->*method.operation)(connection, &attempt.error))
             return true;
-    return false;
+        if (method.usesKeys && error)
+            attempt.algorithms = hostKeyAlgorithms(connection.session());
+        attempts.push_back(std::move(attempt));
+    }
+    return SSHEngine::fail(error, [&] {
+        return offered.names
+                   ? connectionError(*this, SSHEngine::methodTranscript(attempts), 0)
+                   : connectionError(*this,
+                                     "SSH could not authenticate because it could not get a list "
+                                     "of the available authentication methods. " +
+                                         _stringForErrorCode(offered.error),
+                                     offered.error);
+    });
 }

@@ -3,27 +3,22 @@
 
 #include <SSHSession/SSHError.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
-// What the server offers, of the methods known here.
-struct OfferedMethods {
-    bool publicKey = false;
-    bool password = false;
-    bool keyboardInteractive = false;
+namespace SSHEngine {
 
-    // From the server's comma-separated list, by plain substring tests.
-    static OfferedMethods parse(const std::string &list);
+// One method that the server offers, and why it failed.
+struct MethodAttempt {
+    std::string displayName;
+    SSHErrorRef error; // null where it had nothing to say
+    // The library's host key algorithms, which follow the account of the keys. Their heading speaks
+    // of key exchange, the words that users and support staff know.
+    std::optional<std::vector<std::string>> algorithms = std::nullopt;
 };
 
-// Why each method failed; null where it had nothing to say.
-struct MethodErrors {
-    SSHErrorRef publicKey;
-    SSHErrorRef password;
-    SSHErrorRef keyboardInteractive;
-};
+// `attempts` in the order in which they were made.
+std::string methodTranscript(const std::vector<MethodAttempt> &attempts);
 
-// `algorithms` are the library's host key algorithms. Their heading speaks of key exchange, the
-// words that users and support staff know.
-std::string methodTranscript(const OfferedMethods &offered, const MethodErrors &errors,
-                             const std::vector<std::string> &algorithms);
+} // namespace SSHEngine

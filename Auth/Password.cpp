@@ -2,6 +2,8 @@
 // is answered with failure.
 #include "Session/SSHSession_libssh2.h"
 
+#include "Session/ErrorReporting.h"
+
 #include <fmt/format.h>
 
 #include <cstring>
@@ -15,23 +17,26 @@ void declineNewPassword(LIBSSH2_SESSION * /*session*/, char ** /*password*/, int
 
 } // namespace
 
-bool SSHSession_libssh2::_authenticateWithPassword(SSHErrorRef *error) {
+bool SSHSession_libssh2::_authenticateWithPassword(Connection &connection, SSHErrorRef *error) {
     if (!user() || !password()) {
         if (error)
             *error = nullptr;
         return false;
     }
-    return _onSessionQueue(error, [&](LIBSSH2_SESSION *session) {
-        const char *const name = _requiredUser("-[SSHSession_libssh2 _authenticateWithPassword:]");
+    return onSessionQueue(connection, error, [&](LIBSSH2_SESSION *session) {
+        const char *const name =
+            SSHEngine::requiredUser(*this, "-[SSHSession_libssh2 _authenticateWithPassword:]");
         // Both texts end at their first zero byte.
         const char *const secret = password()->c_str();
         const int code = libssh2_userauth_password_ex(
             session, name, static_cast<unsigned>(std::strlen(name)), secret,
             static_cast<unsigned>(std::strlen(secret)), declineNewPassword);
-        if (code != 0 && error)
-            *error = _connectionError(
-                fmt::format("SSH could not authenticate using the ssh user password. ({})", code),
-                code);
-        return code == 0;
+        return code == 0 || SSHEngine::fail(error, [&] {
+                   return SSHEngine::connectionError(
+                       *this,
+                       fmt::format("SSH could not authenticate using the ssh user password. ({})",
+                                   code),
+                       code);
+               });
     });
 }

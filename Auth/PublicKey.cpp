@@ -4,11 +4,16 @@
 
 #include "Auth/KeyTranscript.h"
 #include "Platform/Path.h"
+#include "Session/ErrorReporting.h"
 
 #include <SSHSession/SSHSessionPasswordPanel.h>
 
 #include <array>
 #include <cstring>
+
+using SSHEngine::Connection;
+using SSHEngine::KeyFiles;
+using SSHEngine::KeyTranscript;
 
 namespace {
 
@@ -28,74 +33,94 @@ const char *textOrNull(const std::optional<std::string> &text) {
     return text ? text->c_str() : nullptr;
 }
 
-} // namespace
+// The turns of the keys, one after another, on one connection.
+class KeyTrials {
+  public:
+    KeyTrials(SSHSession_libssh2 &engine, const Connection &connection)
+        : mEngine(engine), mConnection(connection) {}
 
-bool SSHSession_libssh2::_authenticateWithPublicKey(SSHErrorRef *error) {
-    KeyTranscript transcript;
-    if (_tryUserSpecifiedKey(transcript))
-        return true;
-    for (const char *name : {"id_dsa", "id_rsa"}) // in this order
-        if (_tryStandardKey(name, transcript))
-            return true;
-    if (error)
-        *error = _connectionError(transcript.text(), 0);
-    return false;
-}
+    bool tryUserSpecifiedKey();
+    bool tryStandardKey(const std::string &name);
+
+    const KeyTranscript &transcript() const { return mTranscript; }
+
+  private:
+    bool tryKeyWithPrompt(const KeyFiles &files);
+    int tryKey(const KeyFiles &files, const std::optional<std::string> &passphrase);
+
+    SSHSession_libssh2 &mEngine;
+    const Connection &mConnection;
+    KeyTranscript mTranscript;
+};
 
 // Tried without a public key file, even if one lies beside it: the library derives the public key.
-bool SSHSession_libssh2::_tryUserSpecifiedKey(KeyTranscript &transcript) {
-    if (!keyFilePath())
+bool KeyTrials::tryUserSpecifiedKey() {
+    const std::optional<std::string> &path = mEngine.keyFilePath();
+    if (!path)
         return false;
-    if (SSHPlatform::fileExists(*keyFilePath()))
-        return _tryKeyWithPrompt({.publicKey = std::nullopt, .privateKey = *keyFilePath()},
-                                 transcript);
-    transcript.userKeyIsMissing(*keyFilePath());
+    if (SSHPlatform::fileExists(*path))
+        return tryKeyWithPrompt({.publicKey = std::nullopt, .privateKey = *path});
+    mTranscript.userKeyIsMissing(*path);
     return false;
 }
 
 // Tried only as a complete pair.
-bool SSHSession_libssh2::_tryStandardKey(const std::string &name, KeyTranscript &transcript) {
+bool KeyTrials::tryStandardKey(const std::string &name) {
     const std::string directory = SSHPlatform::expandingTilde("~/.ssh");
     const std::string privateKey = SSHPlatform::appendingPathComponent(directory, name);
     const std::string publicKey = privateKey + ".pub";
     for (const std::string &path : {publicKey, privateKey}) {
         if (!SSHPlatform::fileExists(path)) {
-            transcript.standardKeyIsMissing(path);
+            mTranscript.standardKeyIsMissing(path);
             return false;
         }
     }
-    return _tryKeyWithPrompt({.publicKey = publicKey, .privateKey = privateKey}, transcript);
+    return tryKeyWithPrompt({.publicKey = publicKey, .privateKey = privateKey});
 }
 
 // Only "the server would take the key, but the key cannot sign" asks for a pass phrase, and only
-// once.
-bool SSHSession_libssh2::_tryKeyWithPrompt(const KeyFiles &files, KeyTranscript &transcript) {
-    const int code = _tryKey(files, std::nullopt, transcript);
+// once. No library object of this stage lives while the question shows; the connection itself
+// stays, shut down or not.
+bool KeyTrials::tryKeyWithPrompt(const KeyFiles &files) {
+    const int code = tryKey(files, std::nullopt);
     if (code != LIBSSH2_ERROR_PUBLICKEY_UNVERIFIED)
         return code == 0;
-    transcript.asking();
+    mTranscript.asking();
     const std::optional<std::string> passphrase = requestPassphrase(
         SSHPlatform::deletingPathExtension(SSHPlatform::lastPathComponent(files.privateKey)));
     if (!passphrase) {
-        transcript.noPassphrase();
+        mTranscript.noPassphrase();
         return false;
     }
     const KeyFiles exact = {.publicKey = standardized(files.publicKey),
                             .privateKey = SSHPlatform::standardizedPath(files.privateKey)};
-    return _tryKey(exact, passphrase, transcript) == 0;
+    return tryKey(exact, passphrase) == 0;
 }
 
-int SSHSession_libssh2::_tryKey(const KeyFiles &files, const std::optional<std::string> &passphrase,
-                                KeyTranscript &transcript) {
-    const char *const user = _requiredUser("-[SSHSession_libssh2 _authenticateWithPublicKey:]");
-    transcript.trying(files, passphrase.has_value());
-    int code = LIBSSH2_ERROR_SOCKET_DISCONNECT; // when `stop` has taken the session away
-    _onSessionQueue(nullptr, [&](LIBSSH2_SESSION *session) {
+int KeyTrials::tryKey(const KeyFiles &files, const std::optional<std::string> &passphrase) {
+    const char *const user =
+        SSHEngine::requiredUser(mEngine, "-[SSHSession_libssh2 _authenticateWithPublicKey:]");
+    mTranscript.trying(files, passphrase.has_value());
+    int code = LIBSSH2_ERROR_SOCKET_DISCONNECT; // when the connection has been torn down
+    mEngine.onSessionQueue(mConnection, nullptr, [&](LIBSSH2_SESSION *session) {
         code = libssh2_userauth_publickey_fromfile_ex(
             session, user, static_cast<unsigned>(std::strlen(user)), textOrNull(files.publicKey),
             files.privateKey.c_str(), textOrNull(passphrase));
         return code == 0;
     });
-    transcript.result(code);
+    mTranscript.result(code);
     return code;
+}
+
+} // namespace
+
+bool SSHSession_libssh2::_authenticateWithPublicKey(Connection &connection, SSHErrorRef *error) {
+    KeyTrials trials(*this, connection);
+    if (trials.tryUserSpecifiedKey())
+        return true;
+    for (const char *name : {"id_dsa", "id_rsa"}) // in this order
+        if (trials.tryStandardKey(name))
+            return true;
+    return SSHEngine::fail(
+        error, [&] { return SSHEngine::connectionError(*this, trials.transcript().text(), 0); });
 }

@@ -1,15 +1,20 @@
-// Moves bytes between a channel and three buffers, without blocking.
-#include "Session/SSHSession_libssh2.h"
+// Reading and writing a channel without blocking, and the step that does both.
+#include "Commands/ChannelPump.h"
 
-#include "Commands/ChannelRun.h"
 #include "Platform/Socket.h"
 #include "Platform/Text.h"
+#include "Session/Connection.h"
+#include "Session/ErrorReporting.h"
+#include "Session/SSHSession_libssh2.h"
 
 #include <fmt/format.h>
 
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <utility>
+
+using SSHEngine::fail;
 
 namespace {
 
@@ -27,8 +32,9 @@ SSHPlatform::WaitFor blockedDirections(LIBSSH2_SESSION *session) {
 
 } // namespace
 
-bool SSHSession_libssh2::_readFromChannel(LIBSSH2_CHANNEL *channel, SSHPlatform::ByteBuffer &data,
-                                          bool isStderr, bool *keepReading, SSHErrorRef *error) {
+bool SSHSession_libssh2::_readFromChannel(const Connection &connection, LIBSSH2_CHANNEL *channel,
+                                          SSHPlatform::ByteBuffer &data, bool isStderr,
+                                          bool *keepReading, SSHErrorRef *error) {
     const int stream = isStderr ? SSH_EXTENDED_DATA_STDERR : 0;
     std::array<char, 4096> piece; // NOLINT(*-member-init): filled by the read
     ssize_t result = 0;
@@ -38,64 +44,76 @@ bool SSHSession_libssh2::_readFromChannel(LIBSSH2_CHANNEL *channel, SSHPlatform:
         *keepReading = result != 0;
         return true;
     }
-    if (error)
-        *error =
-            _errorFromFunction(isStderr ? "libssh2_channel_read_stderr" : "libssh2_channel_read",
-                               static_cast<std::int32_t>(result));
-    return false;
+    return fail(error, [&] {
+        return _errorFromFunction(connection.session(),
+                                  isStderr ? "libssh2_channel_read_stderr" : "libssh2_channel_read",
+                                  static_cast<std::int32_t>(result));
+    });
 }
 
 // Answers that there may be more to write even when this call took the last byte; only the next one
-// says no.
-bool SSHSession_libssh2::_writeToChannel(LIBSSH2_CHANNEL *channel, SSHPlatform::ByteBuffer &data,
-                                         bool *keepWriting, SSHErrorRef *error) {
+// says no. While the socket has no room for what was written before, nothing is added to that.
+bool SSHSession_libssh2::_writeToChannel(const Connection &connection, LIBSSH2_CHANNEL *channel,
+                                         SSHPlatform::ByteBuffer &data, bool *keepWriting,
+                                         SSHErrorRef *error) {
     if (data.empty()) {
         *keepWriting = false;
         return true;
     }
-    ssize_t result = 0;
-    while ((result = libssh2_channel_write_ex(channel, 0, data.data(), data.size())) > 0)
+    ssize_t result = LIBSSH2_ERROR_EAGAIN;
+    while (!connection.hasUnsent() &&
+           (result = libssh2_channel_write_ex(channel, 0, data.data(), data.size())) > 0) {
         data.removeFromFront(static_cast<std::size_t>(result));
+        result = LIBSSH2_ERROR_EAGAIN;
+    }
     if (result == 0 || result == LIBSSH2_ERROR_EAGAIN) {
         *keepWriting = true;
         return true;
     }
-    if (error) // under the name that support staff already look for
-        *error =
-            _errorFromFunction("libssh2_channel_read_stderr", static_cast<std::int32_t>(result));
-    return false;
+    return fail(error, [&] { // under the name that support staff already look for
+        return _errorFromFunction(connection.session(), "libssh2_channel_read_stderr",
+                                  static_cast<std::int32_t>(result));
+    });
 }
 
-bool SSHSession_libssh2::_waitForChannel(LIBSSH2_SESSION *session, SSHErrorRef *error) {
-    if (SSHPlatform::waitForSocket(mSocket, blockedDirections(session), pumpWait) != -1)
+namespace SSHEngine {
+
+bool ChannelPump::step(SSHErrorRef *error) {
+    keepReading = false;
+    keepWriting = false;
+    if ((std::exchange(mMayWait, true) && !wait(error)) || !read(error))
+        return false;
+    return SSHSession_libssh2::_writeToChannel(mConnection, mChannel, input, &keepWriting, error);
+}
+
+bool ChannelPump::wait(SSHErrorRef *error) {
+    if (mConnection.wait(blockedDirections(mConnection.session()), pumpWait) != -1)
         return true;
     const int number = errno;
-    if (error)
-        *error = _lostConnectionError(
+    return fail(error, [&] {
+        return lostConnectionError(
+            mConnection.engine,
             fmt::format("Socket error. Error: {} ({}).", SSHPlatform::errnoText(number), number),
             number);
-    return false;
+    });
 }
 
-bool SSHSession_libssh2::_readStreams(ChannelRun &run, bool *keepReading, SSHErrorRef *error) {
+// At the end of the channel nothing more would end a wait before its time.
+bool ChannelPump::read(SSHErrorRef *error) {
     bool outputContinues = false;
     bool errorOutputContinues = false;
-    if (!_readFromChannel(run.channel, *run.output, false, &outputContinues, error) ||
-        !_readFromChannel(run.channel, *run.errorOutput, true, &errorOutputContinues, error))
+    if (!SSHSession_libssh2::_readFromChannel(mConnection, mChannel, *output, false,
+                                              &outputContinues, error) ||
+        !SSHSession_libssh2::_readFromChannel(mConnection, mChannel, *errorOutput, true,
+                                              &errorOutputContinues, error))
         return false;
-    *keepReading = outputContinues || errorOutputContinues;
+    keepReading = (outputContinues || errorOutputContinues) && libssh2_channel_eof(mChannel) == 0;
     return true;
 }
 
-bool SSHSession_libssh2::_pump(LIBSSH2_SESSION *session, ChannelRun &run, SSHErrorRef *error) {
-    run.keepReading = false;
-    run.keepWriting = false;
-    bool streamsContinue = false;
-    if ((run.mayBeSilent && !_waitForChannel(session, error)) ||
-        !_readStreams(run, &streamsContinue, error) ||
-        !_writeToChannel(run.channel, run.input, &run.keepWriting, error))
-        return false;
-    run.mayBeSilent = true;
-    run.keepReading = streamsContinue && libssh2_channel_eof(run.channel) == 0;
-    return true;
+void ChannelPump::queueInput(std::string_view bytes) {
+    input.append(bytes);
+    doNotWait();
 }
+
+} // namespace SSHEngine

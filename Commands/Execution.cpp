@@ -1,25 +1,34 @@
 // Runs one command on the connected session, from opening its channel to filling the record.
 #include "Session/SSHSession_libssh2.h"
 
-#include "Commands/ChannelRun.h"
+#include "Commands/ChannelPump.h"
 #include "Commands/Sudo.h"
 #include "Platform/Text.h"
-
-#include <fmt/format.h>
+#include "Session/Connection.h"
+#include "Session/ErrorReporting.h"
 
 #include <chrono>
 #include <cstdlib>
+#include <optional>
 #include <string_view>
 
+using SSHEngine::ChannelPump;
+using SSHEngine::Connection;
+using SSHEngine::fail;
+using SSHEngine::SudoConversation;
+
 namespace {
+
+using Engine = SSHSession_libssh2;
 
 constexpr std::string_view channelType = "session";
 constexpr std::string_view execRequest = "exec";
 constexpr const char *couldNotExecute = "Dravella could not execute the SSH command.";
 
-// How long a finished command's channel may take until the server has closed it. The exit status
-// may well be the last thing to arrive; but a server that never closes must not hold the caller.
-constexpr std::chrono::seconds longestClose(1);
+// How long a server may be silent at the end of a command until this side closes the channel, for
+// servers that wait for that.
+constexpr std::chrono::seconds silenceBeforeClosing(3);
+constexpr std::chrono::milliseconds closingWait(100);
 
 std::string textOf(const SSHStringRef &text) {
     return text ? *text : std::string();
@@ -29,146 +38,186 @@ std::string_view bytesOf(const SSHDataRef &data) {
     return data ? data->view() : std::string_view();
 }
 
-// True as well when a command ended without reading all of its input: nobody takes the rest.
-bool serverHasClosed(LIBSSH2_CHANNEL *channel) {
-    return libssh2_channel_eof(channel) != 0 && libssh2_channel_wait_closed(channel) == 0;
-}
-
-std::string exitSignalName(LIBSSH2_CHANNEL *channel) {
-    char *name = nullptr;
-    libssh2_channel_get_exit_signal(channel, &name, nullptr, nullptr, nullptr, nullptr, nullptr);
-    const std::unique_ptr<char, decltype(&std::free)> owned(name, std::free);
-    return name ? SSHPlatform::decodedUTF8(name) : std::string(SSHPlatform::nullText);
-}
-
-void fillRecord(SSHCommand &command, const ChannelRun &run) {
-    command.setStdoutData(run.output);
-    command.setStderrData(run.errorOutput);
-    command.setExitStatus(libssh2_channel_get_exit_status(run.channel));
-    command.setExitSignal(std::make_shared<const std::string>(exitSignalName(run.channel)));
-}
-
-} // namespace
-
-bool SSHSession_libssh2::_execute(const std::shared_ptr<SSHCommand> &command, SSHErrorRef *error) {
-    const SessionHandle handle = _session();
-    if (!command || !handle) {
-        if (error)
-            *error = _errorWithDescription(
-                couldNotExecute, handle ? "There is no command." : "The session is not connected.",
-                0);
-        return false;
-    }
-    LIBSSH2_SESSION *const session = handle.get();
-    const SSHStringRef adminPassword = command->adminPassword();
-    std::string text = textOf(command->command());
-    if (adminPassword)
-        text = sudoCommand(text);
-
-    ChannelRun run;
-    if (!_openChannel(session, run, error) || !_startCommand(text, run, error))
-        return false;
-    run.hasInput = !bytesOf(command->stdinData()).empty();
-    if (adminPassword && !_runSudoPhase(session, *adminPassword, run, error))
-        return false;
-    if (!_drain(session, *command, run, error))
-        return false;
-    _closeChannel(session, run);
-    fillRecord(*command, run);
-    libssh2_channel_free(run.channel);
-    return true;
-}
-
-bool SSHSession_libssh2::_openChannel(LIBSSH2_SESSION *session, ChannelRun &run,
-                                      SSHErrorRef *error) {
+LIBSSH2_CHANNEL *openChannel(const Connection &connection, SSHErrorRef *error) {
+    LIBSSH2_SESSION *const session = connection.session();
     libssh2_session_set_blocking(session, 1);
-    run.channel = libssh2_channel_open_ex(session, channelType.data(), channelType.size(),
-                                          LIBSSH2_CHANNEL_WINDOW_DEFAULT,
-                                          LIBSSH2_CHANNEL_PACKET_DEFAULT, nullptr, 0);
-    if (run.channel) {
-        libssh2_channel_set_blocking(run.channel, 0); // for the whole session, until the next run
-        return true;
+    LIBSSH2_CHANNEL *const channel = libssh2_channel_open_ex(
+        session, channelType.data(), channelType.size(), LIBSSH2_CHANNEL_WINDOW_DEFAULT,
+        LIBSSH2_CHANNEL_PACKET_DEFAULT, nullptr, 0);
+    if (channel) {
+        libssh2_channel_set_blocking(channel, 0); // for the whole session, until the next run
+        return channel;
     }
     const int code = libssh2_session_last_errno(session);
-    if (error)
-        *error = code == LIBSSH2_ERROR_TIMEOUT
-                     ? _lostConnectionError(_stringForErrorCode(code), code)
-                     : _errorFromFunction("libssh2_channel_open_session", code);
-    return false;
+    fail(error, [&] {
+        return code == LIBSSH2_ERROR_TIMEOUT
+                   ? SSHEngine::lostConnectionError(connection.engine,
+                                                    Engine::_stringForErrorCode(code), code)
+                   : Engine::_errorFromFunction(session, "libssh2_channel_open_session", code);
+    });
+    return nullptr;
 }
 
-bool SSHSession_libssh2::_startCommand(const std::string &text, ChannelRun &run,
-                                       SSHErrorRef *error) {
+// One command on its channel. Whatever fails leaves the channel to the end of the connection.
+class CommandRun {
+  public:
+    CommandRun(Connection &connection, SSHCommand &command, LIBSSH2_CHANNEL *channel)
+        : mConnection(connection), mCommand(command), mAdminPassword(command.adminPassword()),
+          mChannel(channel), mPump(connection, channel) {}
+
+    bool start(SSHErrorRef *error);
+    bool converseWithSudo(SSHErrorRef *error);
+    bool drain(SSHErrorRef *error);
+    void close();
+    void fillRecord();
+
+  private:
+    bool serverHasClosed() const;
+    std::string exitSignal() const;
+
+    Connection &mConnection;
+    SSHCommand &mCommand;
+    const SSHStringRef mAdminPassword;
+    LIBSSH2_CHANNEL *const mChannel;
+    ChannelPump mPump;
+    bool mHasInput = false; // whether the record has any, as found at the start
+    bool mIsClosedInOrder = false;
+};
+
+bool CommandRun::start(SSHErrorRef *error) {
+    const std::string command = textOf(mCommand.command());
+    const std::string text = mAdminPassword ? SSHEngine::sudoCommand(command) : command;
     int code = 0;
-    do {
-        code = libssh2_channel_process_startup(run.channel, execRequest.data(), execRequest.size(),
-                                               text.data(), static_cast<unsigned>(text.size()));
-    } while (code == LIBSSH2_ERROR_EAGAIN);
-    if (code != 0) {
-        if (error)
-            *error = _errorFromFunction("libssh2_channel_exec", code);
-        return false;
+    {
+        const Connection::PatientReads patience(mConnection);
+        do {
+            code = libssh2_channel_process_startup(mChannel, execRequest.data(), execRequest.size(),
+                                                   text.data(), static_cast<unsigned>(text.size()));
+        } while (code == LIBSSH2_ERROR_EAGAIN);
     }
+    if (code != 0)
+        return fail(error, [&] {
+            return Engine::_errorFromFunction(mConnection.session(), "libssh2_channel_exec", code);
+        });
+    mHasInput = !bytesOf(mCommand.stdinData()).empty();
     // Right after the request the library does not know yet that it waits for the server, and the
     // first pump step would pause for its full time. One read of each stream tells it.
-    bool streamsContinue = false;
-    if (!_readStreams(run, &streamsContinue, error))
-        return false;
-    run.mayBeSilent = libssh2_channel_eof(run.channel) == 0;
-    return true;
+    return mPump.read(error);
 }
 
-bool SSHSession_libssh2::_runSudoPhase(LIBSSH2_SESSION *session, const std::string &password,
-                                       ChannelRun &run, SSHErrorRef *error) {
-    SudoConversation conversation(password, SudoConversation::Clock::now());
+bool CommandRun::converseWithSudo(SSHErrorRef *error) {
+    if (!mAdminPassword)
+        return true;
+    SudoConversation conversation(*mAdminPassword, SudoConversation::Clock::now());
     bool continues = false;
     while (true) {
         // While the pump step read standard error, the news that sudo has accepted may have come,
         // and behind it a text of the command's that looks like a prompt.
-        if (!_pump(session, run, error) ||
-            !_readFromChannel(run.channel, *run.output, false, &continues, error))
+        if (!mPump.step(error) || !Engine::_readFromChannel(mConnection, mChannel, *mPump.output,
+                                                            false, &continues, error))
             return false;
-        const SudoConversation::Outcome outcome =
-            conversation.examine(*run.output, *run.errorOutput, run.input, run.keepReading,
-                                 SudoConversation::Clock::now());
+        const SudoConversation::Outcome outcome = conversation.examine(
+            *mPump.output, *mPump.errorOutput, mPump.keepReading, SudoConversation::Clock::now());
         if (outcome == SudoConversation::Outcome::Accepted)
             return true;
-        if (outcome == SudoConversation::Outcome::Pending)
-            continue;
-        if (error)
-            *error = _errorWithDescription(
-                couldNotExecute,
-                outcome == SudoConversation::Outcome::Refused
-                    ? "The SSH user was not able to use sudo. The password was not accepted."
-                    : "Password authentication for sudo timed out.",
-                0);
-        return false;
+        if (outcome == SudoConversation::Outcome::Asked)
+            mPump.queueInput(conversation.answer());
+        if (outcome == SudoConversation::Outcome::Refused ||
+            outcome == SudoConversation::Outcome::TimedOut)
+            return fail(error, [&] {
+                return Engine::_errorWithDescription(
+                    couldNotExecute,
+                    outcome == SudoConversation::Outcome::Refused
+                        ? "The SSH user was not able to use sudo. The password was not accepted."
+                        : "Password authentication for sudo timed out.",
+                    0);
+            });
     }
 }
 
-bool SSHSession_libssh2::_drain(LIBSSH2_SESSION *session, const SSHCommand &command,
-                                ChannelRun &run, SSHErrorRef *error) {
-    bool inputQueued = false;
+// Both outputs may have ended long before the command has read its input.
+bool CommandRun::drain(SSHErrorRef *error) {
+    bool isInputQueued = !mHasInput;
+    if (mHasInput || libssh2_channel_eof(mChannel) != 0)
+        mPump.doNotWait();
     do {
-        if (!_pump(session, run, error))
+        if (!mPump.step(error))
             return false;
-        if (run.hasInput && !inputQueued) {
-            const SSHDataRef data = command.stdinData();
-            run.input.append(bytesOf(data));
-            inputQueued = true;
+        if (!isInputQueued) {
+            const SSHDataRef data = mCommand.stdinData();
+            mPump.queueInput(bytesOf(data));
+            isInputQueued = true;
         }
-        if (run.hasInput && run.input.empty())
-            libssh2_channel_send_eof(run.channel);
-    } while ((run.keepReading || run.keepWriting) && !serverHasClosed(run.channel));
+        if (mHasInput && mPump.input.empty())
+            libssh2_channel_send_eof(mChannel);
+    } while ((mPump.keepReading || mPump.keepWriting || !mPump.input.empty()) &&
+             !serverHasClosed());
     return true;
 }
 
-void SSHSession_libssh2::_closeChannel(LIBSSH2_SESSION *session, ChannelRun &run) {
+// True as well when a command ended without reading all of its input: nobody takes the rest.
+bool CommandRun::serverHasClosed() const {
+    return libssh2_channel_eof(mChannel) != 0 && libssh2_channel_wait_closed(mChannel) == 0;
+}
+
+// The exit status comes when the command ends, which may be long after its outputs have ended, and
+// at the latest before the server closes the channel. That is waited for as long as the connection
+// lives, whether this side has closed the channel or not.
+void CommandRun::close() {
     using Clock = std::chrono::steady_clock;
-    const Clock::time_point deadline = Clock::now() + longestClose;
-    do {
-        libssh2_channel_close(run.channel);
-        if (libssh2_channel_wait_closed(run.channel) != LIBSSH2_ERROR_EAGAIN)
-            return;
-    } while (Clock::now() < deadline && _waitForChannel(session, nullptr));
+    Clock::time_point lastHeard = Clock::now();
+    std::size_t received = mConnection.received();
+    bool isWaiting = true;
+    while (isWaiting) {
+        const int code = libssh2_channel_wait_closed(mChannel);
+        mIsClosedInOrder = code == 0;
+        if (code != LIBSSH2_ERROR_EAGAIN)
+            break;
+        if (mConnection.received() != received)
+            lastHeard = Clock::now();
+        received = mConnection.received();
+        if (Clock::now() - lastHeard >= silenceBeforeClosing)
+            libssh2_channel_close(mChannel);
+        isWaiting = mConnection.wait(SSHPlatform::WaitFor::Reading, closingWait) >= 0;
+    }
+    libssh2_channel_close(mChannel);
+    // What is left half sent would come before anything that the next command sends.
+    while (mIsClosedInOrder && mConnection.hasUnsent())
+        if (mConnection.wait(SSHPlatform::WaitFor::Writing, closingWait) < 0)
+            break;
+}
+
+std::string CommandRun::exitSignal() const {
+    char *name = nullptr;
+    libssh2_channel_get_exit_signal(mChannel, &name, nullptr, nullptr, nullptr, nullptr, nullptr);
+    const std::unique_ptr<char, decltype(&std::free)> owned(name, std::free);
+    return name ? SSHPlatform::decodedUTF8(name) : std::string(SSHPlatform::nullText);
+}
+
+void CommandRun::fillRecord() {
+    mCommand.setStdoutData(mPump.output);
+    mCommand.setStderrData(mPump.errorOutput);
+    mCommand.setExitStatus(libssh2_channel_get_exit_status(mChannel));
+    mCommand.setExitSignal(std::make_shared<const std::string>(exitSignal()));
+    mCommand.setClosedInOrder(mIsClosedInOrder);
+    libssh2_channel_free(mChannel);
+}
+
+} // namespace
+
+bool SSHSession_libssh2::_execute(Connection &connection,
+                                  const std::shared_ptr<SSHCommand> &command, SSHErrorRef *error) {
+    if (!command)
+        return fail(error, [] {
+            return _errorWithDescription(couldNotExecute, "There is no command.", 0);
+        });
+    LIBSSH2_CHANNEL *const channel = openChannel(connection, error);
+    if (!channel)
+        return false;
+    CommandRun run(connection, *command, channel);
+    if (!run.start(error) || !run.converseWithSudo(error) || !run.drain(error))
+        return false;
+    run.close();
+    run.fillRecord();
+    return true;
 }

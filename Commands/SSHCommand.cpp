@@ -97,3 +97,11 @@ std::int32_t SSHCommand::exitStatus() const noexcept {
 void SSHCommand::setExitStatus(std::int32_t value) noexcept {
     write(mMutex, mExitStatus, value);
 }
+
+bool SSHCommand::isClosedInOrder() const noexcept {
+    return read(mMutex, mIsClosedInOrder);
+}
+
+void SSHCommand::setClosedInOrder(bool value) noexcept {
+    write(mMutex, mIsClosedInOrder, value);
+}

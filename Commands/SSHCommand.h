@@ -68,9 +68,18 @@ class SSHSESSION_EXPORT SSHCommand {
     SSHStringRef exitSignal() const noexcept;
     void setExitSignal(SSHStringRef value) noexcept;
 
-    // The exit status that the server reported; 0 when it sent none.
+    // The exit status that the server reported; 0 when it sent none, which has three reasons: a
+    // signal ended the command (see `exitSignal`), the connection ended before the command did (see
+    // `isClosedInOrder`), or the server never says.
     std::int32_t exitStatus() const noexcept;
     void setExitStatus(std::int32_t value) noexcept;
+
+    // Whether the server has closed the command's channel (RFC 4254, section 5.3), which it does
+    // when the command has ended. False when the connection ended first: then the outputs may be
+    // cut, the exit status may be missing, and the command may run on. `execute` answers true all
+    // the same when both outputs had ended by then.
+    bool isClosedInOrder() const noexcept;
+    void setClosedInOrder(bool value) noexcept;
 
   private:
     mutable std::mutex mMutex;
@@ -81,4 +90,5 @@ class SSHSESSION_EXPORT SSHCommand {
     SSHDataRef mStderrData;
     SSHStringRef mExitSignal;
     std::int32_t mExitStatus = 0;
+    bool mIsClosedInOrder = false;
 };

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <utility>
 
+namespace SSHEngine {
+
 namespace {
 
 constexpr std::string_view promptMarker = "#SSHSessionEnterPassword^";
@@ -34,30 +36,28 @@ SudoConversation::SudoConversation(std::string password, Clock::time_point now)
 
 SudoConversation::Outcome SudoConversation::examine(SSHPlatform::ByteBuffer &output,
                                                     SSHPlatform::ByteBuffer &errorOutput,
-                                                    SSHPlatform::ByteBuffer &input,
                                                     bool keepReading, Clock::time_point now) {
     const bool isAccepted = output.view().starts_with(successMarker);
+    bool isAsked = false;
     if (!errorOutput.empty()) {
         mLastActivity = now; // while it holds anything, old or new
         if (!keepReading && saysThreeAttempts(errorOutput.view()))
             return Outcome::Refused;
         // Once sudo has accepted, a marker is the command's own text, and the password is not for
-        // the command to read.
-        if (!isAccepted && errorOutput.view().ends_with(promptMarker))
-            answerPrompt(errorOutput, input);
+        // the command to read. What sudo wrote before the prompt, such as a complaint about the
+        // previous password, goes with it.
+        isAsked = !isAccepted && errorOutput.view().ends_with(promptMarker);
+        if (isAsked)
+            errorOutput.clear();
     }
     // The line end may come in a packet of its own; it is not the command's.
     if (isAccepted && (output.size() >= successLineLength || !keepReading)) {
         output.removeFromFront(successLineLength);
         return Outcome::Accepted;
     }
+    if (isAsked)
+        return Outcome::Asked;
     return now - mLastActivity > longestSilence ? Outcome::TimedOut : Outcome::Pending;
 }
 
-// What sudo wrote before the prompt, such as a complaint about the previous password, goes with it.
-void SudoConversation::answerPrompt(SSHPlatform::ByteBuffer &errorOutput,
-                                    SSHPlatform::ByteBuffer &input) const {
-    errorOutput.clear();
-    input.append(mPassword);
-    input.append("\n");
-}
+} // namespace SSHEngine

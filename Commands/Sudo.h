@@ -7,6 +7,8 @@
 #include <chrono>
 #include <string>
 
+namespace SSHEngine {
+
 // The command line that runs `command` as root. sudo asks for the password with a marker that ends
 // its standard error; the shell that it starts announces success with another marker at the start
 // of standard output. Only quotation marks are escaped: the user's login shell sees the command
@@ -20,6 +22,7 @@ class SudoConversation {
 
     enum class Outcome {
         Pending,  // not decided yet
+        Asked,    // sudo waits for the `answer`
         Accepted, // the marker has been removed; what remains is the command's own output
         Refused,  // sudo has given up after three passwords
         TimedOut, // ten seconds of silence
@@ -27,14 +30,17 @@ class SudoConversation {
 
     SudoConversation(std::string password, Clock::time_point now);
 
-    // To be called after each pump step. Answers sudo's prompt by emptying `errorOutput` and adding
-    // the password to `input`.
+    // To be called after each pump step. Empties `errorOutput` when sudo asks, and removes the
+    // marker from `output` when it has accepted.
     Outcome examine(SSHPlatform::ByteBuffer &output, SSHPlatform::ByteBuffer &errorOutput,
-                    SSHPlatform::ByteBuffer &input, bool keepReading, Clock::time_point now);
+                    bool keepReading, Clock::time_point now);
+
+    // What sudo wants to read each time it asks.
+    std::string answer() const { return mPassword + "\n"; }
 
   private:
-    void answerPrompt(SSHPlatform::ByteBuffer &errorOutput, SSHPlatform::ByteBuffer &input) const;
-
     std::string mPassword;
     Clock::time_point mLastActivity;
 };
+
+} // namespace SSHEngine

@@ -7,16 +7,25 @@
 #include <cstdint>
 #include <string>
 
+class SSHSession_libssh2;
+
+namespace SSHEngine {
+
+class Connection;
+
 struct HostKeyCheck {
     std::int32_t checkResult = LIBSSH2_KNOWNHOST_CHECK_NOTFOUND; // 0 after the user has accepted
     std::int32_t hostKeyType = LIBSSH2_HOSTKEY_TYPE_UNKNOWN;
     std::string hostPublicKey;   // in the wire encoding of RFC 4253, section 6.6
     std::string hostFingerprint; // the same in base64, for the user
+    // Made of the connection's session, which therefore must live as long as this does.
     LIBSSH2_KNOWNHOSTS *knownHosts = nullptr;
     std::int32_t readError = 0; // the library's code when the known-hosts file could not be read
     std::string knownHostsPath;
 };
 
-// The key-type bits of a known-hosts entry (LIBSSH2_KNOWNHOST_KEY_*) for a host key type. The newer
-// types have none, so the library refuses to add such an entry, and the user is told each time.
-int knownHostKeyBits(std::int32_t hostKeyType);
+// Asks the user whether to trust the server, and records a trusted key. Main thread. Sets
+// `checkResult` to 0 when the user accepts.
+void confirmHostKey(const Connection &connection, HostKeyCheck &check);
+
+} // namespace SSHEngine

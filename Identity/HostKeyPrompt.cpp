@@ -1,15 +1,19 @@
 // Asks the user whether to trust a server whose key is unknown or has changed, and records a
 // trusted one. Runs on the main thread.
-#include "Session/SSHSession_libssh2.h"
-
 #include "Identity/HostKeyCheck.h"
+
 #include "Platform/Assertion.h"
 #include "Platform/Text.h"
+#include "Session/Connection.h"
+#include "Session/SSHSession_libssh2.h"
 
 #include <fmt/format.h>
 
+#include <array>
 #include <string>
 #include <utility>
+
+namespace SSHEngine {
 
 using SSHPlatform::Alert;
 using SSHPlatform::AlertAnswer;
@@ -42,6 +46,19 @@ Alert confirmation(const HostKeyCheck &check, const std::string &host, std::uint
     return alert;
 }
 
+// The key-type bits of a known-hosts entry for a host key type. The newer types have none, so the
+// library refuses to add such an entry, and the user is told each time.
+int knownHostKeyBits(std::int32_t hostKeyType) {
+    static constexpr std::array<int, 4> bits = {
+        0,
+        LIBSSH2_KNOWNHOST_KEY_SSHRSA,
+        LIBSSH2_KNOWNHOST_KEY_SSHDSS,
+        LIBSSH2_KNOWNHOST_KEY_ECDSA_256,
+    };
+    const auto index = static_cast<std::uint32_t>(hostKeyType);
+    return index < bits.size() ? bits.at(index) : 0;
+}
+
 void tell(std::string messageText, std::string informativeText) {
     Alert alert;
     alert.messageText = std::move(messageText);
@@ -64,26 +81,39 @@ int addToKnownHosts(const HostKeyCheck &check, const std::string &host, int keyB
         keyBits | LIBSSH2_KNOWNHOST_TYPE_PLAIN | LIBSSH2_KNOWNHOST_KEYENC_RAW, nullptr);
 }
 
+std::string addFailureText(const Connection &connection, const HostKeyCheck &check, int code,
+                           int keyBits) {
+    std::string text = fmt::format("The connection will still continue.\n\nError {}\n", code);
+    if (check.readError != 0)
+        text += fmt::format("Earlier read error: {} / {}\nkeyType: {}", check.readError,
+                            SSHSession_libssh2::_errorFromFunction(
+                                connection.session(), "libssh2_knownhost_addc", check.readError)
+                                ->text(),
+                            keyBits);
+    return text;
+}
+
 } // namespace
 
-void SSHSession_libssh2::_confirmHostKey(HostKeyCheck &check) {
-    const std::string hostName = SSHPlatform::textOrNull(host());
-    const AlertAnswer answer =
-        SSHPlatform::alertPresenter()->runModal(confirmation(check, hostName, port()));
+void confirmHostKey(const Connection &connection, HostKeyCheck &check) {
+    const std::optional<std::string> &host = connection.engine.host();
+    const std::string hostName = SSHPlatform::textOrNull(host);
+    const AlertAnswer answer = SSHPlatform::alertPresenter()->runModal(
+        confirmation(check, hostName, connection.engine.port()));
     if (answer != AlertAnswer::FirstButton)
         return;
 
     // At once, so that the connection goes on whatever becomes of the record below.
     check.checkResult = LIBSSH2_KNOWNHOST_CHECK_MATCH;
-    require(host().has_value(), "self.host.UTF8String", __LINE__);
-    require(!host()->empty(), "self.host.length > 0", __LINE__);
+    require(host.has_value(), "self.host.UTF8String", __LINE__);
+    require(!host->empty(), "self.host.length > 0", __LINE__);
     require(check.hostPublicKey.data() != nullptr, "hostPublicKey.bytes != nil", __LINE__);
     require(!check.hostPublicKey.empty(), "hostPublicKey.length > 0", __LINE__);
 
     const int keyBits = knownHostKeyBits(check.hostKeyType);
     if (const int code = addToKnownHosts(check, hostName, keyBits)) {
         tell("Adding the host fingerprint to the known hosts lists failed.",
-             _addFailureText(check, code, keyBits));
+             addFailureText(connection, check, code, keyBits));
         return;
     }
     if (const int code = libssh2_knownhost_writefile(check.knownHosts, check.knownHostsPath.c_str(),
@@ -93,12 +123,4 @@ void SSHSession_libssh2::_confirmHostKey(HostKeyCheck &check) {
     }
 }
 
-std::string SSHSession_libssh2::_addFailureText(const HostKeyCheck &check, int code,
-                                                int keyBits) const {
-    std::string text = fmt::format("The connection will still continue.\n\nError {}\n", code);
-    if (check.readError != 0)
-        text += fmt::format("Earlier read error: {} / {}\nkeyType: {}", check.readError,
-                            _errorFromFunction("libssh2_knownhost_addc", check.readError)->text(),
-                            keyBits);
-    return text;
-}
+} // namespace SSHEngine

@@ -4,6 +4,11 @@
 #include "Identity/HostKeyCheck.h"
 #include "Platform/Path.h"
 #include "Platform/Text.h"
+#include "Session/Connection.h"
+#include "Session/ErrorReporting.h"
+
+using SSHEngine::fail;
+using SSHEngine::HostKeyCheck;
 
 namespace {
 
@@ -39,60 +44,63 @@ bool needsConfirmation(const HostKeyCheck &check) {
            check.checkResult == LIBSSH2_KNOWNHOST_CHECK_NOTFOUND;
 }
 
-} // namespace
-
-// Without a host key the caller's error is replaced below by the one that every failed check gives.
-void SSHSession_libssh2::_fetchAndCheckHostKey(LIBSSH2_SESSION *session, HostKeyCheck &check,
-                                               SSHErrorRef *error) {
+// Answers the library's last error number when the check itself fails.
+int fetchAndCheck(const SSHSession &engine, LIBSSH2_SESSION *session, HostKeyCheck &check,
+                  SSHErrorRef *error) {
+    const auto errorIn = [&](const char *function, int code) {
+        return SSHSession_libssh2::_errorFromFunction(session, function, code);
+    };
+    // Without a host key the caller's error is replaced by the one that every failed check gives.
     if (!fetchHostKey(session, check)) {
-        if (error)
-            *error = _errorFromFunction("libssh2_session_hostkey", 0);
+        fail(error, [&] { return errorIn("libssh2_session_hostkey", 0); });
         check.checkResult = LIBSSH2_KNOWNHOST_CHECK_FAILURE;
-        return;
+        return libssh2_session_last_errno(session);
     }
     check.knownHosts = libssh2_knownhost_init(session);
     if (!check.knownHosts) {
         SSHPlatform::log("Could not check for known_hosts because libssh2_knownhost_init failed.");
-        check.checkResult = LIBSSH2_KNOWNHOST_CHECK_NOTFOUND;
-        return;
+        return 0;
     }
     const int code = libssh2_knownhost_readfile(check.knownHosts, check.knownHostsPath.c_str(),
                                                 LIBSSH2_KNOWNHOST_FILE_OPENSSH);
     if (code < 0) {
         SSHPlatform::log(
             "Could not check for known_hosts because libssh2_knownhost_readfile failed. " +
-            _errorFromFunction("libssh2_knownhost_addc", code)->text());
-        check.checkResult = LIBSSH2_KNOWNHOST_CHECK_NOTFOUND;
+            errorIn("libssh2_knownhost_addc", code)->text());
         check.readError = code;
-        return;
+        return 0;
     }
-    check.checkResult = checkKnownHosts(check, host().value_or(""), port());
+    check.checkResult = checkKnownHosts(check, engine.host().value_or(""), engine.port());
+    return libssh2_session_last_errno(session);
 }
 
-bool SSHSession_libssh2::_validatedHostFingerprint(SSHErrorRef *error) {
+} // namespace
+
+bool SSHSession_libssh2::_validatedHostFingerprint(Connection &connection, SSHErrorRef *error) {
     HostKeyCheck check;
     check.knownHostsPath = SSHPlatform::expandingTilde("~/.ssh/known_hosts");
-    // Held to the end, so that neither the collection nor the prompt loses the session to a `stop`.
-    const SessionHandle handle = _session();
-
-    const bool checked = _onSessionQueue(error, [&](LIBSSH2_SESSION *session) {
-        _fetchAndCheckHostKey(session, check, error);
+    int lastError = 0;
+    const bool checked = onSessionQueue(connection, error, [&](LIBSSH2_SESSION *session) {
+        lastError = fetchAndCheck(*this, session, check, error);
         return true;
     });
     if (!checked)
         return false;
 
-    if (needsConfirmation(check)) {
-        SSHPlatform::askOnMainThread([&] { _confirmHostKey(check); });
-    } else if (check.checkResult == LIBSSH2_KNOWNHOST_CHECK_FAILURE && error) {
-        *error = _connectionError(
-            "Could not check against known_hosts because libssh2_knownhost_checkp failed.",
-            libssh2_session_last_errno(handle.get()));
-    }
+    if (needsConfirmation(check))
+        SSHPlatform::askOnMainThread([&] { SSHEngine::confirmHostKey(connection, check); });
+    else if (check.checkResult == LIBSSH2_KNOWNHOST_CHECK_FAILURE)
+        fail(error, [&] {
+            return SSHEngine::connectionError(
+                *this,
+                "Could not check against known_hosts because libssh2_knownhost_checkp failed.",
+                lastError);
+        });
 
     mSessionQueue.sync([&] {
         if (check.knownHosts)
             libssh2_knownhost_free(check.knownHosts);
     });
-    return check.checkResult == LIBSSH2_KNOWNHOST_CHECK_MATCH;
+    // While the question was shown, a `stop` may have put another connection in its place.
+    return check.checkResult == LIBSSH2_KNOWNHOST_CHECK_MATCH && holds(connection);
 }

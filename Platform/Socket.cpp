@@ -3,7 +3,9 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <limits>
 
 namespace SSHPlatform {
 
@@ -16,28 +18,37 @@ short pollEvents(WaitFor directions) {
     return static_cast<short>((reading ? POLLIN : 0) | (writing ? POLLOUT : 0));
 }
 
+int pollTime(std::chrono::steady_clock::duration left) {
+    using Milliseconds = std::chrono::milliseconds;
+    constexpr auto longest = static_cast<Milliseconds::rep>(std::numeric_limits<int>::max());
+    return static_cast<int>(
+        std::clamp<Milliseconds::rep>(std::chrono::ceil<Milliseconds>(left).count(), 0, longest));
+}
+
+int failWith(int number) {
+    errno = number;
+    return -1;
+}
+
 } // namespace
 
-int waitForSocket(int socket, WaitFor directions, std::chrono::milliseconds timeout) {
+int waitForSocket(int socket, WaitFor directions, std::chrono::milliseconds timeout, int wakeup) {
     using Clock = std::chrono::steady_clock;
     const bool pauseOnly = directions == WaitFor::Nothing;
-    if (socket < 0 && !pauseOnly) {
-        errno = EBADF; // poll would ignore the descriptor and wait
-        return -1;
-    }
+    if (socket < 0 && !pauseOnly)
+        return failWith(EBADF); // poll would ignore the descriptor and wait
     const Clock::time_point deadline = Clock::now() + timeout;
     while (true) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-        pollfd entry{socket, pollEvents(directions), 0};
-        const int ready =
-            ::poll(&entry, pauseOnly ? 0 : 1,
-                   static_cast<int>(std::max<std::chrono::milliseconds::rep>(0, left.count())));
+        // poll ignores negative descriptors.
+        std::array<pollfd, 2> entries = {
+            {{pauseOnly ? -1 : socket, pollEvents(directions), 0}, {wakeup, POLLIN, 0}}};
+        const int ready = ::poll(entries.data(), entries.size(), pollTime(deadline - Clock::now()));
         if (ready < 0 && errno == EINTR)
             continue;
-        if (ready > 0 && (entry.revents & POLLNVAL) != 0) {
-            errno = EBADF;
-            return -1;
-        }
+        if (ready > 0 && entries[1].revents != 0)
+            return failWith(ECANCELED);
+        if (ready > 0 && (entries[0].revents & POLLNVAL) != 0)
+            return failWith(EBADF);
         return ready;
     }
 }

@@ -7,10 +7,16 @@ namespace SSHPlatform {
 
 enum class WaitFor : unsigned { Nothing = 0, Reading = 1, Writing = 2, Either = 3 };
 
+constexpr WaitFor operator|(WaitFor a, WaitFor b) {
+    return static_cast<WaitFor>(static_cast<unsigned>(a) | static_cast<unsigned>(b));
+}
+
 // Waits until the socket is ready in one of the directions asked for. Answers a positive number
 // when it is, 0 after the time-out, -1 with errno when waiting failed (EBADF for a bad descriptor).
 // With `Nothing` this is a plain pause that never looks at the socket. A wait that a signal
-// interrupts goes on for the time that is left.
-int waitForSocket(int socket, WaitFor directions, std::chrono::milliseconds timeout);
+// interrupts goes on for the time that is left; one whose `wakeup` (a descriptor, or -1 for none)
+// becomes readable fails at once with ECANCELED.
+int waitForSocket(int socket, WaitFor directions, std::chrono::milliseconds timeout,
+                  int wakeup = -1);
 
 } // namespace SSHPlatform

@@ -1,6 +1,8 @@
-#include "Session/SSHSession_libssh2.h"
+#include "Session/ErrorReporting.h"
 
+#include "Platform/Assertion.h"
 #include "Platform/Text.h"
+#include "Session/SSHSession_libssh2.h"
 
 #include <fmt/format.h>
 
@@ -10,7 +12,7 @@ using SSHPlatform::textOrNull;
 
 SSHErrorRef SSHSession_libssh2::_errorWithDescription(const std::optional<std::string> &description,
                                                       const std::optional<std::string> &reason,
-                                                      std::int32_t code) const {
+                                                      std::int32_t code) {
     SSHError::UserInfo userInfo;
     if (description) {
         userInfo[SSHError::NSLocalizedDescriptionKey] = *description;
@@ -20,13 +22,12 @@ SSHErrorRef SSHSession_libssh2::_errorWithDescription(const std::optional<std::s
     return std::make_shared<SSHError>(SSHError::libssh2ErrorDomain, code, std::move(userInfo));
 }
 
-SSHErrorRef SSHSession_libssh2::_errorFromFunction(const std::string &function,
-                                                   std::int32_t code) const {
+SSHErrorRef SSHSession_libssh2::_errorFromFunction(LIBSSH2_SESSION *session,
+                                                   const std::string &function, std::int32_t code) {
     std::string reason = _stringForErrorCode(code);
-    const SessionHandle session = _session();
     char *message = nullptr;
     if (session)
-        libssh2_session_last_error(session.get(), &message, nullptr, 0);
+        libssh2_session_last_error(session, &message, nullptr, 0);
     if (message && *message)
         reason += fmt::format(" {}", SSHPlatform::decodedUTF8(message));
     return std::make_shared<SSHError>(
@@ -63,17 +64,32 @@ std::string SSHSession_libssh2::_stringForErrorCode(std::int32_t code) {
     }
 }
 
-SSHErrorRef SSHSession_libssh2::_connectionError(const std::optional<std::string> &reason,
-                                                 std::int32_t code) const {
-    return _errorWithDescription(fmt::format("Dravella could not make an SSH connection to {}@{}.",
-                                             textOrNull(user()), textOrNull(host())),
-                                 reason, code);
-}
+namespace SSHEngine {
 
-SSHErrorRef SSHSession_libssh2::_lostConnectionError(const std::optional<std::string> &reason,
-                                                     std::int32_t code) const {
-    return _errorWithDescription(
-        fmt::format("Dravella lost the connection to the SSH server {}@{}.", textOrNull(user()),
-                    textOrNull(host())),
+SSHErrorRef connectionError(const SSHSession &session, const std::optional<std::string> &reason,
+                            std::int32_t code) {
+    return SSHSession_libssh2::_errorWithDescription(
+        fmt::format("Dravella could not make an SSH connection to {}@{}.",
+                    textOrNull(session.user()), textOrNull(session.host())),
         reason, code);
 }
+
+SSHErrorRef lostConnectionError(const SSHSession &session, const std::optional<std::string> &reason,
+                                std::int32_t code) {
+    return SSHSession_libssh2::_errorWithDescription(
+        fmt::format("Dravella lost the connection to the SSH server {}@{}.",
+                    textOrNull(session.user()), textOrNull(session.host())),
+        reason, code);
+}
+
+SSHErrorRef stoppedError(const SSHSession &session) {
+    return connectionError(session, "The session was stopped while it was connecting.", 0);
+}
+
+const char *requiredUser(const SSHSession &session, const char *function) {
+    if (!session.user())
+        SSHPlatform::assertionFailed("self.user", function, engineSourceName, __LINE__);
+    return session.user()->c_str();
+}
+
+} // namespace SSHEngine

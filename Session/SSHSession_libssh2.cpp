@@ -2,13 +2,14 @@
 
 #include "Platform/Assertion.h"
 #include "Platform/Path.h"
-
-#include <sys/socket.h>
-#include <unistd.h>
+#include "Session/Connection.h"
+#include "Session/ErrorReporting.h"
 
 #include <chrono>
 #include <cstdio>
 #include <utility>
+
+using SSHPlatform::MutexLock;
 
 namespace {
 
@@ -29,6 +30,11 @@ void setUpLibraryOnce() {
         return code;
     }();
     static_cast<void>(result);
+}
+
+SSHErrorRef notConnectedError() {
+    return SSHSession_libssh2::_errorWithDescription("Dravella could not execute the SSH command.",
+                                                     "The session is not connected.", 0);
 }
 
 } // namespace
@@ -57,49 +63,53 @@ SSHSession_libssh2::~SSHSession_libssh2() {
 
 bool SSHSession_libssh2::start(SSHErrorRef *error) noexcept {
     const auto self = shared_from_this();
-    {
-        const std::lock_guard lock(mHandlesMutex);
-        mStopped = false;
-    }
-    if (_connect(error) && _becomeConnected())
+    ConnectionRef connection = beginConnection();
+    if (!connection)
+        return SSHEngine::fail(error, [this] {
+            return SSHEngine::connectionError(*this, "The session is being started already.", 0);
+        });
+    if (runStages(*connection, error) && becomeConnected(connection))
         return true;
     // Whatever the stage that `stop` fell into made of it.
-    if (error && _wasStopped())
-        *error = _stoppedError();
-    mSessionQueue.sync([this] { _cleanup(); });
+    if (!holds(*connection))
+        SSHEngine::fail(error, [this] { return SSHEngine::stoppedError(*this); });
+    mSessionQueue.sync([&] { _cleanup(std::move(connection)); });
     return false;
 }
 
-bool SSHSession_libssh2::_connect(SSHErrorRef *error) {
+bool SSHSession_libssh2::runStages(Connection &connection, SSHErrorRef *error) {
     using Engine = SSHSession_libssh2;
     using enum SSHSessionStage;
-    return _stage(Connect, &Engine::_createSocket, error) &&
-           _stage(Handshake, &Engine::_startSession, error) &&
-           _stage(HostKey, &Engine::_validatedHostFingerprint, error) &&
-           (_stage(Agent, &Engine::_authenticateWithAgent, error) ||
-            _stage(Authenticate, &Engine::_authenticateManually, error));
+    const auto run = [&](SSHSessionStage stage,
+                         bool (Engine::*operation)(Connection &, SSHErrorRef *)) {
+        willBeginStage(stage);
+        const bool succeeded = (this->*operation)(connection, error);
+        didEndStage(stage, succeeded);
+        return succeeded;
+    };
+    return run(Connect, &Engine::_createSocket) && run(Handshake, &Engine::_startSession) &&
+           run(HostKey, &Engine::_validatedHostFingerprint) &&
+           (run(Agent, &Engine::_authenticateWithAgent) ||
+            run(Authenticate, &Engine::_authenticateManually));
 }
 
-bool SSHSession_libssh2::_stage(SSHSessionStage stage,
-                                bool (SSHSession_libssh2::*operation)(SSHErrorRef *),
-                                SSHErrorRef *error) {
-    willBeginStage(stage);
-    const bool succeeded = (this->*operation)(error);
-    didEndStage(stage, succeeded);
-    return succeeded;
-}
-
-// A `stop` on another thread may come at any moment, so each step looks whether it already has.
-bool SSHSession_libssh2::_becomeConnected() {
+// Observers may do anything in their notices, and other threads at any moment, so each step looks
+// whether the connection is still there.
+bool SSHSession_libssh2::becomeConnected(const ConnectionRef &connection) {
     willChangeValueForKey(isConnectedKey);
     {
-        const std::lock_guard lock(mHandlesMutex);
-        mIsConnected = !mStopped;
+        const MutexLock lock(mMutex);
+        if (mConnection == connection && !connection->isShutDown()) {
+            connection->becomeEstablished();
+            mIsConnected = true;
+        }
     }
     didChangeValueForKey(isConnectedKey);
 
     {
-        const std::lock_guard lock(mHandlesMutex);
+        const MutexLock lock(mMutex);
+        if (mConnection != connection || !connection->isEstablished())
+            return false;
         if (mKeepAliveTimer)
             SSHPlatform::assertionFailed("!mKeepAliveTimer", "-[SSHSession_libssh2 start:]",
                                          engineSourceName, 122);
@@ -109,8 +119,8 @@ bool SSHSession_libssh2::_becomeConnected() {
     auto timer = SSHPlatform::mainLoop()->scheduleRepeating(keepAliveInterval,
                                                             [self] { self->keepAlive(); });
     {
-        const std::lock_guard lock(mHandlesMutex);
-        if (!mStopped) {
+        const MutexLock lock(mMutex);
+        if (mConnection == connection) {
             mKeepAliveTimer = std::move(timer);
             return true;
         }
@@ -119,28 +129,40 @@ bool SSHSession_libssh2::_becomeConnected() {
     return false;
 }
 
+// A connection that is still being made is not waited for.
 void SSHSession_libssh2::stop() noexcept {
     const auto self = shared_from_this();
-    mSessionQueue.sync([this] {
-        {
-            const std::lock_guard lock(mHandlesMutex);
-            mStopped = true;
-        }
-        _cleanup();
-    });
+    ConnectionRef connection = shutDownUnlessEstablished();
+    mSessionQueue.sync([&] { _cleanup(std::move(connection)); });
 }
 
+SSHSession_libssh2::ConnectionRef SSHSession_libssh2::shutDownUnlessEstablished() {
+    const MutexLock lock(mMutex);
+    if (mConnection && !mConnection->isEstablished())
+        mConnection->shutDown();
+    return mConnection;
+}
+
+// The references are this call's own: the host may let go of its session and its command meanwhile.
 bool SSHSession_libssh2::execute(const std::shared_ptr<SSHCommand> &command,
                                  SSHErrorRef *error) noexcept {
     const auto self = shared_from_this();
+    const std::shared_ptr<SSHCommand> held = command;
     SSHErrorRef failure;
     bool succeeded = false;
     willBeginStage(SSHSessionStage::Execute);
-    mSessionQueue.sync([&] {
-        succeeded = _execute(command, &failure);
-        if (!succeeded)
-            _cleanup();
-    });
+    ConnectionRef used = connection();
+    if (used && !used->isEstablished()) {
+        failure = notConnectedError(); // a `start` is under way, which is left alone
+    } else {
+        mSessionQueue.sync([&] {
+            succeeded = used && holds(*used) ? _execute(*used, held, &failure) : false;
+            if (!succeeded && !failure)
+                failure = notConnectedError();
+            if (!succeeded)
+                _cleanup(std::move(used));
+        });
+    }
     didEndStage(SSHSessionStage::Execute, succeeded);
     if (!succeeded && error)
         *error = failure;
@@ -150,88 +172,67 @@ bool SSHSession_libssh2::execute(const std::shared_ptr<SSHCommand> &command,
 void SSHSession_libssh2::keepAlive() {
     const auto self = std::static_pointer_cast<SSHSession_libssh2>(shared_from_this());
     mSessionQueue.async([self] {
-        if (const SessionHandle session = self->_session())
-            libssh2_keepalive_send(session.get(), nullptr);
+        if (const ConnectionRef connection = self->connection();
+            connection && connection->isEstablished())
+            libssh2_keepalive_send(connection->session(), nullptr);
     });
 }
 
-void SSHSession_libssh2::_cleanup() {
+void SSHSession_libssh2::_cleanup(ConnectionRef ended) {
     std::shared_ptr<SSHPlatform::RepeatingTimer> timer;
-    SessionHandle session;
     {
-        const std::lock_guard lock(mHandlesMutex);
+        const MutexLock lock(mMutex);
+        if (mConnection && mConnection != ended)
+            return;
+        mConnection.reset(); // never the last reference, which `ended` is
         timer.swap(mKeepAliveTimer);
-        session.swap(mSession);
     }
     if (timer)
         timer->invalidate();
-    _freeAgent();
-    _closeSocketAfter(std::move(session));
+    if (ended)
+        ended->shutDown();
+    // Closes agent, session and socket here, unless a stage that waits for the user still holds
+    // them.
+    ended.reset();
     willChangeValueForKey(isConnectedKey);
     mIsConnected = false;
     didChangeValueForKey(isConnectedKey);
 }
 
-// With a channel still open, freeing the session would wait for the server to close it. On a socket
-// that is shut down there is nothing to wait for. A stage that waits for the user may hold the
-// session for longer; the library still knows the descriptor then, so that is closed only with the
-// session.
-void SSHSession_libssh2::_closeSocketAfter(SessionHandle session) {
-    const std::lock_guard lock(mSocketMutex);
-    if (mSocket > 0)
-        ::shutdown(mSocket, SHUT_RDWR);
-    if (mSocket != 0 && mSocket != mSessionSocket)
-        ::close(mSocket);
-    session.reset();
-    mSocket = mSessionSocket = 0;
-}
-
-void SSHSession_libssh2::_freeAgent() {
-    if (!mAgent)
-        return;
-    libssh2_agent_disconnect(mAgent);
-    libssh2_agent_free(mAgent);
-    mAgent = nullptr;
-}
-
-bool SSHSession_libssh2::_onSessionQueue(SSHErrorRef *error,
-                                         const std::function<bool(LIBSSH2_SESSION *)> &work) {
+bool SSHSession_libssh2::onSessionQueue(const Connection &connection, SSHErrorRef *error,
+                                        const std::function<bool(LIBSSH2_SESSION *)> &work) {
     bool succeeded = false;
     mSessionQueue.sync([&] {
-        if (const SessionHandle session = _session())
-            succeeded = work(session.get());
-        else if (error)
-            *error = _stoppedError();
+        succeeded = holds(connection)
+                        ? work(connection.session())
+                        : SSHEngine::fail(error, [this] { return SSHEngine::stoppedError(*this); });
     });
     return succeeded;
 }
 
-SSHSession_libssh2::SessionHandle SSHSession_libssh2::_session() const {
-    const std::lock_guard lock(mHandlesMutex);
-    return mSession;
+bool SSHSession_libssh2::holds(const Connection &connection) const noexcept {
+    const MutexLock lock(mMutex);
+    return mConnection.get() == &connection && !connection.isShutDown();
 }
 
-void SSHSession_libssh2::_adoptSession(LIBSSH2_SESSION *session) {
-    const std::lock_guard lock(mHandlesMutex);
-    mSessionSocket = mSocket;
-    mSession.reset(session, [socket = mSocket](LIBSSH2_SESSION *handle) {
-        libssh2_session_free(handle);
-        if (socket != 0)
-            ::close(socket);
-    });
+SSHSession_libssh2::ConnectionRef SSHSession_libssh2::connection() const noexcept {
+    const MutexLock lock(mMutex);
+    return mConnection;
 }
 
-bool SSHSession_libssh2::_wasStopped() const {
-    const std::lock_guard lock(mHandlesMutex);
-    return mStopped;
-}
-
-SSHErrorRef SSHSession_libssh2::_stoppedError() const {
-    return _connectionError("The session was stopped while it was connecting.", 0);
-}
-
-const char *SSHSession_libssh2::_requiredUser(const char *function) const {
-    if (!user())
-        SSHPlatform::assertionFailed("self.user", function, engineSourceName, __LINE__);
-    return user()->c_str();
+SSHSession_libssh2::ConnectionRef SSHSession_libssh2::beginConnection() {
+    // The last to let go may do so on any thread.
+    const auto closeOnQueue = [this](Connection *closed) {
+        if (mSessionQueue.isCurrent())
+            delete closed;
+        else
+            mSessionQueue.sync([closed] { delete closed; });
+    };
+    ConnectionRef replaced; // of a connected session; released after the lock
+    const MutexLock lock(mMutex);
+    if (mConnection && !mConnection->isEstablished() && !mConnection->isShutDown())
+        return nullptr;
+    replaced.swap(mConnection);
+    mConnection = ConnectionRef(new Connection(*this), closeOnQueue);
+    return mConnection;
 }

@@ -53,12 +53,13 @@ TEST_F(CommandTest, EndsWithACommandThatDoesNotReadItsInput) {
 TEST_F(CommandTest, AFailureToWriteGoesByTheNameOfAnotherFunction) {
     const auto session = connected();
     session->mSessionQueue.sync([&] {
-        LIBSSH2_CHANNEL *const channel = libssh2_channel_open_session(session->_session().get());
+        const auto connection = session->connection();
+        LIBSSH2_CHANNEL *const channel = libssh2_channel_open_session(connection->session());
         ASSERT_EQ(libssh2_channel_send_eof(channel), 0);
         SSHPlatform::ByteBuffer input("x");
         bool more = true;
-        EXPECT_FALSE(session->_writeToChannel(channel, input, &more, nullptr));
-        EXPECT_FALSE(session->_writeToChannel(channel, input, &more, &error));
+        EXPECT_FALSE(session->_writeToChannel(*connection, channel, input, &more, nullptr));
+        EXPECT_FALSE(session->_writeToChannel(*connection, channel, input, &more, &error));
         EXPECT_TRUE(more);
         EXPECT_EQ(error->localizedDescription(),
                   "An error occurred in libssh2_channel_read_stderr. (-27)");
@@ -82,7 +83,7 @@ TEST_F(CommandTest, AFailureDisconnectsAndLeavesTheRecordAlone) {
     EXPECT_LT(error->code(), 0);
     EXPECT_THAT(summary(error), testing::HasSubstr("An error occurred in libssh2_channel_read"));
     EXPECT_EQ(command->stdoutData()->view(), "first\n");
-    EXPECT_TRUE(!session->isConnected() && session->mSocket == 0 && !session->mKeepAliveTimer);
+    EXPECT_TRUE(session->isIdle());
     EXPECT_EQ(resultOf(*session, "true"), notConnected);
 }
 

@@ -1,4 +1,3 @@
-#include "Identity/HostKeyCheck.h"
 #include "Tests/Support/SessionTest.h"
 
 using ErrorTest = SessionTest;
@@ -22,18 +21,10 @@ TEST_F(ErrorTest, SentencesForLibraryCodes) {
 }
 
 TEST_F(ErrorTest, WhatFollowsANullTextIsLeftOut) {
-    const auto session = makeSession(22);
-    EXPECT_EQ(session->_errorWithDescription("what", std::nullopt, 1)->userInfo().size(), 1U);
-    EXPECT_TRUE(session->_errorWithDescription(std::nullopt, "why", 1)->userInfo().empty());
-    EXPECT_EQ(summary(session->_errorFromFunction("libssh2_x", -13)), // no words of a live session
+    using Engine = SSHSession_libssh2;
+    EXPECT_EQ(Engine::_errorWithDescription("what", std::nullopt, 1)->userInfo().size(), 1U);
+    EXPECT_TRUE(Engine::_errorWithDescription(std::nullopt, "why", 1)->userInfo().empty());
+    EXPECT_EQ(summary(Engine::_errorFromFunction(nullptr, "libssh2_x", -13)), // no live session
               "libssh2ErrorDomain -13 | An error occurred in libssh2_x. (-13) | The socket was "
               "disconnected. | The socket was disconnected.");
-}
-
-TEST(HostKeyCheck, KeyBitsStopAtECDSA256) {
-    const std::vector<std::pair<int, int>> cases = {{0, 0},        {1, 0x80000}, {2, 0xC0000},
-                                                    {3, 0x100000}, {4, 0},       {5, 0},
-                                                    {6, 0},        {-1, 0},      {INT32_MIN, 0}};
-    for (const auto &[type, bits] : cases)
-        EXPECT_EQ(knownHostKeyBits(type), bits) << type;
 }

@@ -15,10 +15,8 @@ class HostKeyTest : public SessionTest {
     // Connects and runs the host key stage alone.
     bool validate(const Sshd &sshd) {
         const auto session = makeSession(sshd.port());
-        EXPECT_TRUE(session->_createSocket(&error) && session->_startSession(&error))
-            << summary(error);
         user->shown.clear();
-        const bool valid = session->_validatedHostFingerprint(&error);
+        const bool valid = session->_validatedHostFingerprint(*session->handshaken(), &error);
         EXPECT_EQ(error, nullptr);
         session->stop();
         return valid;

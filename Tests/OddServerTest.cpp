@@ -59,7 +59,7 @@ TEST_F(OddServerTest, EndsOfCommands) {
              {"status 7; signal FOO@bar; eof; close", "7 FOO@bar |  | "},
              {"out a; eof; close", "0 (null) | a | "}, // no status at all
              {"out a; status 5; close", "5 (null) | a | "},
-             {"out a; status 5; eof", "5 (null) | a | "}, // never closed
+             {"out a; status 5; eof; closed; close", "5 (null) | a | "}, // waits for the client's
              {"eof; wait 0.3; status 6; close", "6 (null) |  | "},
              {"close", "0 (null) |  | "},
              {R"(err '\xff\xfe'; eof; close)", "0 (null) |  | \xff\xfe"},

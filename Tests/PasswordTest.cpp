@@ -14,14 +14,14 @@ struct Case {
 class PasswordTest : public ScriptedServerTest {
   protected:
     // `reason` takes the code.
-    void check(bool (SSHSession_libssh2::*stage)(SSHErrorRef *), const std::string &reason,
-               const Case &each) {
+    void check(bool (SSHSession_libssh2::*stage)(SSHEngine::Connection &, SSHErrorRef *),
+               const std::string &reason, const Case &each) {
         SCOPED_TRACE(each.script + ", password " + each.secret.value_or("(null)"));
         const auto session = sessionAs(each.script, each.secret);
-        ASSERT_TRUE(session->_createSocket(&error) && session->_startSession(&error));
-        error = session->_connectionError("left over", 1);
-        const bool accepted = (session.get()->*stage)(&error);
-        EXPECT_EQ(accepted, libssh2_userauth_authenticated(session->_session().get()) != 0);
+        const auto connection = session->handshaken();
+        error = std::make_shared<SSHError>("left over", 1, SSHError::UserInfo());
+        const bool accepted = (session.get()->*stage)(*connection, &error);
+        EXPECT_EQ(accepted, libssh2_userauth_authenticated(connection->session()) != 0);
         if (accepted)
             error = nullptr;
         const std::string description =

@@ -29,8 +29,7 @@ class PublicKeyTest : public SessionTest {
     // Runs the key stage alone; the answer is empty for success, else the transcript.
     std::string authenticate(std::optional<std::string> keyFile = std::nullopt) {
         const auto session = makeSession(server().port(), std::nullopt, std::move(keyFile));
-        EXPECT_TRUE(session->_createSocket(&error) && session->_startSession(&error));
-        const bool accepted = session->_authenticateWithPublicKey(&error);
+        const bool accepted = session->_authenticateWithPublicKey(*session->handshaken(), &error);
         session->stop();
         if (accepted)
             return "";
@@ -119,12 +118,11 @@ TEST_F(PublicKeyTest, AgentIdentities) {
     const auto agentStage = [&] {
         error = nullptr;
         const auto session = makeSession(server().port());
-        EXPECT_TRUE(session->_createSocket(&error) && session->_startSession(&error));
-        const bool isAccepted = session->_authenticateWithAgent(&error);
+        const auto connection = session->handshaken();
+        const bool isAccepted = session->_authenticateWithAgent(*connection, &error);
         EXPECT_EQ(isAccepted, error == nullptr);
-        EXPECT_EQ(isAccepted, session->mAgent != nullptr);
+        EXPECT_EQ(isAccepted, connection->agent() != nullptr);
         session->stop();
-        EXPECT_EQ(session->mAgent, nullptr);
         return summary(error);
     };
     const auto stageWith = [&](const std::vector<std::string> &keys) {

@@ -4,6 +4,8 @@
 
 #include <vector>
 
+using SSHEngine::sudoCommand;
+using SSHEngine::SudoConversation;
 using Clock = SudoConversation::Clock;
 using Outcome = SudoConversation::Outcome;
 using std::chrono::milliseconds;
@@ -20,7 +22,10 @@ struct Conversation {
                  milliseconds at = seconds(0)) {
         output.append(out);
         errorOutput.append(err);
-        return sudo.examine(output, errorOutput, input, keepReading, start + at);
+        const Outcome outcome = sudo.examine(output, errorOutput, keepReading, start + at);
+        if (outcome == Outcome::Asked)
+            input.append(sudo.answer());
+        return outcome;
     }
 
     const Clock::time_point start = Clock::now();
@@ -47,7 +52,7 @@ TEST(Sudo, MarkersMayBeSplitAnywhere) {
         Conversation talk;
         EXPECT_EQ(talk.hear("", asked.substr(0, at)), Outcome::Pending);
         EXPECT_TRUE(talk.input.empty()) << at;
-        EXPECT_EQ(talk.hear("", asked.substr(at)), Outcome::Pending);
+        EXPECT_EQ(talk.hear("", asked.substr(at)), Outcome::Asked);
         EXPECT_EQ(talk.input.view(), "sesame\n") << at;
         EXPECT_TRUE(talk.errorOutput.empty()) << at;
     }
@@ -64,7 +69,7 @@ TEST(Sudo, OnlyAPromptAtTheVeryEndIsAnswered) {
     Conversation talk;
     EXPECT_EQ(talk.hear("hello\n" + success, prompt + "\n"), Outcome::Pending);
     EXPECT_TRUE(talk.input.empty());
-    EXPECT_EQ(talk.hear("", prompt), Outcome::Pending);
+    EXPECT_EQ(talk.hear("", prompt), Outcome::Asked);
     EXPECT_EQ(talk.input.view(), "sesame\n");
     Conversation accepted; // the marker is a command's own text
     EXPECT_EQ(accepted.hear(success, prompt), Outcome::Accepted);
@@ -77,7 +82,7 @@ TEST(Sudo, TenSecondsOfSilenceSinceErrorOutputWasLastSeen) {
     EXPECT_EQ(talk.hear("text", "", true, seconds(10)), Outcome::Pending);
     EXPECT_EQ(talk.hear("", "complaint", true, seconds(11)), Outcome::Pending);
     EXPECT_EQ(talk.hear("", "", true, seconds(100)), Outcome::Pending); // still there
-    EXPECT_EQ(talk.hear("", prompt, true, seconds(120)), Outcome::Pending);
+    EXPECT_EQ(talk.hear("", prompt, true, seconds(120)), Outcome::Asked);
     EXPECT_EQ(talk.hear("", "", true, seconds(130)), Outcome::Pending);
     EXPECT_EQ(talk.hear("", "", false, milliseconds(130'001)), Outcome::TimedOut);
 }

@@ -19,6 +19,13 @@ std::size_t openDescriptors() {
 
 } // namespace
 
+TestSession::ConnectionRef TestSession::handshaken() {
+    ConnectionRef begun = beginConnection();
+    SSHErrorRef why;
+    EXPECT_TRUE(_createSocket(*begun, &why) && _startSession(*begun, &why)) << summary(why);
+    return begun;
+}
+
 SessionTest::SessionTest() : mDescriptors(openDescriptors()) {
     SSHPlatform::install(nullptr, user);
     SSHPlatform::setLogSink([this](const std::string &line) { log.push_back(line); });

@@ -2,6 +2,7 @@
 // and a check that nothing is left behind.
 #pragma once
 
+#include "Session/Connection.h"
 #include "Session/SSHSession_libssh2.h"
 #include "Tests/Support/FakePresenter.h"
 #include "Tests/Support/Sshd.h"
@@ -18,12 +19,19 @@ using Lines = std::vector<std::string>;
 // An engine whose inner state tests may look at.
 class TestSession final : public SSHSession_libssh2 {
   public:
-    using SSHSession_libssh2::_session;
-    using SSHSession_libssh2::mAgent;
-    using SSHSession_libssh2::mKeepAliveTimer;
+    using SSHSession_libssh2::beginConnection;
+    using SSHSession_libssh2::connection;
     using SSHSession_libssh2::mSessionQueue;
-    using SSHSession_libssh2::mSocket;
     using SSHSession_libssh2::SSHSession_libssh2;
+
+    // Neither connected nor half connected.
+    bool isIdle() const {
+        const SSHPlatform::MutexLock lock(mMutex);
+        return !mIsConnected && !mConnection && !mKeepAliveTimer;
+    }
+
+    // The first two stages of `start`, for a test of a later one.
+    ConnectionRef handshaken();
 };
 
 class SessionTest : public testing::Test {

@@ -1,0 +1,48 @@
+// Moves bytes between one channel and three buffers, a step at a time.
+#pragma once
+
+#include <SSHSession/ByteBuffer.h>
+#include <SSHSession/SSHError.h>
+
+#include <libssh2.h>
+
+#include <memory>
+
+namespace SSHEngine {
+
+class Connection;
+
+// Session queue only, with the session in non-blocking mode.
+class ChannelPump {
+  public:
+    ChannelPump(Connection &connection, LIBSSH2_CHANNEL *channel)
+        : mConnection(connection), mChannel(channel) {}
+
+    // One step: waits for the server for up to 100 ms, unless there is something to be done without
+    // it; drains both streams; writes pending input. On failure the flags below are undefined.
+    bool step(SSHErrorRef *error);
+
+    // Takes what has arrived, without waiting.
+    bool read(SSHErrorRef *error);
+
+    // Bytes for the command's standard input. The next step writes before it waits.
+    void queueInput(std::string_view bytes);
+    void doNotWait() { mMayWait = false; }
+
+    bool keepReading = true;
+    bool keepWriting = true;
+    SSHPlatform::ByteBuffer input; // still to be written
+    const std::shared_ptr<SSHPlatform::ByteBuffer> output =
+        std::make_shared<SSHPlatform::ByteBuffer>();
+    const std::shared_ptr<SSHPlatform::ByteBuffer> errorOutput =
+        std::make_shared<SSHPlatform::ByteBuffer>();
+
+  private:
+    bool wait(SSHErrorRef *error);
+
+    Connection &mConnection;
+    LIBSSH2_CHANNEL *const mChannel;
+    bool mMayWait = true;
+};
+
+} // namespace SSHEngine

@@ -1,0 +1,203 @@
+#include "Session/Connection.h"
+
+#include "Session/LibraryCallback.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace SSHEngine {
+
+using SSHPlatform::WaitFor;
+
+namespace {
+
+using Disconnect = void(LIBSSH2_SESSION *, int, const char *, int, const char *, int, void **);
+
+constexpr std::chrono::milliseconds patience(100);
+constexpr std::chrono::hours forever(24 * 365);
+
+#ifndef MSG_NOSIGNAL
+#define MSG_NOSIGNAL 0 // SO_NOSIGPIPE serves instead
+#endif
+
+// Answers the count, or a negative errno value, as the library wants it.
+template <typename Transfer>
+ssize_t uninterrupted(Transfer transfer) {
+    while (true) {
+        const ssize_t count = transfer();
+        if (count >= 0)
+            return count;
+        if (errno != EINTR)
+            return errno == EWOULDBLOCK ? -EAGAIN : -errno;
+    }
+}
+
+ssize_t sendSome(int descriptor, std::string_view bytes, int flags) {
+    return uninterrupted(
+        [&] { return ::send(descriptor, bytes.data(), bytes.size(), flags | MSG_NOSIGNAL); });
+}
+
+ssize_t receiveSome(int descriptor, void *bytes, std::size_t count, int flags) {
+    return uninterrupted([&] { return ::recv(descriptor, bytes, count, flags); });
+}
+
+} // namespace
+
+Connection::~Connection() {
+    // With nothing to send or to receive, a channel that is still open is not waited for.
+    shutDown();
+    closeAgent();
+    if (mSession) {
+        setLibraryCallback<Disconnect>(mSession, LIBSSH2_CALLBACK_DISCONNECT, nullptr);
+        libssh2_session_free(mSession);
+    }
+    if (mSocket != 0)
+        ::close(mSocket);
+}
+
+void Connection::shutDown() noexcept {
+    mIsShutDown = true;
+    mWakeup.signal();
+    if (mSocket > 0)
+        ::shutdown(mSocket, SHUT_RDWR);
+}
+
+// Either this sees the flag, or whoever sets it sees the socket.
+void Connection::adoptSocket(int descriptor) noexcept {
+    mSocket = descriptor;
+    if (mIsShutDown && descriptor > 0)
+        ::shutdown(descriptor, SHUT_RDWR);
+}
+
+LIBSSH2_SESSION *Connection::openSession() noexcept {
+    mSession = libssh2_session_init_ex(nullptr, nullptr, nullptr, this);
+    if (!mSession)
+        return nullptr;
+    setLibraryCallback(mSession, LIBSSH2_CALLBACK_SEND, sendForLibrary);
+    setLibraryCallback(mSession, LIBSSH2_CALLBACK_RECV, receiveForLibrary);
+    return mSession;
+}
+
+LIBSSH2_AGENT *Connection::openAgent() noexcept {
+    mAgent = libssh2_agent_init(mSession);
+    return mAgent;
+}
+
+void Connection::closeAgent() noexcept {
+    if (!mAgent)
+        return;
+    libssh2_agent_disconnect(mAgent);
+    libssh2_agent_free(mAgent);
+    mAgent = nullptr;
+}
+
+int Connection::wait(WaitFor directions, std::chrono::milliseconds timeout) {
+    const int ready =
+        waitFor(mSocket, hasUnsent() ? directions | WaitFor::Writing : directions, timeout);
+    if (ready > 0 && hasUnsent())
+        sendUnsent();
+    return ready;
+}
+
+int Connection::waitFor(int descriptor, WaitFor directions,
+                        std::chrono::milliseconds timeout) const {
+    return SSHPlatform::waitForSocket(descriptor, directions, timeout, mWakeup.descriptor());
+}
+
+// The library reads and writes through these, the agent's socket as well as the server's.
+ssize_t Connection::sendForLibrary(libssh2_socket_t descriptor, const void *bytes,
+                                   std::size_t count, int flags, void **abstract) {
+    Connection &connection = of(abstract);
+    const std::string_view content(static_cast<const char *>(bytes), count);
+    if (connection.mIsShutDown)
+        return -ECONNABORTED;
+    return descriptor == connection.mSocket ? connection.sendToServer(content, flags)
+                                            : connection.sendToAgent(descriptor, content, flags);
+}
+
+ssize_t Connection::receiveForLibrary(libssh2_socket_t descriptor, void *bytes, std::size_t count,
+                                      int flags, void **abstract) {
+    Connection &connection = of(abstract);
+    if (connection.mIsShutDown)
+        return -ECONNABORTED;
+    return descriptor == connection.mSocket
+               ? connection.receiveFromServer(bytes, count, flags)
+               : connection.receiveFromAgent(descriptor, bytes, count, flags);
+}
+
+// Takes everything, always. A blocking call then waits only for the answer, so the whole must be on
+// its way before.
+ssize_t Connection::sendToServer(std::string_view bytes, int flags) {
+    sendUnsent();
+    const ssize_t sent =
+        hasUnsent() || mSendFailure != 0 ? -EAGAIN : sendSome(mSocket, bytes, flags);
+    if (sent < 0 && sent != -EAGAIN)
+        mSendFailure = static_cast<int>(-sent);
+    mUnsent.append(bytes.substr(sent < 0 ? 0 : static_cast<std::size_t>(sent)));
+    if (libssh2_session_get_blocking(mSession) != 0)
+        sendAllUnsent();
+    if (mSendFailure == 0)
+        return static_cast<ssize_t>(bytes.size());
+    mUnsent.clear();
+    return -mSendFailure;
+}
+
+void Connection::sendUnsent() {
+    while (hasUnsent() && mSendFailure == 0) {
+        const ssize_t sent = sendSome(mSocket, mUnsent.view(), 0);
+        if (sent == -EAGAIN)
+            return;
+        if (sent < 0)
+            mSendFailure = static_cast<int>(-sent);
+        else
+            mUnsent.removeFromFront(static_cast<std::size_t>(sent));
+    }
+    if (mSendFailure != 0)
+        mUnsent.clear();
+}
+
+void Connection::sendAllUnsent() {
+    while (hasUnsent()) {
+        if (wait(WaitFor::Writing, forever) < 0) {
+            mSendFailure = errno;
+            mUnsent.clear();
+        }
+    }
+}
+
+ssize_t Connection::receiveFromServer(void *bytes, std::size_t count, int flags) {
+    ssize_t received = receiveSome(mSocket, bytes, count, flags);
+    if (received == -EAGAIN && mReadsArePatient && wait(WaitFor::Reading, patience) > 0)
+        received = receiveSome(mSocket, bytes, count, flags);
+    if (received > 0)
+        mReceived += static_cast<std::size_t>(received);
+    return received;
+}
+
+// To the agent the library writes on a blocking socket, on which a signal would end the host.
+ssize_t Connection::sendToAgent(int descriptor, std::string_view bytes, int flags) const {
+#ifdef SO_NOSIGPIPE
+    const int on = 1;
+    ::setsockopt(descriptor, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
+#endif
+    ssize_t sent = -EAGAIN;
+    while (sent == -EAGAIN) {
+        if (waitFor(descriptor, WaitFor::Writing, forever) < 0)
+            return -errno;
+        sent = sendSome(descriptor, bytes, flags | MSG_DONTWAIT);
+    }
+    return sent;
+}
+
+// The end of the agent is an error: the library would ask for the rest again and again.
+ssize_t Connection::receiveFromAgent(int descriptor, void *bytes, std::size_t count,
+                                     int flags) const {
+    if (waitFor(descriptor, WaitFor::Reading, forever) < 0)
+        return -errno;
+    const ssize_t received = receiveSome(descriptor, bytes, count, flags);
+    return received == 0 ? -ECONNRESET : received;
+}
+
+} // namespace SSHEngine

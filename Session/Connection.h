@@ -1,0 +1,129 @@
+// One connection to a server, from its socket to its end: the one owner of the TCP socket, of the
+// library's session on it and of the agent's handle.
+//
+// `start` makes one, and its stages work on that one to their end. The engine points to the
+// connection that it holds at present; a stage whose connection is no longer that one, or has been
+// shut down, has been torn down. Whoever still works on it, or waits for the user, keeps it alive:
+// the library's objects live until the last of them lets go.
+//
+// Threads. Library calls on `session` and `agent` belong on the engine's session queue; the last to
+// let go of a connection closes it there (see ConnectionRef). `shutDown` and `isShutDown` may be
+// called from any thread at any time. The socket is opened by the thread that calls `start`.
+#pragma once
+
+#include "Platform/Socket.h"
+#include "Platform/Wakeup.h"
+
+#include <SSHSession/ByteBuffer.h>
+
+#include <libssh2.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <string_view>
+
+class SSHSession_libssh2;
+
+namespace SSHEngine {
+
+class Connection {
+  public:
+    // `owner` must outlive the connection.
+    explicit Connection(SSHSession_libssh2 &owner) noexcept : engine(owner) {}
+
+    // Closes agent, session and socket, in this order. The server is told nothing but that the
+    // TCP connection has ended.
+    ~Connection();
+
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+
+    // Ends the connection for whoever uses it: every wait for the server, the agent or a name ends,
+    // and nothing is sent or received any more. Closes nothing, and waits for nothing.
+    void shutDown() noexcept;
+    bool isShutDown() const noexcept { return mIsShutDown; }
+
+    // Whether all stages of `start` have succeeded: only then may a command use it.
+    bool isEstablished() const noexcept { return mIsEstablished; }
+    void becomeEstablished() noexcept { mIsEstablished = true; }
+
+    // Takes over what socket(2) has answered. 0 means none; a failed call leaves -1.
+    void adoptSocket(int descriptor) noexcept;
+    int socket() const noexcept { return mSocket; }
+
+    // Makes the library's session, whose abstract pointer is this object. Null with errno when the
+    // library cannot.
+    LIBSSH2_SESSION *openSession() noexcept;
+    LIBSSH2_SESSION *session() const noexcept { return mSession; }
+
+    // Makes the agent's handle; null when the library cannot.
+    LIBSSH2_AGENT *openAgent() noexcept;
+    void closeAgent() noexcept;
+    LIBSSH2_AGENT *agent() const noexcept { return mAgent; }
+
+    // The connection whose session has this abstract pointer.
+    static Connection &of(void **abstract) { return *static_cast<Connection *>(*abstract); }
+
+    // Waits for the socket as waitForSocket does, and meanwhile sends what is still unsent. Fails
+    // with ECANCELED once the connection is shut down. Any thread while the socket is opened, later
+    // the session queue.
+    int wait(SSHPlatform::WaitFor directions, std::chrono::milliseconds timeout);
+    // The same for another descriptor.
+    int waitFor(int descriptor, SSHPlatform::WaitFor directions,
+                std::chrono::milliseconds timeout) const;
+
+    // Whether bytes that the library takes for sent have not found room in the socket yet.
+    bool hasUnsent() const noexcept { return !mUnsent.empty(); }
+
+    // How many bytes the server has sent so far.
+    std::size_t received() const noexcept { return mReceived; }
+
+    // While an object of this kind lives, a read that finds nothing waits for a moment before it
+    // says so. For calls that can only be repeated until the server has answered.
+    class PatientReads {
+      public:
+        explicit PatientReads(Connection &connection) : mConnection(connection) {
+            mConnection.mReadsArePatient = true;
+        }
+        ~PatientReads() { mConnection.mReadsArePatient = false; }
+        PatientReads(const PatientReads &) = delete;
+        PatientReads &operator=(const PatientReads &) = delete;
+
+      private:
+        Connection &mConnection;
+    };
+
+    SSHSession_libssh2 &engine;
+
+  private:
+    static ssize_t sendForLibrary(libssh2_socket_t descriptor, const void *bytes, std::size_t count,
+                                  int flags, void **abstract);
+    static ssize_t receiveForLibrary(libssh2_socket_t descriptor, void *bytes, std::size_t count,
+                                     int flags, void **abstract);
+    ssize_t sendToServer(std::string_view bytes, int flags);
+    ssize_t receiveFromServer(void *bytes, std::size_t count, int flags);
+    ssize_t sendToAgent(int descriptor, std::string_view bytes, int flags) const;
+    ssize_t receiveFromAgent(int descriptor, void *bytes, std::size_t count, int flags) const;
+    void sendUnsent();
+    void sendAllUnsent();
+
+    const SSHPlatform::Wakeup mWakeup;
+    std::atomic<bool> mIsShutDown = false;
+    std::atomic<bool> mIsEstablished = false;
+    std::atomic<int> mSocket = 0;
+    LIBSSH2_SESSION *mSession = nullptr;
+    LIBSSH2_AGENT *mAgent = nullptr;
+    // What the library takes for sent. It would keep a packet that went out in part for exactly the
+    // same call to repeat, and let no other call send meanwhile.
+    SSHPlatform::ByteBuffer mUnsent;
+    int mSendFailure = 0; // errno of a send that failed for good
+    std::size_t mReceived = 0;
+    bool mReadsArePatient = false;
+};
+
+// Shared by the engine and by everybody who works on the connection.
+using ConnectionRef = std::shared_ptr<Connection>;
+
+} // namespace SSHEngine
