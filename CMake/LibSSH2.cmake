@@ -15,7 +15,9 @@ endif()
 
 find_package(PkgConfig REQUIRED)
 add_library(SSHSessionLibSSH2 INTERFACE)
+set(SSHSESSION_LIBSSH2_IS_STATIC OFF)
 if(chosen STREQUAL "own")
+    set(SSHSESSION_LIBSSH2_IS_STATIC ON)
     # Linked statically, so that what is installed needs nothing from the checkout.
     find_package(OpenSSL REQUIRED COMPONENTS Crypto)
     find_package(ZLIB REQUIRED)

@@ -1,4 +1,8 @@
+#include "Tests/Support/Relay.h"
 #include "Tests/Support/SessionTest.h"
+#include "Tests/Support/Wrapped.h"
+
+#include <malloc.h>
 
 #include <random>
 #include <thread>
@@ -27,8 +31,44 @@ TEST_F(CommandTest, CollectsOutputStatusAndSignal) {
              {"echo \"quo'ted\" '$HOME' é", "0 (null) | quo'ted $HOME é\n | "},
              {"printf 'a\\000b'", "0 (null) | a\0b | "s},
              {"printf before; kill -KILL $$", "0 KILL | before | "},
-             {"exec >&- 2>&-; sleep 0.2; exit 255", "255 (null) |  | "}}) // the status comes late
+             {"exec >&- 2>&-; sleep 4; exit 255", "255 (null) |  | "}}) // the status comes late
         EXPECT_EQ(resultOf(*session, text), result) << text;
+    EXPECT_EQ(wrapped().plainPauses, 0) << "a command paused instead of waiting for the server";
+}
+
+// What a command leaves behind would show only in a session of thousands.
+TEST_F(CommandTest, ACommandLeavesNoMemoryBehind) {
+    const auto session = connected();
+    const auto usedAfter = [&](int commands) {
+        for (int i = 0; i < commands; ++i)
+            EXPECT_EQ(resultOf(*session, "true"), "0 (null) |  | ");
+        return mallinfo2().uordblks; // 0 where a sanitizer has its own allocator
+    };
+    const std::size_t before = usedAfter(20);
+    EXPECT_LE(usedAfter(100), before + 100 * 64);
+}
+
+TEST_F(CommandTest, InputReachesACommandWhoseOutputsHaveEnded) {
+    const std::string file = home.directory.path("file");
+    EXPECT_EQ(resultOf(*connected(), "exec cat > " + file + " 2>&1", std::nullopt, "restore"),
+              "0 (null) |  | ");
+    EXPECT_EQ(contentOf(file), "restore");
+}
+
+// More than the window is left when the command ends, on a link that takes a packet only in pieces.
+TEST_F(CommandTest, OnALinkOfSmallSegments) {
+    const Relay relay(server().port(), {.bytesPerSecond = 2'000'000});
+    const auto session = makeSession(relay.port(), std::nullopt, key());
+    ASSERT_TRUE(session->start(&error)) << summary(error);
+    const std::string bytes = randomBytes(3 << 20);
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(resultOf(*session, "exit 4", std::nullopt, bytes), "4 (null) |  | ");
+        session->keepAlive();
+        EXPECT_EQ(resultOf(*session, "wc -c", std::nullopt, bytes.substr(0, 200'000)),
+                  "0 (null) | 200000\n | ");
+    }
+    EXPECT_TRUE(resultOf(*session, "tee /dev/stderr", std::nullopt, bytes) ==
+                "0 (null) | " + bytes + " | " + bytes);
 }
 
 TEST_F(CommandTest, CarriesLargeBinaryDataBothWays) {

@@ -1,4 +1,5 @@
 #include "Tests/Support/ScriptedServer.h"
+#include "Tests/Support/Wrapped.h"
 
 #include <fmt/format.h>
 
@@ -36,9 +37,10 @@ class OddServerTest : public ScriptedServerTest {
         return session;
     }
 
-    // Through sudo, as a client that sends these lines.
-    void converse(TestSession &session, const std::string &script, const std::string &password,
-                  const Lines &sent, const std::string &result, const std::string &input = "") {
+    // As a client that sends these lines, through sudo where there is a password for it.
+    void converse(TestSession &session, const std::string &script,
+                  const std::optional<std::string> &password, const Lines &sent,
+                  const std::string &result, const std::string &input = "") {
         SCOPED_TRACE(script);
         EXPECT_EQ(afterEitherRead(resultOf(session, script, password, input)), result);
         Lines expected;
@@ -59,13 +61,20 @@ TEST_F(OddServerTest, EndsOfCommands) {
              {"status 7; signal FOO@bar; eof; close", "7 FOO@bar |  | "},
              {"out a; eof; close", "0 (null) | a | "}, // no status at all
              {"out a; status 5; close", "5 (null) | a | "},
-             {"out a; status 5; eof; closed; close", "5 (null) | a | "}, // waits for the client's
-             {"eof; wait 0.3; status 6; close", "6 (null) |  | "},
+             {"out a; eof; closed; wait 0.1; status 5; close", "5 (null) | a | "}, // only then
+             {"eof; wait 1.5; status 6; close", "6 (null) |  | "},
              {"close", "0 (null) |  | "},
              {R"(err '\xff\xfe'; eof; close)", "0 (null) |  | \xff\xfe"},
              {"out a; wait 0.3; err b; wait 0.3; out c; eof; close", "0 (null) | ac | b"}})
         EXPECT_EQ(resultOf(*session, script), result) << script;
+    scripted.received(10);
+    // The input goes out although both outputs have ended, before and after.
+    converse(*session, "eof; wait 0.1; read; read; status 7; close", std::nullopt,
+             {"data", "<end>"}, "7 (null) |  | ", "data\n");
     EXPECT_EQ(notices, Lines());
+    EXPECT_EQ(resultOf(*session, "out a; status 5; eof; wait 0.1; disconnect 2"),
+              "5 (null) | a | , cut off");
+    EXPECT_EQ(notices, Lines{"2 | - | -"});
 }
 
 TEST_F(OddServerTest, Refusals) {
@@ -112,6 +121,23 @@ TEST_F(OddServerTest, DisconnectsAreToldOnce) {
     }
 }
 
+TEST_F(OddServerTest, ADelegateMayLetGoOfSessionAndCommand) {
+    struct Forgetful final : SSHSessionDelegate {
+        void sshSessionDisconnected(SSHSession & /*session*/,
+                                    const SSHErrorRef & /*why*/) noexcept override {
+            session.reset();
+            command.reset();
+        }
+        std::shared_ptr<SSHSession> session;
+        std::shared_ptr<SSHCommand> command = makeCommand("out a; disconnect 2");
+    } host;
+    host.session = connectedToScript();
+    host.session->setDelegate(&host);
+    EXPECT_FALSE(host.session->execute(host.command, &error));
+    EXPECT_EQ(afterEitherRead(summary(error)), lost);
+    EXPECT_FALSE(host.command || host.session);
+}
+
 TEST_F(OddServerTest, StopAfterADisconnectTellsNothing) {
     const auto session = connectedToScript();
     EXPECT_EQ(resultOf(*session, "eof; close; closed; disconnect 2"), "0 (null) |  | ");
@@ -124,6 +150,25 @@ TEST_F(OddServerTest, StopAfterADisconnectTellsNothing) {
     EXPECT_TRUE(session->start(&error)) << summary(error);
     EXPECT_EQ(afterEitherRead(resultOf(*session, "disconnect 2")), lost);
     EXPECT_EQ(notices, Lines());
+}
+
+TEST_F(OddServerTest, AKeepaliveIsSentAfterThirtySeconds) {
+    const auto session = connectedToScript();
+    for (const bool isBlocking : {true, false}) { // as a command leaves the session
+#ifdef SSHSESSION_WRAPS_LIBSSH2
+        session->keepAlive();
+        session->mSessionQueue.sync([] {});
+        wrapped().secondsAhead += 31;
+        session->keepAlive();
+        session->mSessionQueue.sync([] {});
+        EXPECT_EQ(scripted.received(1), Lines{"keepalive"}) << isBlocking;
+#else
+        GTEST_SKIP() << "*** keepalives are not tested: the system's libssh2 has its own clock ***";
+#endif
+        EXPECT_EQ(resultOf(*session, "eof; close"), "0 (null) |  | ");
+        EXPECT_EQ(scripted.received(1), Lines{"done"});
+    }
+    wrapped().secondsAhead = 0;
 }
 
 TEST_F(OddServerTest, SudoConversations) {

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <thread>
 
+using namespace std::string_literals;
 using asio::ip::tcp;
 using TCPConnectionTest = SessionTest;
 
@@ -33,14 +34,23 @@ TEST_F(TCPConnectionTest, UnknownHost) {
 TEST_F(TCPConnectionTest, ServersThatDoNotSpeakSSH) {
     asio::io_context context;
     tcp::acceptor listener(context, {asio::ip::address_v4::loopback(), 0});
-    for (const std::string greeting :
-         {"", "SSH-2.0-nothing-else\r\n", "HTTP/1.0 200 OK\r\n\r\nhello\r\n",
-          "SSH-2.0-x\r\n\x01\x02garbage garbage garbage garbage\xff\xfe"}) {
+    struct Delegate final : SSHSessionDelegate {
+        void sshSessionDisconnected(SSHSession & /*session*/,
+                                    const SSHErrorRef & /*why*/) noexcept override {
+            ADD_FAILURE() << "a failed start is told as a lost connection";
+        }
+    } delegate;
+    for (const std::string &greeting :
+         {""s, "SSH-2.0-nothing-else\r\n"s, "HTTP/1.0 200 OK\r\n\r\nhello\r\n"s,
+          "SSH-2.0-x\r\n\x01\x02garbage garbage garbage garbage\xff\xfe"s,
+          // A disconnect message, before any keys are exchanged.
+          "SSH-2.0-x\r\n\0\0\0\x1c\x0b\1\0\0\0\2\0\0\0\3bye\0\0\0\0"s + std::string(11, '\0')}) {
         std::thread server([&] {
             tcp::socket peer = listener.accept();
             asio::write(peer, asio::buffer(greeting));
         });
         const auto session = makeSession(listener.local_endpoint().port());
+        session->setDelegate(&delegate);
         EXPECT_FALSE(session->start(&error)) << greeting;
         server.join();
         EXPECT_LT(error->code(), 0);

@@ -10,6 +10,7 @@ tried. Nothing means: every answer is taken but an empty one and "wrong".
     password,keyboard-interactive      publickey,password disconnect 2 bye en
     keyboard-interactive 0 1 2         rounds with so many prompts
     password expired                   a new password is demanded
+    password silent                    no answer, ever
     disconnect 11                      before any method is named
     none                               the user is let in without being asked
 
@@ -110,9 +111,11 @@ class Server(asyncssh.SSHServer):
     def password_auth_supported(self):
         return "password" in self.methods
 
-    def validate_password(self, user, password):
+    async def validate_password(self, user, password):
         log("password", password.encode())
         self.attempt()
+        if self.steps == ["silent"]:
+            await asyncio.Event().wait()
         return taken(password)
 
     def kbdint_auth_supported(self):

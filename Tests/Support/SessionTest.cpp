@@ -97,8 +97,9 @@ std::string resultOf(SSHSession &session, const std::string &text,
     command->setStdinData(input);
     SSHErrorRef why;
     if (session.execute(command, &why))
-        return fmt::format("{} {} | {} | {}", command->exitStatus(), *command->exitSignal(),
-                           command->stdoutData()->view(), command->stderrData()->view());
+        return fmt::format("{} {} | {} | {}{}", command->exitStatus(), *command->exitSignal(),
+                           command->stdoutData()->view(), command->stderrData()->view(),
+                           command->isClosedInOrder() ? "" : ", cut off");
     return summary(why) + (session.isConnected() ? ", still connected" : "") +
            (command->stdoutData() || command->exitSignal() ? ", record written" : "");
 }
