@@ -1,6 +1,7 @@
 // What one command costs on a warm session over loopback, the server's own fork included, beside
 // the same loop on bare libssh2; and how fast data goes through.
 #include "Bench/BareCommand.h"
+#include "Tests/Support/Relay.h"
 #include "Tests/Support/Sshd.h"
 
 #include <SSHSession/SSHSession.h>
@@ -11,6 +12,7 @@
 #include <chrono>
 #include <fstream>
 #include <memory>
+#include <random>
 #include <stdexcept>
 #include <vector>
 
@@ -57,9 +59,9 @@ struct Ground {
 
 Ground *ground = nullptr;
 
-std::shared_ptr<SSHSession> connected() {
-    auto session = SSHSession::sessionWithHost("127.0.0.1", ground->sshd.port(), currentUser(),
-                                               std::nullopt, ground->key);
+std::shared_ptr<SSHSession> connected(unsigned short port = ground->sshd.port()) {
+    auto session =
+        SSHSession::sessionWithHost("127.0.0.1", port, currentUser(), std::nullopt, ground->key);
     SSHErrorRef error;
     if (!session->start(&error))
         throw std::runtime_error(error ? error->text() : "refused");
@@ -83,6 +85,16 @@ void executeTrue(benchmark::State &state) {
     Latencies latencies;
     for ([[maybe_unused]] auto _ : state)
         latencies.measure([&] { require(run(*session, "true")); });
+    latencies.report(state);
+    session->stop();
+}
+
+void executeWithInput(benchmark::State &state) {
+    const auto session = connected();
+    const auto input = std::make_shared<const SSHPlatform::ByteBuffer>("input");
+    Latencies latencies;
+    for ([[maybe_unused]] auto _ : state)
+        latencies.measure([&] { require(run(*session, "cat", input)); });
     latencies.report(state);
     session->stop();
 }
@@ -122,13 +134,31 @@ void send100MiB(benchmark::State &state) {
     session->stop();
 }
 
+// A megabyte there and back on a link of 4 Mbit/s each way, with a network's small segments. The
+// column of processor time is what counts.
+void throughSlowLink(benchmark::State &state) {
+    const Relay relay(ground->sshd.port(), {.bytesPerSecond = 500'000});
+    const auto session = connected(relay.port());
+    const std::size_t size = 1 << 20;
+    std::mt19937 random(1);
+    std::string noise(size, '\0');
+    for (char &byte : noise)
+        byte = static_cast<char>(random());
+    const auto input = std::make_shared<const SSHPlatform::ByteBuffer>(noise);
+    for ([[maybe_unused]] auto _ : state)
+        require(run(*session, "cat", input));
+    session->stop();
+}
+
 } // namespace
 
 BENCHMARK(executeTrue)->Iterations(1000)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(executeWithInput)->Iterations(200)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(bareTrue)->Iterations(1000)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(startAndStop)->Iterations(100)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(receive100MiB)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
 BENCHMARK(send100MiB)->Iterations(3)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(throughSlowLink)->Iterations(2)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 int main(int argc, char **argv) {
     Ground throwaway;

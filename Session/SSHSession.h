@@ -26,9 +26,13 @@
 // connection, or be cleared before.
 //
 // Errors. Operations answer true or false and, when false, fill the error out-parameter if there is
-// one. Nothing throws. Any failed command disconnects; call `start` again before the next one.
-// Calling `start` on a connected session is a programming error: it ends the process once the
-// second connection stands.
+// one. Nothing throws. Any failed command disconnects; call `start` again before the next one. A
+// `start` while another one is under way fails, and leaves that one alone. Calling `start` on a
+// connected session is a programming error: it ends the process once the second connection stands.
+//
+// Secrets. The session keeps its password as long as it lives. A password, a command, its input and
+// an administrator's password are sent only to a server whose host key has been accepted for the
+// very connection that they go through.
 #pragma once
 
 #include <SSHSession/Platform.h>
@@ -123,17 +127,23 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     // `*error` is left as it was.
     virtual bool start(SSHErrorRef *error) noexcept;
 
-    // Disconnects and releases everything the connection held. Any state, any number of times;
-    // waits for a command or stage that is under way, but not for a prompt, whose `start` then
-    // fails.
+    // Disconnects and releases everything the connection held. Any state, any number of times. A
+    // `start` that is under way ends at once, wherever it waits, and fails; only one that shows a
+    // question returns when that has been answered. A running command is waited for.
     virtual void stop() noexcept;
 
     // Runs a command to its end and fills the record's outputs. There is no time limit: a command
-    // runs as long as it takes. With an `adminPassword`, a wrong password fails once sudo gives up
-    // after three attempts and says so in English, and ten seconds without an answer from sudo fail
-    // as a time-out. Any other last word of sudo's is waited on without end: to a user who is not
-    // in sudoers, after another number of attempts, in another language. A user whose shell prints
-    // something on standard output as it starts hides sudo's answer: every such command times out.
+    // runs as long as it takes, and its end is waited for also when both outputs have ended before.
+    // Holds session and command meanwhile. Fails at once when the session is not connected. True
+    // while SSHCommand::isClosedInOrder is false means that the connection ended before the command
+    // did.
+    //
+    // With an `adminPassword`, a wrong password fails once sudo gives up after three attempts and
+    // says so in English, and ten seconds without an answer from sudo fail as a time-out. Any other
+    // last word of sudo's is waited on without end: to a user who is not in sudoers, after another
+    // number of attempts, in another language. A user whose shell prints something on standard
+    // output as it starts hides sudo's answer: every such command times out, and has run as root. A
+    // time-out never says that the command did not run.
     virtual bool execute(const std::shared_ptr<SSHCommand> &command, SSHErrorRef *error) noexcept;
 
     // Whether `start` has succeeded and nothing has failed since. Observable under "isConnected".

@@ -100,6 +100,11 @@ TEST_F(ToolTest, ReadsAPasswordAndTellsWhatTheServerDoes) {
           "An error occurred in libssh2_channel_read. (-13)\n"
           "The socket was disconnected. transport read\n",
           "c\r\n");
+    check(asks("out x; status 0; eof; wait 0.1; disconnect 11"), 255, "x",
+          "sshsession: The server ended the connection.\n"
+          "The connection ended before the command did.\nWhat the command wrote may be cut, its "
+          "exit status is not known, and it may still be running.\n",
+          "d");
     EXPECT_THAT(scripted.received(),
                 testing::IsSupersetOf({"password b'a\\r'", "password b'b\\n'", "password b'c'"}));
 }

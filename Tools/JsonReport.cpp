@@ -23,9 +23,12 @@ void addStream(Json &object, const std::string &name, std::string_view bytes) {
         object[name + "Base64"] = base64(bytes);
 }
 
-void addResult(Json &object, const SSHCommand &command) {
+void addOutputs(Json &object, const SSHCommand &command) {
     addStream(object, "stdout", command.stdoutData()->view());
     addStream(object, "stderr", command.stderrData()->view());
+}
+
+void addEnd(Json &object, const SSHCommand &command) {
     object["exitStatus"] = command.exitStatus();
     const auto signal = exitSignalOf(command);
     object["exitSignal"] = signal ? Json(*signal) : Json(nullptr);
@@ -55,10 +58,12 @@ Json asJson(const StageClock::Timings &timings) {
 
 int reportAsJson(const Outcome &outcome, const StageClock::Timings &timings) {
     Json object = Json::object();
+    if (outcome.command.stdoutData())
+        addOutputs(object, outcome.command);
     if (outcome.error)
         object["error"] = asJson(*outcome.error);
     else
-        addResult(object, outcome.command);
+        addEnd(object, outcome.command);
     object["timings"] = asJson(timings);
     writeOutput(object.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n");
     return outcome.error ? failedStatus : exitStatusOf(outcome.command);

@@ -20,11 +20,12 @@ void tellError(const SSHError &error) {
 } // namespace
 
 int reportPlainly(const Outcome &outcome) {
-    if (outcome.error) {
-        tellError(*outcome.error);
-        return failedStatus;
+    if (outcome.command.stdoutData()) {
+        writeOutput(outcome.command.stdoutData()->view());
+        writeErrorOutput(outcome.command.stderrData()->view());
     }
-    writeOutput(outcome.command.stdoutData()->view());
-    writeErrorOutput(outcome.command.stderrData()->view());
-    return exitStatusOf(outcome.command);
+    if (!outcome.error)
+        return exitStatusOf(outcome.command);
+    tellError(*outcome.error);
+    return failedStatus;
 }

@@ -52,17 +52,26 @@ std::shared_ptr<SSHCommand> makeCommand(const Options &options, const Inputs &in
     return command;
 }
 
-// A start that fails without an error is one that the user did not want.
-SSHErrorRef declinedError() {
+// What the session has no error for.
+SSHErrorRef ownError(const char *description, const char *reason) {
     return std::make_shared<SSHError>(
         "sshsession", 0,
-        SSHError::UserInfo{
-            {SSHError::NSLocalizedDescriptionKey, "The server's host key was not accepted."},
-            {SSHError::NSLocalizedFailureReasonErrorKey,
-             "The question was answered with no, or there is no terminal to ask on."}});
+        SSHError::UserInfo{{SSHError::NSLocalizedDescriptionKey, description},
+                           {SSHError::NSLocalizedFailureReasonErrorKey, reason}});
 }
 
-// Answers null when the command has run.
+SSHErrorRef declinedError() {
+    return ownError("The server's host key was not accepted.",
+                    "The question was answered with no, or there is no terminal to ask on.");
+}
+
+SSHErrorRef cutOffError() {
+    return ownError("The connection ended before the command did.",
+                    "What the command wrote may be cut, its exit status is not known, and it may "
+                    "still be running.");
+}
+
+// Answers null when the command has run to its end.
 SSHErrorRef runSession(SSHSession &session, const std::shared_ptr<SSHCommand> &command) {
     SSHErrorRef error;
     if (!session.start(&error))
@@ -70,7 +79,7 @@ SSHErrorRef runSession(SSHSession &session, const std::shared_ptr<SSHCommand> &c
     if (!session.execute(command, &error))
         return error;
     session.stop();
-    return nullptr;
+    return command->isClosedInOrder() ? nullptr : cutOffError();
 }
 
 int runCommand(const Options &options) {

@@ -6,7 +6,7 @@
 #include <SSHSession/SSHCommand.h>
 #include <SSHSession/SSHError.h>
 
-// With an error, the command has no outputs.
+// With an error, the command has outputs only when the connection ended before it did.
 struct Outcome {
     const SSHCommand &command;
     SSHErrorRef error;

@@ -117,9 +117,12 @@ void Connection::run(const CommandRequest &request) {
         SSHErrorRef error;
         if (!problem && !session->execute(command, &error))
             problem = problemOf(*error);
-        if (!problem)
-            reportLater(
-                [this, outcome = outcomeOf(*command, secondsOf(since))] { Q_EMIT ran(outcome); });
+        if (!problem) {
+            const CommandOutcome outcome = outcomeOf(*command, secondsOf(since));
+            if (outcome.isCutOff)
+                problem = cutOff();
+            reportLater([this, outcome] { Q_EMIT ran(outcome); });
+        }
         reportLater([this, problem] { endCall(problem); });
     });
 }

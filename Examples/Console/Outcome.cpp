@@ -37,10 +37,13 @@ CommandOutcome outcomeOf(const SSHCommand &command, double seconds) {
     outcome.errorOutput = command.stderrData();
     outcome.shownOutput = shown(outcome.output);
     outcome.shownErrorOutput = shown(outcome.errorOutput);
+    outcome.isCutOff = !command.isClosedInOrder();
     const SSHStringRef signal = command.exitSignal();
     outcome.summary = !signal || *signal == "(null)"
                           ? QStringLiteral("Exit status %1").arg(command.exitStatus())
                           : QStringLiteral("Ended by signal %1").arg(visibleText(*signal));
+    if (outcome.isCutOff)
+        outcome.summary = QStringLiteral("Cut off");
     outcome.summary += QStringLiteral(" after %1").arg(durationText(seconds));
     return outcome;
 }
@@ -58,6 +61,14 @@ Problem declinedHostKey() {
             .suggestion =
                 QStringLiteral("Connect again and accept the key if you trust the server."),
             .reason = {},
+            .origin = {}};
+}
+
+Problem cutOff() {
+    return {.description = QStringLiteral("The connection ended before the command did."),
+            .suggestion = QStringLiteral("Connect again and look whether it is still running."),
+            .reason = QStringLiteral("What the command wrote may be cut, and its exit status is "
+                                     "not known."),
             .origin = {}};
 }
 

@@ -12,6 +12,7 @@ struct CommandOutcome {
     QString shownOutput; // the beginning, as visible text
     QString shownErrorOutput;
     QString summary;
+    bool isCutOff = false; // the connection ended before the command did
 };
 
 struct Problem {
@@ -26,6 +27,7 @@ CommandOutcome outcomeOf(const SSHCommand &command, double seconds);
 
 Problem problemOf(const SSHError &error);
 Problem declinedHostKey();
+Problem cutOff();
 
 // `error` is null when the server ended the connection in good order.
 Problem serverLeft(const SSHErrorRef &error);
