@@ -5,6 +5,7 @@
 
 #include <SSHSession/ByteBuffer.h>
 #include <SSHSession/RunLoop.h>
+#include <SSHSession/Secret.h>
 
 #include <gtest/gtest.h>
 
@@ -33,6 +34,15 @@ TEST(ByteBuffer, AgreesWithAStringUnderRandomUse) {
         (model += piece).erase(0, std::min(removed, model.size()));
         ASSERT_EQ(buffer.view(), model) << "in step " << step;
     }
+}
+
+TEST(Secret, OfAShortenedTextNothingIsLeft) {
+    std::string text(100, 's');
+    const char *const bytes = text.data();
+    text.resize(3);
+    wipe(text);
+    EXPECT_EQ(text, "");
+    EXPECT_EQ(std::string_view(bytes, 100), std::string(100, '\0'));
 }
 
 TEST(SerialQueue, RunsFirstInFirstOutAndReleasesCapturesAfterwards) {

@@ -1,6 +1,6 @@
 #include "Platform/Terminal/TerminalNib.h"
 
-#include "Platform/Terminal/Secret.h"
+#include <SSHSession/Secret.h>
 
 namespace SSHPlatform {
 

@@ -1,8 +1,8 @@
 #include <SSHSession/TerminalPrompts.h>
 
 #include <SSHSession/Platform.h>
+#include <SSHSession/Secret.h>
 
-#include "Platform/Terminal/Secret.h"
 #include "Platform/Terminal/TerminalNib.h"
 
 #include <fcntl.h>
