@@ -1,5 +1,7 @@
 #include <SSHSession/Alert.h>
 
+#include "Platform/PlainNib.h"
+
 namespace SSHPlatform {
 
 View::~View() = default;
@@ -9,8 +11,12 @@ Image::~Image() = default;
 Nib::~Nib() = default;
 AlertPresenter::~AlertPresenter() = default;
 
-std::unique_ptr<Nib> AlertPresenter::loadNib(const std::string & /*name*/) noexcept {
-    return nullptr;
+PlainTextField *Alert::plainTextField() const noexcept {
+    return dynamic_cast<PlainTextField *>(accessoryView);
+}
+
+std::unique_ptr<Nib> AlertPresenter::loadNib(const std::string &name) noexcept {
+    return loadPlainNib(name);
 }
 
 std::shared_ptr<Image> AlertPresenter::loadImage(const std::string & /*name*/,

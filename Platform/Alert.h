@@ -1,8 +1,43 @@
 // Modal questions to the user, as values, and the toolkit that shows them.
+//
+// A toolkit is made known by one class with one function, which shows a question and answers which
+// button ended it. For a program on the standard streams it is this; SSHPlatform::install in
+// Platform.h takes it.
+//
+// ```cpp
+// #include <SSHSession/Alert.h>
+//
+// #include <iostream>
+// #include <string>
+//
+// class StreamPresenter final : public SSHPlatform::AlertPresenter {
+//   public:
+//     SSHPlatform::AlertAnswer runModal(const SSHPlatform::Alert &alert) noexcept override {
+//         std::cout << alert.messageText << '\n' << alert.informativeText << '\n';
+//         for (const SSHPlatform::AlertButton &button : alert.buttons)
+//             std::cout << '[' << button.title << "] ";
+//         std::cout << std::flush;
+//         std::string typed;
+//         if (!std::getline(std::cin, typed)) // nobody is there: never an answer
+//             return SSHPlatform::AlertAnswer::Refused;
+//         if (SSHPlatform::PlainTextField *const field = alert.plainTextField()) {
+//             field->setStringValue(typed); // a toolkit masks it when field->isSecret()
+//             return SSHPlatform::AlertAnswer::FirstButton;
+//         }
+//         for (std::size_t i = 0; i < alert.buttons.size(); ++i)
+//             if (typed == alert.buttons[i].title)
+//                 return SSHPlatform::answerOfButton(i);
+//         return SSHPlatform::AlertAnswer::Refused;
+//     }
+// };
+// ```
+//
+// A toolkit with user interface files of its own overrides `loadNib` as well.
 #pragma once
 
 #include <SSHSession/SSHSessionExport.h>
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,8 +45,8 @@
 
 namespace SSHPlatform {
 
-// Something that a toolkit shows inside an alert. The toolkit's adapter makes the objects; callers
-// only pass them on or use the two kinds of control below. Main thread only.
+// Something that a toolkit shows inside an alert. `loadNib` makes the objects; callers only pass
+// them on or use the kinds of control below. Main thread only.
 class SSHSESSION_EXPORT View {
   public:
     View() = default;
@@ -25,6 +60,24 @@ class SSHSESSION_EXPORT TextField : public View {
     ~TextField() override;
     virtual std::string stringValue() const = 0;
     virtual void setStringValue(const std::string &value) = 0;
+};
+
+// One line of text to ask for, without a look. The memory of a value is overwritten when the next
+// one takes its place and when the field goes.
+class SSHSESSION_EXPORT PlainTextField final : public TextField {
+  public:
+    explicit PlainTextField(bool isSecret) noexcept;
+    ~PlainTextField() override;
+
+    // Whether the text must not be seen while it is typed.
+    bool isSecret() const noexcept { return mIsSecret; }
+
+    std::string stringValue() const override;
+    void setStringValue(const std::string &value) override;
+
+  private:
+    const bool mIsSecret;
+    std::string mValue;
 };
 
 class SSHSESSION_EXPORT CheckBox : public View {
@@ -72,12 +125,22 @@ struct Alert {
     std::vector<AlertButton> buttons; // none: the toolkit's single default button
     View *accessoryView = nullptr;    // shown between text and buttons; not owned
     std::shared_ptr<Image> icon;      // null: the toolkit's default
+
+    // The accessory view as what `AlertPresenter::loadNib` makes unless it is overridden: the one
+    // text to ask for. Null when there is none, or when it is a toolkit's own.
+    SSHSESSION_EXPORT PlainTextField *plainTextField() const noexcept;
 };
 
 // Which button ended an alert. Any other value, `Refused` among them, means that none did.
 enum class AlertAnswer : int { Refused = 0, FirstButton = 1000, SecondButton = 1001 };
 
-// The toolkit. Every operation is called on the main thread.
+// The third button answers 1002, and so on; the first has the index 0.
+constexpr AlertAnswer answerOfButton(std::size_t index) noexcept {
+    return static_cast<AlertAnswer>(static_cast<int>(AlertAnswer::FirstButton) +
+                                    static_cast<int>(index));
+}
+
+// The toolkit. Every operation is called on the main thread. Only `runModal` has to be written.
 class SSHSESSION_EXPORT AlertPresenter {
   public:
     AlertPresenter() = default;
@@ -85,11 +148,13 @@ class SSHSESSION_EXPORT AlertPresenter {
     AlertPresenter &operator=(const AlertPresenter &) = delete;
     virtual ~AlertPresenter();
 
-    // Shows the alert and returns when the user has answered it. The third button answers 1002, and
-    // so on.
+    // Shows the alert and returns when the user has answered it. An alert that cannot be shown, and
+    // one that nobody is there to answer, is Refused.
     virtual AlertAnswer runModal(const Alert &alert) noexcept = 0;
 
-    // The named user interface file, loaded anew at every call; null when it cannot be had.
+    // The named user interface file, loaded anew at every call; null when it cannot be had. Unless
+    // this is overridden, "SSHPasswordAlertAccessoryView" has a PlainTextField in place of each
+    // accessory view, and no check box, which would have no effect.
     virtual std::unique_ptr<Nib> loadNib(const std::string &name) noexcept;
 
     // The named image resource; null when it cannot be had.

@@ -166,9 +166,8 @@ QPushButton *AlertDialog::makeButton(const AlertButton &button, std::size_t inde
     auto *const widget = new QPushButton(literalTitle(button.title), this);
     widget->setAutoDefault(false);
     widget->setFocusPolicy(button.keyEquivalent ? Qt::NoFocus : Qt::StrongFocus);
-    const auto answer = static_cast<int>(AlertAnswer::FirstButton) + static_cast<int>(index);
-    connect(widget, &QPushButton::clicked, this, [this, answer] {
-        mAnswer = static_cast<AlertAnswer>(answer);
+    connect(widget, &QPushButton::clicked, this, [this, index] {
+        mAnswer = answerOfButton(index);
         accept();
     });
     assignKey(widget, button, index);

@@ -3,8 +3,6 @@
 #include <SSHSession/Platform.h>
 #include <SSHSession/Secret.h>
 
-#include "Platform/Terminal/TerminalNib.h"
-
 #include <fcntl.h>
 #include <readpassphrase.h>
 #include <unistd.h>
@@ -48,11 +46,6 @@ std::optional<std::string> readLine(const std::string &prompt, int echo) {
     return line;
 }
 
-AlertAnswer answerFor(std::size_t button) {
-    return static_cast<AlertAnswer>(static_cast<int>(AlertAnswer::FirstButton) +
-                                    static_cast<int>(button));
-}
-
 std::optional<std::size_t> buttonForReturn(const Alert &alert) {
     for (std::size_t i = 0; i < alert.buttons.size(); ++i)
         if (alert.buttons[i].keyEquivalent == "\r")
@@ -87,14 +80,14 @@ AlertAnswer askForButton(const Alert &alert) {
         if (!line)
             break;
         if (const auto button = chosenButton(alert, *line))
-            return answerFor(*button);
+            return answerOfButton(*button);
         show("Please type a number from 1 to " + std::to_string(alert.buttons.size()) + ".\n");
     }
     return AlertAnswer::Refused;
 }
 
 // Return ends the line and so presses the first button; end-of-file refuses.
-AlertAnswer askForText(TerminalTextField &field) {
+AlertAnswer askForText(PlainTextField &field) {
     auto line = readLine("> ", field.isSecret() ? RPP_ECHO_OFF : RPP_ECHO_ON);
     if (!line)
         return AlertAnswer::Refused;
@@ -108,14 +101,10 @@ class TerminalAlertPresenter final : public AlertPresenter {
     AlertAnswer runModal(const Alert &alert) noexcept override {
         show("\n" + printableText(alert.messageText) + "\n" + printableText(alert.informativeText) +
              "\n");
-        if (auto *const view = dynamic_cast<TerminalView *>(alert.accessoryView))
-            return askForText(view->field);
+        if (PlainTextField *const field = alert.plainTextField())
+            return askForText(*field);
         // Without a choice there is nothing to ask.
         return alert.buttons.empty() ? AlertAnswer::FirstButton : askForButton(alert);
-    }
-
-    std::unique_ptr<Nib> loadNib(const std::string &name) noexcept override {
-        return loadTerminalNib(name);
     }
 
     void beep() noexcept override { show("\a"); }
