@@ -5,7 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <iostream>
 #include <regex>
 
@@ -124,22 +123,29 @@ TEST_F(ToolTest, RefusesAnUnknownServerWithoutATerminal) {
           "", R"(setsid -w "$0" "$@")");
 }
 
+const std::string hangUp = "closes the terminal";
+
 // Runs a shell's command on a terminal of its own and types each answer once the screen ends with
-// its prompt. Answers the whole screen.
+// its prompt; an empty prompt is typed ahead of. Answers the whole screen.
 std::string onTerminal(const std::string &command,
                        std::vector<std::pair<std::string, std::string>> answers) {
     int terminal = -1;
     const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
-    if (child == 0)
+    if (child == 0) {
+        ::alarm(20);
         ::_exit(::execl("/bin/sh", "sh", "-c", command.c_str(), nullptr));
-    std::string screen;
-    for (char byte = 0; ::read(terminal, &byte, 1) == 1;) {
-        screen += byte;
-        if (!answers.empty() && screen.ends_with(answers.front().first)) {
-            ::dprintf(terminal, "%s", answers.front().second.c_str());
-            answers.erase(answers.begin());
-        }
     }
+    std::string screen;
+    char byte = 0;
+    do {
+        if (answers.empty() || !screen.ends_with(answers.front().first))
+            continue;
+        if (answers.front().second == hangUp)
+            break;
+        const std::string &typed = answers.front().second;
+        EXPECT_EQ(::write(terminal, typed.data(), typed.size()), typed.size());
+        answers.erase(answers.begin());
+    } while (::read(terminal, &byte, 1) == 1 && (screen += byte, true));
     ::close(terminal);
     ::waitpid(child, nullptr, 0);
     return screen;
@@ -153,8 +159,7 @@ TEST_F(ToolTest, AsksOnTheTerminalAndRecordsTheServer) {
     const std::string password = "Password for password@127.0.0.1: ";
     const std::string choice = "  1) Add and Connect\r\n  2) Cancel\r\nYour choice [1]: ";
     EXPECT_EQ(onTerminal(
-                  "HOME=" + home.directory.path("\u009b") +
-                      " timeout --foreground 10 " SSHSESSION_TOOL " -p " + port +
+                  "HOME=" + home.directory.path("\u009b") + " " SSHSESSION_TOOL " -p " + port +
                       " --password-from prompt password@127.0.0.1 'out x; eof; close' | sed s/^/:/",
                   {{password, "secret\n"}, {choice, "7\n"}, {choice, "1\n"}}),
               password + "\r\n\r\nThe authenticity of host '127.0.0.1:" + port +
@@ -165,6 +170,89 @@ TEST_F(ToolTest, AsksOnTheTerminalAndRecordsTheServer) {
                   "7\r\nPlease type a number from 1 to 2.\r\n" + choice + "1\r\n:x");
     EXPECT_EQ(contentOf(knownHosts), "127.0.0.1 " + hostKey + "\n");
     EXPECT_THAT(scripted.received(), testing::Contains("password b'secret'"));
+}
+
+// Each question, and what the program says (or runs, "in") when this is typed there.
+TEST_F(ToolTest, OnlyALineIsAnAnswerAtATerminal) {
+    const std::string locked = home.directory.path(".ssh/id_rsa");
+    makeKey(locked, "rsa", "sesame");
+    server.authorize(locked);
+    ScriptedServer scripted;
+    const std::string known = "127.0.0.1 " + server.hostKey() + "\n";
+    const std::string changed = "127.0.0.1 " + publicKey(locked) + "\n";
+    const std::string tool = SSHSESSION_TOOL " -p " + port;
+    const std::string choice = "Your choice [";
+    const std::string refused = "The server's host key was not accepted.";
+    const std::string noPhrase = "No password was given. Failing.";
+    const std::string nobody = "Nobody gave a password at the terminal.";
+    struct Question {
+        std::string knownHosts;
+        std::string command;
+        std::string prompt;
+        std::vector<std::pair<std::string, std::string>> answers;
+    };
+    const std::string password = SSHSESSION_TOOL " --password-from prompt -p " +
+                                 std::to_string(scripted.port()) +
+                                 " password@127.0.0.1 'out in; eof; close'";
+    for (const auto &[knownHosts, command, prompt, answers] : std::vector<Question>{
+             {"",
+              tool + " -i " + key + " 127.0.0.1 'echo in'",
+              choice + "1]: ",
+              {{"\n", "in"}, {"1\4\4", refused}, {"\4", refused}, {hangUp, refused}}},
+             {changed,
+              tool + " -i " + key + " 127.0.0.1 'echo in'",
+              choice + "2]: ",
+              {{"1\n", "in"}, {"\n", refused}, {"\4", refused}, {hangUp, refused}}},
+             {known,
+              tool + " 127.0.0.1 'echo in'",
+              "> ",
+              {{"sesame\n", "in"},
+               {"sesame\4\4", noPhrase},
+               {"\n", noPhrase},
+               {"\4", noPhrase},
+               {hangUp, noPhrase}}},
+             {known,
+              ASK_FOR_RESPONSE,
+              "> ",
+              {{"4\0042\n", "\"42\""}, // sent in two parts
+               {std::string(4094, 'a') + "\n", '"' + std::string(4094, 'a') + '"'},
+               {std::string(4095, 'a') + "\n", "none"},
+               {std::string(5000, 'a') + "\n", "none"},
+               {"42\4\4", "none"},
+               {"\n", "none"},
+               {"\4", "none"},
+               {hangUp, "none"}}},
+             {"127.0.0.1 " + scripted.hostKey() + "\n",
+              password,
+              "127.0.0.1: ",
+              {{"sesame\n", "in"},
+               {"\n", "SSH could not authenticate using the ssh user password. (-18)"},
+               {"a\0b\n"s, "The password in \"prompt\" holds a zero byte."},
+               {"sesame\4\4", nobody},
+               {"\4", nobody},
+               {hangUp, nobody}}}})
+        for (const auto &[typed, told] : answers) {
+            SCOPED_TRACE(command + " | " + testing::PrintToString(typed));
+            home.directory.write(".ssh/known_hosts", knownHosts);
+            const std::string out = home.directory.path("out");
+            // Typed ahead, Return must not answer. The program survives the loss of its terminal.
+            onTerminal("trap '' HUP; exec " + command + " >" + out + " 2>&1",
+                       {{"", "\n"}, {prompt, typed}});
+            EXPECT_THAT(contentOf(out), testing::HasSubstr(told));
+            EXPECT_EQ(contentOf(home.knownHosts()) != knownHosts,
+                      knownHosts != known && told == "in" && command != password);
+        }
+    EXPECT_THAT(scripted.received(), testing::Contains("password b''"));
+}
+
+TEST_F(ToolTest, SignalsFindTheTerminalAsItWas) {
+    const std::string prompt = "Password for a@127.0.0.1: ";
+    const std::string command = "trap : INT; " SSHSESSION_TOOL
+                                " --password-from prompt a@127.0.0.1 true; echo $?; stty -a | "
+                                "grep -wo -e '-*echo'";
+    // Nobody could continue the program, so that it goes on at once after a stop, and asks again.
+    EXPECT_EQ(onTerminal(command, {{prompt, "s\x1a"}, {prompt + "\r\n" + prompt, "s\3"}}),
+              prompt + "\r\n" + prompt + "\r\n130\r\necho\r\n");
 }
 
 } // namespace

@@ -82,14 +82,16 @@ Secret askForPassword(const std::string &prompt) {
     return makeSecret(*answer);
 }
 
+Secret passwordFrom(const std::string &source) {
+    std::string text = Source(source).content();
+    removeLineEnd(text);
+    return makeSecret(text);
+}
+
 Secret readPassword(const std::optional<std::string> &source, const std::string &prompt) {
     if (!source)
         return nullptr;
-    if (*source == "prompt")
-        return askForPassword(prompt);
-    std::string text = Source(*source).content();
-    removeLineEnd(text);
-    Secret secret = makeSecret(text);
+    Secret secret = *source == "prompt" ? askForPassword(prompt) : passwordFrom(*source);
     if (secret->find('\0') != std::string::npos) // the protocol's library would cut it there
         throw Failure("The password in \"" + *source + "\" holds a zero byte.");
     return secret;

@@ -3,14 +3,10 @@
 #include <SSHSession/Platform.h>
 #include <SSHSession/Secret.h>
 
-#include <fcntl.h>
-#include <readpassphrase.h>
-#include <unistd.h>
+#include "Platform/Terminal/TerminalLine.h"
 
-#include <array>
 #include <charconv>
 #include <cstddef>
-#include <cstring>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,31 +16,6 @@ namespace SSHPlatform {
 namespace {
 
 constexpr int patience = 3;
-constexpr std::size_t longestLine = 8192;
-
-void show(std::string_view text) {
-    const int terminal = ::open("/dev/tty", O_WRONLY | O_NOCTTY | O_CLOEXEC);
-    if (terminal < 0)
-        return;
-    while (!text.empty()) {
-        const ssize_t written = ::write(terminal, text.data(), text.size());
-        if (written <= 0)
-            break;
-        text.remove_prefix(static_cast<std::size_t>(written));
-    }
-    ::close(terminal);
-}
-
-// A line that fills the buffer may have been cut, so it does not count as an answer.
-std::optional<std::string> readLine(const std::string &prompt, int echo) {
-    std::array<char, longestLine + 1> buffer{};
-    std::optional<std::string> line;
-    if (::readpassphrase(prompt.c_str(), buffer.data(), buffer.size(), RPP_REQUIRE_TTY | echo) &&
-        std::strlen(buffer.data()) < longestLine)
-        line = buffer.data();
-    wipe(buffer.data(), buffer.size());
-    return line;
-}
 
 std::optional<std::size_t> buttonForReturn(const Alert &alert) {
     for (std::size_t i = 0; i < alert.buttons.size(); ++i)
@@ -76,19 +47,20 @@ std::string menu(const Alert &alert) {
 
 AlertAnswer askForButton(const Alert &alert) {
     for (int attempt = 0; attempt < patience; ++attempt) {
-        const auto line = readLine(menu(alert), RPP_ECHO_ON);
+        const auto line = readLineFromTerminal(menu(alert), Echo::On);
         if (!line)
             break;
         if (const auto button = chosenButton(alert, *line))
             return answerOfButton(*button);
-        show("Please type a number from 1 to " + std::to_string(alert.buttons.size()) + ".\n");
+        writeToTerminal("Please type a number from 1 to " + std::to_string(alert.buttons.size()) +
+                        ".\n");
     }
     return AlertAnswer::Refused;
 }
 
-// Return ends the line and so presses the first button; end-of-file refuses.
+// Return ends the line and so presses the first button.
 AlertAnswer askForText(PlainTextField &field) {
-    auto line = readLine("> ", field.isSecret() ? RPP_ECHO_OFF : RPP_ECHO_ON);
+    auto line = readLineFromTerminal("> ", field.isSecret() ? Echo::Off : Echo::On);
     if (!line)
         return AlertAnswer::Refused;
     field.setStringValue(*line);
@@ -99,15 +71,15 @@ AlertAnswer askForText(PlainTextField &field) {
 class TerminalAlertPresenter final : public AlertPresenter {
   public:
     AlertAnswer runModal(const Alert &alert) noexcept override {
-        show("\n" + printableText(alert.messageText) + "\n" + printableText(alert.informativeText) +
-             "\n");
+        writeToTerminal("\n" + printableText(alert.messageText) + "\n" +
+                        printableText(alert.informativeText) + "\n");
         if (PlainTextField *const field = alert.plainTextField())
             return askForText(*field);
         // Without a choice there is nothing to ask.
         return alert.buttons.empty() ? AlertAnswer::FirstButton : askForButton(alert);
     }
 
-    void beep() noexcept override { show("\a"); }
+    void beep() noexcept override { writeToTerminal("\a"); }
 };
 
 } // namespace
@@ -117,7 +89,7 @@ std::shared_ptr<AlertPresenter> terminalAlertPresenter() noexcept {
 }
 
 std::optional<std::string> readSecretFromTerminal(const std::string &prompt) noexcept {
-    return readLine(printableText(prompt), RPP_ECHO_OFF);
+    return readLineFromTerminal(printableText(prompt), Echo::Off);
 }
 
 } // namespace SSHPlatform

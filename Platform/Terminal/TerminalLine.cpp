@@ -1,0 +1,156 @@
+#include "Platform/Terminal/TerminalLine.h"
+
+#include <SSHSession/Secret.h>
+
+#include "Platform/Terminal/SignalWatch.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <mutex>
+
+namespace SSHPlatform {
+
+namespace {
+
+class Terminal {
+  public:
+    Terminal() : mDescriptor(::open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC)) {}
+    Terminal(const Terminal &) = delete;
+    Terminal &operator=(const Terminal &) = delete;
+    ~Terminal() {
+        if (isOpen())
+            ::close(mDescriptor);
+    }
+
+    bool isOpen() const { return mDescriptor >= 0; }
+    int descriptor() const { return mDescriptor; }
+
+    void write(std::string_view text) const {
+        while (!text.empty()) {
+            const ssize_t written = ::write(mDescriptor, text.data(), text.size());
+            if (written <= 0)
+                return;
+            text.remove_prefix(static_cast<std::size_t>(written));
+        }
+    }
+
+  private:
+    const int mDescriptor;
+};
+
+// Whole lines, with or without echo, for as long as it lives; forgets what nobody has read, first
+// and last.
+class LineMode {
+  public:
+    LineMode(const Terminal &terminal, Echo echo, const SignalWatch &signals)
+        : mTerminal(terminal), mSignals(signals) {
+        if (::tcgetattr(mTerminal.descriptor(), &mBefore) != 0)
+            return;
+        termios mode = mBefore;
+        mode.c_iflag |= ICRNL;
+        mode.c_lflag |= ICANON;
+        if (echo == Echo::Off)
+            mode.c_lflag &= ~static_cast<tcflag_t>(ECHO | ECHONL);
+        mIsSet = set(mode);
+    }
+    LineMode(const LineMode &) = delete;
+    LineMode &operator=(const LineMode &) = delete;
+    ~LineMode() {
+        if (mIsSet)
+            set(mBefore);
+    }
+
+    bool isSet() const { return mIsSet; }
+
+  private:
+    // In the background every attempt is answered by a signal.
+    bool set(const termios &mode) const {
+        int result = 0;
+        do {
+            result = ::tcsetattr(mTerminal.descriptor(), TCSAFLUSH, &mode);
+        } while (result != 0 && errno == EINTR && !mSignals.hasSeenStop());
+        return result == 0;
+    }
+
+    const Terminal &mTerminal;
+    const SignalWatch &mSignals;
+    termios mBefore{};
+    bool mIsSet = false;
+};
+
+// Waits for what the user types; answers false when a signal comes first.
+bool waitForInput(const Terminal &terminal, const SignalWatch &signals) {
+    std::array<pollfd, 2> sources{
+        {{terminal.descriptor(), POLLIN, 0}, {signals.descriptor(), POLLIN, 0}}};
+    while (::poll(sources.data(), sources.size(), -1) < 0 && errno == EINTR &&
+           !signals.hasSeenAny())
+        ;
+    return !signals.hasSeenAny();
+}
+
+// Into room for it all, so that no secret is left behind by growing; and into the caller's own
+// string, since moving a short one copies it.
+void readLine(const Terminal &terminal, const SignalWatch &signals,
+              std::optional<std::string> &line) {
+    std::array<char, longestTerminalLine + 2> buffer{};
+    std::size_t size = 0;
+    while (size < buffer.size() && waitForInput(terminal, signals)) {
+        const ssize_t count =
+            ::read(terminal.descriptor(), buffer.data() + size, buffer.size() - size);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            break;
+        size += static_cast<std::size_t>(count);
+        const std::string_view typed(buffer.data(), size);
+        if (!typed.ends_with('\n'))
+            continue;
+        if (size - 1 <= longestTerminalLine)
+            line.emplace(typed.substr(0, size - 1));
+        break;
+    }
+    wipe(buffer.data(), buffer.size());
+}
+
+void ask(const Terminal &terminal, std::string_view prompt, Echo echo, const SignalWatch &signals,
+         std::optional<std::string> &line) {
+    const LineMode mode(terminal, echo, signals);
+    if (!mode.isSet())
+        return;
+    terminal.write(prompt);
+    readLine(terminal, signals, line);
+    if (!line || echo == Echo::Off) // the user's own line end has not been shown
+        terminal.write("\n");
+}
+
+} // namespace
+
+void writeToTerminal(std::string_view text) {
+    const Terminal terminal;
+    if (terminal.isOpen())
+        terminal.write(text);
+}
+
+std::optional<std::string> readLineFromTerminal(std::string_view prompt, Echo echo) {
+    static std::mutex oneAtATime;
+    const std::lock_guard lock(oneAtATime);
+    const Terminal terminal;
+    if (!terminal.isOpen())
+        return std::nullopt;
+    std::optional<std::string> line;
+    bool wasStopped = false;
+    do {
+        const SignalWatch signals;
+        ask(terminal, prompt, echo, signals, line);
+        wasStopped = signals.hasSeenStop();
+    } while (!line && wasStopped);
+    return line;
+}
+
+} // namespace SSHPlatform
