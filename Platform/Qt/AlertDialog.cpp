@@ -13,10 +13,13 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QStyle>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <QWindow>
 
 #include <algorithm>
+#include <chrono>
+#include <utility>
 
 namespace SSHPlatform {
 
@@ -33,14 +36,15 @@ QFont emphasized(QFont font) {
 
 constexpr const char *returnKey = "\r";
 
-// The key as key equivalents write it; the keypad's Enter counts as Return. A key that is held down
-// since before the alert came up does not count.
-QString keyEquivalentOf(const QKeyEvent &event) {
-    const bool isModified = (event.modifiers() & ~Qt::KeypadModifier) != 0;
-    if (event.isAutoRepeat() || isModified)
-        return {};
-    const bool isReturn = event.key() == Qt::Key_Return || event.key() == Qt::Key_Enter;
-    return isReturn ? QString(QLatin1String(returnKey)) : event.text();
+constexpr std::chrono::milliseconds settlingTime(500);
+
+bool isReturn(const QKeyEvent &key) {
+    return key.key() == Qt::Key_Return || key.key() == Qt::Key_Enter;
+}
+
+// The key as key equivalents write it; the keypad's Enter counts as Return.
+QString keyEquivalentOf(const QKeyEvent &key) {
+    return isReturn(key) ? QString(QLatin1String(returnKey)) : key.text();
 }
 
 QWidget *windowOfTheUser() {
@@ -72,7 +76,12 @@ bool firstButtonIsRightmost(const QWidget &dialog) {
 
 } // namespace
 
-AlertDialog::AlertDialog(const Alert &alert, const std::string &defaultTitle) {
+AlertDialog::AlertDialog(const Alert &alert, const std::string &defaultTitle)
+    : mSettling(new QTimer(this)) {
+    mSettling->setObjectName(QStringLiteral("settling"));
+    mSettling->setSingleShot(true);
+    mSettling->setInterval(settlingTime);
+    QCoreApplication::instance()->installEventFilter(this);
     setWindowTitle(QGuiApplication::applicationDisplayName());
     setAttribute(Qt::WA_QuitOnClose, false); // an alert is never the application's last window
     setFocusPolicy(Qt::StrongFocus);
@@ -105,9 +114,56 @@ AlertAnswer AlertDialog::ask() {
     return mAnswer;
 }
 
+// From when the user can see it. A timer measures, because it runs out no sooner than the event
+// loop has come round to it, behind the keys that waited there.
+bool AlertDialog::event(QEvent *event) {
+    const bool isFirstPaint = event->type() == QEvent::Paint && !std::exchange(mIsPainted, true);
+    if (isFirstPaint || event->type() == QEvent::Show || event->type() == QEvent::WindowActivate)
+        mSettling->start();
+    return QDialog::event(event);
+}
+
+// Of the whole application: a key may be released in another window than it was pressed in.
+bool AlertDialog::eventFilter(QObject *watched, QEvent *event) {
+    const auto *const key = dynamic_cast<const QKeyEvent *>(event);
+    if (key && event->type() == QEvent::KeyRelease) {
+        mReleasedKey = key->key();
+        mReleasedAt = key->timestamp();
+    }
+    if (key && event->type() == QEvent::KeyPress && pressFocusedButton(watched, *key))
+        return true;
+    return QDialog::eventFilter(watched, event);
+}
+
+// Without a key equivalent a button may have the focus. Answers whether the key is done with.
+bool AlertDialog::pressFocusedButton(QObject *watched, const QKeyEvent &key) {
+    const auto button = std::find(mButtons.begin(), mButtons.end(), watched);
+    if (button == mButtons.end() || (!isReturn(key) && key.key() != Qt::Key_Space))
+        return false;
+    const bool isDone = isReturn(key) || !isMeant(key);
+    if (isReturn(key) && isMeant(key))
+        (*button)->click();
+    return isDone;
+}
+
+// Repeats of a held key do not always say so: some of X11's look like a release and a press, at the
+// same time.
+bool AlertDialog::isMeant(const QKeyEvent &key) const {
+    const bool isRepeat =
+        key.isAutoRepeat() ||
+        (key.timestamp() != 0 && key.timestamp() == mReleasedAt && key.key() == mReleasedKey);
+    const bool isModified = (key.modifiers() & ~Qt::KeypadModifier) != 0;
+    return !isRepeat && !isModified && (!mSettling->isActive() || hasTypedText());
+}
+
+bool AlertDialog::hasTypedText() const {
+    const auto *const field = qobject_cast<const QLineEdit *>(focusWidget());
+    return field && field->isModified() && !field->text().isEmpty();
+}
+
 void AlertDialog::keyPressEvent(QKeyEvent *event) {
     const auto button = mKeys.find(keyEquivalentOf(*event));
-    if (button != mKeys.end())
+    if (button != mKeys.end() && isMeant(*event))
         button->second->click();
     else if (event->matches(QKeySequence::Cancel) && mEscapeCloses)
         reject();
@@ -164,6 +220,7 @@ QWidget *AlertDialog::makeButtons(const Alert &alert, const std::string &default
 
 QPushButton *AlertDialog::makeButton(const AlertButton &button, std::size_t index) {
     auto *const widget = new QPushButton(literalTitle(button.title), this);
+    mButtons.push_back(widget);
     widget->setAutoDefault(false);
     widget->setFocusPolicy(button.keyEquivalent ? Qt::NoFocus : Qt::StrongFocus);
     connect(widget, &QPushButton::clicked, this, [this, index] {

@@ -3,6 +3,10 @@
 // Qt gives buttons keys of its own: Escape to the rejecting one, Return and Space to the focused
 // one, Alt and a letter to a title with an ampersand. A button with a key equivalent gets none of
 // these: it answers its key and the mouse, nothing else.
+//
+// A key was meant for something else when the user cannot have read the question yet, or has held
+// it down since before: no button answers it. Return behind a text that has just been typed is
+// meant.
 #pragma once
 
 #include <SSHSession/Alert.h>
@@ -13,9 +17,11 @@
 #include <cstddef>
 #include <map>
 #include <string>
+#include <vector>
 
 class QBoxLayout;
 class QPushButton;
+class QTimer;
 
 namespace SSHPlatform {
 
@@ -31,6 +37,8 @@ class AlertDialog final : public QDialog {
     AlertAnswer ask();
 
   protected:
+    bool event(QEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
 
   private:
@@ -41,10 +49,18 @@ class AlertDialog final : public QDialog {
     void assignKey(QPushButton *widget, const AlertButton &button, std::size_t index);
     void borrowAccessory(const Alert &alert, QBoxLayout *layout);
     void placeOver(const QWidget *window);
+    bool isMeant(const QKeyEvent &key) const;
+    bool hasTypedText() const;
+    bool pressFocusedButton(QObject *watched, const QKeyEvent &key);
 
     AlertAnswer mAnswer = AlertAnswer::Refused;
     std::map<QString, QPushButton *> mKeys;
+    std::vector<QPushButton *> mButtons;
     bool mEscapeCloses = true;
+    bool mIsPainted = false;
+    QTimer *const mSettling; // while it runs, no key presses a button
+    int mReleasedKey = 0;
+    quint64 mReleasedAt = 0;
     QPointer<QWidget> mAccessory;
     QPointer<QWidget> mAccessoryOwner;
 };

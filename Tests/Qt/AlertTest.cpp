@@ -8,6 +8,8 @@
 #include <QClipboard>
 #include <QLineEdit>
 #include <QPlainTextEdit>
+#include <QTest>
+#include <QTimer>
 #include <QTranslator>
 
 #include <tuple>
@@ -41,6 +43,9 @@ TEST_F(AlertTest, OnlyTheKeyEquivalentAndTheMousePressAButton) {
              {"Tab, Return", 1000, 1001}, // the focus is in a text now
              {"Tab, Tab, Enter", 1000, 1001},
              {"Held Return", stays, stays},
+             {"Repeated Return", stays, stays}, // as X11 has it
+             {"Early Return, Early Enter", stays, stays},
+             {"Early Click:Cancel", 1001, 1001},
              {"Shift+Return", stays, stays},
              {"Escape", stays, stays},
              {"Space, Tab, Space, Tab, Space, Tab, Space", stays, stays},
@@ -69,10 +74,17 @@ TEST_F(AlertTest, AnswersOfThePasswordPanel) {
     for (const auto &[actions, answer] :
          std::vector<std::pair<QString, std::string>>{{"P, W, Return", "pw"},
                                                       {"P, W, Click:Gut", "pw"},
+                                                      {"P, Early Return", "p"},
                                                       {"P, Tab, Enter", "p"}, // from the check box
+                                                      {"P, Tab, Early Return", "none"},
+                                                      {"P, Tab, Tab, Early Space", "none"},
+                                                      {"P, Tab, Tab, Early Return, Space", "p"},
+                                                      {"P, Tab, Tab, Return", "p"},
+                                                      {"P, Tab, Tab, Tab, Return", "none"},
                                                       {"P, W, Click:Cancel", "none"},
                                                       {"P, W, Escape", "none"},
                                                       {"P, W, Close", "none"},
+                                                      {"Early Return, P, Return", "p"},
                                                       {"Return", "none"},
                                                       {"Click:Gut", "none"}}) {
         SCOPED_TRACE(actions.toStdString());
@@ -88,11 +100,30 @@ TEST_F(AlertTest, AnswersOfThePasswordPanel) {
             box->click();
             EXPECT_NE(textOf(dialog).find("SSH key \"a\"b%n<i>\"."), std::string::npos);
             act(dialog, actions);
+            dialog.close();
         });
         EXPECT_EQ(panel.passwordForSSHKey("a\"b%n<i>").value_or("none"), answer);
         ASSERT_TRUE(field) << "the nib still owns its views";
         EXPECT_EQ(field->text(), "");
     }
+}
+
+TEST_F(AlertTest, KeysCountHalfASecondAfterTheQuestionIsUp) {
+    withNextAlert([](QDialog &dialog) {
+        auto *const settling = dialog.findChild<QTimer *>("settling");
+        EXPECT_EQ(settling->intervalAsDuration(), std::chrono::milliseconds(500));
+        for (const auto type : {QEvent::Show, QEvent::WindowActivate}) {
+            settling->stop();
+            QShowEvent up;
+            QEvent active(type);
+            QApplication::sendEvent(&dialog, type == QEvent::Show ? &up : &active);
+            EXPECT_TRUE(settling->isActive());
+        }
+        serveUntil([&] { return !settling->isActive(); });
+        EXPECT_TRUE(dialog.isVisible());
+        QTest::keyClick(dialog.windowHandle(), Qt::Key_Return);
+    });
+    EXPECT_EQ(SSHPlatform::alertPresenter()->runModal({}), SSHPlatform::AlertAnswer::FirstButton);
 }
 
 TEST_F(AlertTest, TextsAreLiteralWrappedAndCopiedExactly) {

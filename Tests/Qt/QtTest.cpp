@@ -32,16 +32,30 @@ void click(QWidget &window, const QString &title) {
 }
 
 void act(QDialog &dialog, const QString &actions) {
+    auto *const settling = dialog.findChild<QTimer *>("settling");
     for (const QString &action : actions.split(", ")) {
-        if (action == "Close") {
+        const bool isEarly = action.startsWith("Early ");
+        if (isEarly)
+            settling->start(std::chrono::hours(1)); // on no machine too late
+        else
+            settling->stop();
+        if (isEarly && action.contains("Click:")) {
+            click(dialog, action.mid(12));
+        } else if (action == "Close") {
             dialog.close();
         } else if (action.startsWith("Click:")) {
             click(dialog, action.mid(6));
         } else if (action == "Held Return") {
             QKeyEvent held(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier, "\r", true);
             QApplication::sendEvent(dialog.focusWidget(), &held);
+        } else if (action == "Repeated Return") {
+            for (const auto type : {QEvent::KeyRelease, QEvent::KeyPress}) {
+                QKeyEvent event(type, Qt::Key_Return, Qt::NoModifier, "\r");
+                event.setTimestamp(4711);
+                QApplication::sendEvent(dialog.focusWidget(), &event);
+            }
         } else {
-            const QKeyCombination keys = QKeySequence(action)[0];
+            const QKeyCombination keys = QKeySequence(action.mid(isEarly ? 6 : 0))[0];
             QTest::keyClick(dialog.windowHandle(), keys.key(), keys.keyboardModifiers());
         }
     }

@@ -27,7 +27,7 @@ void serveUntil(const std::function<bool()> &condition);
 void click(QWidget &window, const QString &title);
 
 // As in "Tab, Return, Click:OK, Close": each key goes to whatever has the focus then, "Close"
-// closes the window.
+// closes the window. The user has had time to read the question, but for what is "Early Return".
 void act(QDialog &dialog, const QString &actions);
 
 // All that can be read in the widget, a text a line.
