@@ -82,6 +82,8 @@ AlertDialog::AlertDialog(const Alert &alert, const std::string &defaultTitle)
     mSettling->setSingleShot(true);
     mSettling->setInterval(settlingTime);
     QCoreApplication::instance()->installEventFilter(this);
+    setAccessibleName(QString::fromStdString(alert.messageText));
+    setAccessibleDescription(QString::fromStdString(alert.informativeText));
     setWindowTitle(QGuiApplication::applicationDisplayName());
     setAttribute(Qt::WA_QuitOnClose, false); // an alert is never the application's last window
     setFocusPolicy(Qt::StrongFocus);
@@ -186,9 +188,14 @@ QWidget *AlertDialog::makeContents(const Alert &alert) {
     const int tallest = screen()->availableSize().height() / 3;
     const QString message = QString::fromStdString(alert.messageText);
     const QString details = QString::fromStdString(alert.informativeText);
-    layout->addWidget(new AlertText(message, emphasized(font()), textWidth, tallest));
+    const auto addText = [&](const QString &name, const QString &text, const QFont &look) {
+        auto *const widget = new AlertText(text, look, textWidth, tallest);
+        widget->setAccessibleName(name);
+        layout->addWidget(widget);
+    };
+    addText(QStringLiteral("Message"), message, emphasized(font()));
     if (!details.isEmpty())
-        layout->addWidget(new AlertText(details, font(), textWidth, tallest));
+        addText(QStringLiteral("Details"), details, font());
     borrowAccessory(alert, layout);
     layout->addStretch();
     return contents;

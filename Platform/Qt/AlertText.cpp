@@ -20,7 +20,8 @@ int heightOf(const QString &text, const QFont &font, int width) {
     document.setDefaultTextOption(option);
     document.setPlainText(text);
     document.setTextWidth(width);
-    return static_cast<int>(std::ceil(document.size().height()));
+    // The editor leaves a pixel more unused, and would else scroll its first line away.
+    return static_cast<int>(std::ceil(document.size().height())) + 1;
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include "Platform/Qt/QtNib.h"
 
 #include <QApplication>
+#include <QEventLoop>
 
 #include <utility>
 
@@ -16,11 +17,26 @@ QtAlertPresenter::QtAlertPresenter(std::shared_ptr<QuestionQueue> questions)
     : mQuestions(std::move(questions)) {}
 
 AlertAnswer QtAlertPresenter::runModal(const Alert &alert) noexcept {
-    if (mQuestions->hasEnded()) {
+    if (!waitForTurn()) {
         log("The application is quitting; refused: " + alert.messageText);
         return AlertAnswer::Refused;
     }
-    return AlertDialog(alert, localizedString("OK")).ask();
+    AlertDialog dialog(alert, localizedString("OK"));
+    const QPointer<QDialog> before = std::exchange(mOpen, &dialog);
+    const AlertAnswer answer = dialog.ask();
+    mOpen = before;
+    return answer;
+}
+
+bool QtAlertPresenter::waitForTurn() const {
+    while (mOpen && mOpen->isVisible()) {
+        QEventLoop loop;
+        QObject::connect(mOpen, &QDialog::finished, &loop, &QEventLoop::quit);
+        loop.exec();
+        if (mOpen && mOpen->isVisible())
+            return false;
+    }
+    return !mQuestions->hasEnded();
 }
 
 std::unique_ptr<Nib> QtAlertPresenter::loadNib(const std::string &name) noexcept {

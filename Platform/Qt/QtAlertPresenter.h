@@ -1,11 +1,18 @@
 // Alerts, user interface files and images by Qt Widgets. Main thread only.
+//
+// An open alert serves the event loop, from which the host may ask the next one, in a timer's slot
+// for instance: that one waits until the first is answered, instead of covering it.
 #pragma once
 
 #include <SSHSession/Alert.h>
 
 #include "Platform/Qt/QuestionQueue.h"
 
+#include <QPointer>
+
 #include <memory>
+
+class QDialog;
 
 namespace SSHPlatform {
 
@@ -22,7 +29,11 @@ class QtAlertPresenter final : public AlertPresenter {
     void beep() noexcept override;
 
   private:
+    // Answers false when the application quits first.
+    bool waitForTurn() const;
+
     const std::shared_ptr<QuestionQueue> mQuestions;
+    QPointer<QDialog> mOpen;
 };
 
 } // namespace SSHPlatform

@@ -71,14 +71,14 @@ bool QtMainLoop::isMainThread() const noexcept {
 }
 
 bool QtMainLoop::runAndWait(const std::function<void()> &work) noexcept {
-    if (isMainThread()) {
-        work();
-        return true;
-    }
-    return mQuestions->ask(work, [this] {
+    const auto wake = [this] {
         QMetaObject::invokeMethod(
             mReceiver, [queue = mQuestions] { queue->serve(); }, Qt::QueuedConnection);
-    });
+    };
+    if (!isMainThread())
+        return mQuestions->ask(work, wake);
+    mQuestions->askHere(work, wake);
+    return true;
 }
 
 std::shared_ptr<RepeatingTimer>

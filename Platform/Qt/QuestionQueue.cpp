@@ -15,6 +15,19 @@ bool QuestionQueue::ask(const std::function<void()> &work, const std::function<v
     return question.state == State::Done;
 }
 
+void QuestionQueue::askHere(const std::function<void()> &work, const std::function<void()> &wake) {
+    std::unique_lock lock(mMutex);
+    const bool wasServing = std::exchange(mIsServing, true);
+    lock.unlock();
+    work();
+    lock.lock();
+    mIsServing = wasServing;
+    const bool isSomebodyLeft = !wasServing && !mWaiting.empty();
+    lock.unlock();
+    if (isSomebodyLeft)
+        wake();
+}
+
 void QuestionQueue::serve() {
     std::unique_lock lock(mMutex);
     if (std::exchange(mIsServing, true))

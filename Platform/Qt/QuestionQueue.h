@@ -1,5 +1,6 @@
 // Work that other threads hand to the main thread and wait for, one piece at a time in the order in
-// which it came: while one prompt is open, the next waits for its turn instead of covering it.
+// which it came: while one prompt is open, whoever asked for it, the next waits for its turn
+// instead of covering it.
 #pragma once
 
 #include <condition_variable>
@@ -14,6 +15,10 @@ class QuestionQueue {
     // Any thread but the main one. Calls `wake`, which must make the main thread call `serve` soon,
     // and waits until `work` is done. Answers false, with `work` not run, once the queue has ended.
     bool ask(const std::function<void()> &work, const std::function<void()> &wake);
+
+    // Main thread: does a piece of its own at once, which nobody else's interrupts. Calls `wake`
+    // when somebody waits afterwards.
+    void askHere(const std::function<void()> &work, const std::function<void()> &wake);
 
     // Main thread: does what is waiting. Does nothing inside a piece of work.
     void serve();

@@ -3,11 +3,13 @@
 
 #include <SSHSession/SSHSessionPasswordPanel.h>
 
+#include <QAccessible>
 #include <QApplication>
 #include <QCheckBox>
 #include <QClipboard>
 #include <QLineEdit>
 #include <QPlainTextEdit>
+#include <QScrollBar>
 #include <QTest>
 #include <QTimer>
 #include <QTranslator>
@@ -130,6 +132,12 @@ TEST_F(AlertTest, TextsAreLiteralWrappedAndCopiedExactly) {
     const std::string prompt = "<b>%s%n</b>\n&amp; &x\nCode: " + std::string(700, 'A') + "/+==";
     withNextAlert([&](QDialog &dialog) {
         EXPECT_EQ(textOf(dialog), "\nAuthenticate SSH using keybpard-interactive.\n" + prompt);
+        const auto *const reader = QAccessible::queryAccessibleInterface(&dialog);
+        EXPECT_EQ(reader->text(QAccessible::Name), "Authenticate SSH using keybpard-interactive.");
+        EXPECT_EQ(reader->text(QAccessible::Description).toStdString(), prompt);
+        EXPECT_EQ(namelessIn(dialog), "");
+        for (const auto *const each : dialog.findChildren<QPlainTextEdit *>())
+            EXPECT_EQ(each->verticalScrollBar()->maximum(), 0) << "the first line can go away";
         auto *const text = dialog.findChildren<QPlainTextEdit *>().last();
         text->selectAll();
         text->copy();

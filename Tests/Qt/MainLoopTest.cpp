@@ -3,6 +3,7 @@
 
 #include <QApplication>
 #include <QTest>
+#include <QTimer>
 
 #include <future>
 #include <thread>
@@ -70,6 +71,44 @@ TEST_F(MainLoopTest, QuestionsComeOneAfterAnotherUntilQuittingRefusesThem) {
     EXPECT_EQ(show("here"), AlertAnswer::Refused);
     SSHPlatform::setLogSink(nullptr);
     EXPECT_EQ(log, "The application is quitting; refused: here");
+}
+
+TEST_F(MainLoopTest, QuestionsOfTheMainThreadTakeTurnsAsWell) {
+    Answer beside;
+    withNextAlert([&](QDialog &dialog) {
+        beside = ask("beside");
+        QTest::qWait(50);
+        EXPECT_EQ(QApplication::activeModalWidget(), &dialog);
+        EXPECT_EQ(textOf(dialog), "\nhere");
+        act(dialog, "Return");
+    });
+    SSHPlatform::askOnMainThread([] { EXPECT_EQ(show("here"), AlertAnswer::FirstButton); });
+    EXPECT_FALSE(isReady(beside));
+
+    AlertAnswer later = AlertAnswer::Refused;
+    withNextAlert([&](QDialog &dialog) {
+        QTimer::singleShot(0, [&] { later = show("from a timer"); });
+        QTimer::singleShot(50, [&] {
+            EXPECT_EQ(QApplication::activeModalWidget(), &dialog);
+            EXPECT_EQ(textOf(dialog), "\nbeside");
+            withNextAlert([](QDialog &next) {
+                EXPECT_EQ(textOf(next), "\nfrom a timer");
+                act(next, "Return");
+            });
+            act(dialog, "Return");
+        });
+    });
+    serveUntil([&] { return isReady(beside); });
+    EXPECT_EQ(beside.get(), AlertAnswer::FirstButton);
+    EXPECT_EQ(later, AlertAnswer::FirstButton);
+
+    withNextAlert([&](QDialog & /*dialog*/) {
+        QTimer::singleShot(0, [&] { later = show("while quitting"); });
+        QTimer::singleShot(50, [] { QApplication::quit(); });
+    });
+    QTimer::singleShot(0, [] { EXPECT_EQ(show("open"), AlertAnswer::Refused); });
+    QApplication::exec();
+    EXPECT_EQ(later, AlertAnswer::Refused);
 }
 
 TEST_F(MainLoopTest, ATimerOfAnyThreadIsCancelledFromAnyThread) {

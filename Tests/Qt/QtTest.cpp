@@ -1,5 +1,6 @@
 #include "Tests/Qt/QtTest.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QLabel>
 #include <QPlainTextEdit>
@@ -68,6 +69,16 @@ std::string textOf(const QWidget &widget) {
     for (const auto *const text : widget.findChildren<QPlainTextEdit *>())
         texts += text->toPlainText();
     return texts.join('\n').toStdString();
+}
+
+std::string namelessIn(const QWidget &widget) {
+    std::string nameless;
+    for (auto *const field : widget.findChildren<QWidget *>())
+        if ((field->focusPolicy() & Qt::TabFocus) != 0 && !field->focusProxy() &&
+            QAccessible::queryAccessibleInterface(field)->text(QAccessible::Name).isEmpty())
+            nameless +=
+                field->metaObject()->className() + (' ' + field->objectName().toStdString()) + '\n';
+    return nameless;
 }
 
 int main(int argc, char **argv) {

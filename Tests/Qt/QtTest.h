@@ -32,3 +32,6 @@ void act(QDialog &dialog, const QString &actions);
 
 // All that can be read in the widget, a text a line.
 std::string textOf(const QWidget &widget);
+
+// What Tab brings the focus to, but has no name for a screen reader to say.
+std::string namelessIn(const QWidget &widget);
