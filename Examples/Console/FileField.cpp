@@ -15,7 +15,9 @@ FileField::FileField(const QString &name, const QString &placeholder)
     row->setContentsMargins(0, 0, 0, 0);
     row->addWidget(mPath, 1);
     row->addWidget(chooseButton);
+    chooseButton->setAccessibleName(QStringLiteral("Choose ") + name);
     setFocusProxy(mPath);
+    setFocusPolicy(Qt::StrongFocus); // else a label's key does not go here
     connect(mPath, &QLineEdit::returnPressed, this, &FileField::returnPressed);
     connect(chooseButton, &QPushButton::clicked, this, &FileField::choose);
 }

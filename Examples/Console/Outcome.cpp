@@ -58,8 +58,8 @@ Problem problemOf(const SSHError &error) {
 
 Problem declinedHostKey() {
     return {.description = QStringLiteral("The server's host key was not accepted."),
-            .suggestion =
-                QStringLiteral("Connect again and accept the key if you trust the server."),
+            .suggestion = QStringLiteral("Ask whoever runs the server for its key, and compare the "
+                                         "two before you connect again."),
             .reason = {},
             .origin = {}};
 }

@@ -22,6 +22,7 @@ OutputPane::OutputPane(const QString &title)
     mText->setAccessibleName(title);
     mText->setMinimumHeight(3 * mText->fontMetrics().lineSpacing());
     mSave->setText(QStringLiteral("Save…"));
+    mSave->setAccessibleName(QStringLiteral("Save ") + title);
     mSave->setEnabled(false);
     connect(mSave, &QToolButton::clicked, this, &OutputPane::save);
 

@@ -14,7 +14,7 @@
 namespace {
 
 constexpr int iconSize = 32;
-constexpr int fewestLines = 2;
+constexpr int fewestLines = 4; // where the screen is low
 constexpr int mostLines = 12;
 constexpr int usualLineLength = 80;
 
@@ -80,10 +80,18 @@ void ProblemPane::present(const Problem &problem) {
     mSuggestion->setVisible(!problem.suggestion.isEmpty());
     mOrigin->setText(problem.origin);
     mReason->setPlainText(problem.reason);
-    mReason->setFixedHeight(
-        heightOfLines(*mReason, std::clamp(lineCount(problem.reason), fewestLines, mostLines)));
+    const int lines = lineCount(problem.reason);
+    mReason->setMinimumHeight(heightOfLines(*mReason, std::min(lines, fewestLines)));
+    mReason->setMaximumHeight(heightOfLines(*mReason, std::min(lines, mostLines)));
     mReason->setVisible(!problem.reason.isEmpty());
+    resize(parentWidget()->contentsRect().width(), height()); // as it will be
     show();
+}
+
+// Wrapped as the texts are, not in the narrowest way, for which the window would have to grow.
+QSize ProblemPane::minimumSizeHint() const {
+    const int narrowest = QFrame::minimumSizeHint().width();
+    return {narrowest, layout()->minimumHeightForWidth(std::max(width(), narrowest))};
 }
 
 void ProblemPane::copy() const {

@@ -15,6 +15,7 @@ class ProblemPane final : public QFrame {
     ProblemPane();
 
     void present(const Problem &problem);
+    QSize minimumSizeHint() const override;
 
   private:
     void copy() const;

@@ -6,6 +6,7 @@
 #include "Tests/Support/Sshd.h"
 
 #include <QApplication>
+#include <QTest>
 
 #include <iostream>
 
@@ -53,7 +54,19 @@ class ConsoleTest : public QtTest {
 TEST_F(ConsoleTest, RefusesFailsConnectsRunsAndDisconnects) {
     connectAnswering("Click:Cancel");
     EXPECT_TRUE(shows("Not connected"));
-    EXPECT_TRUE(shows("The server's host key was not accepted."));
+    EXPECT_TRUE(
+        shows("The server's host key was not accepted.\nAsk whoever runs the server for its "
+              "key, and compare the two before you connect again."));
+    EXPECT_EQ(namelessIn(window), "");
+    EXPECT_LE(window.height(), 768 - 40) << "on a low screen, with a frame";
+    window.activateWindow(); // as a window manager does
+    serveUntil([&] { return window.isActiveWindow(); });
+    for (const auto &[letter, field] :
+         {std::pair(Qt::Key_K, "Key file"), std::pair(Qt::Key_I, "Standard input")}) {
+        QTest::keyClick(window.windowHandle(), letter, Qt::AltModifier);
+        ASSERT_TRUE(QApplication::focusWidget());
+        EXPECT_EQ(QApplication::focusWidget()->accessibleName(), field);
+    }
     EXPECT_EQ(contentOf(home.knownHosts()), "");
 
     fill("root", "/missing <b>key</b>");
@@ -61,6 +74,7 @@ TEST_F(ConsoleTest, RefusesFailsConnectsRunsAndDisconnects) {
     EXPECT_TRUE(shows("Dravella could not make an SSH connection to root@127.0.0.1."));
     EXPECT_TRUE(shows("The user-specified key file [[/missing <b>key</b>]] does not exist.\n"
                       "The standard key file [["));
+    EXPECT_LE(window.height(), 768 - 40) << "on a low screen, with a frame";
     EXPECT_EQ(contentOf(home.knownHosts()), "127.0.0.1 " + server.hostKey() + "\n");
 
     fill(currentUser(), key);
