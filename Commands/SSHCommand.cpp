@@ -1,23 +1,8 @@
 #include <SSHSession/SSHCommand.h>
 
-#include <utility>
+using SSHPlatform::MutexLock;
 
-namespace {
-
-template <typename Value>
-Value read(std::mutex &mutex, const Value &property) {
-    const std::lock_guard lock(mutex);
-    return property;
-}
-
-// What the property held before is released by the caller's parameter, after the lock.
-template <typename Value>
-void write(std::mutex &mutex, Value &property, Value &value) {
-    const std::lock_guard lock(mutex);
-    std::swap(property, value);
-}
-
-} // namespace
+// In the setters, what a property held before is released by the parameter, after the lock.
 
 SSHCommand::SSHCommand() noexcept = default;
 
@@ -31,11 +16,13 @@ SSHCommand::~SSHCommand() {
 }
 
 SSHStringRef SSHCommand::command() const noexcept {
-    return read(mMutex, mCommand);
+    const MutexLock lock(mMutex);
+    return mCommand;
 }
 
 void SSHCommand::setCommand(SSHStringRef value) noexcept {
-    write(mMutex, mCommand, value);
+    const MutexLock lock(mMutex);
+    mCommand.swap(value);
 }
 
 void SSHCommand::setCommand(std::string_view value) noexcept {
@@ -43,11 +30,13 @@ void SSHCommand::setCommand(std::string_view value) noexcept {
 }
 
 SSHStringRef SSHCommand::adminPassword() const noexcept {
-    return read(mMutex, mAdminPassword);
+    const MutexLock lock(mMutex);
+    return mAdminPassword;
 }
 
 void SSHCommand::setAdminPassword(SSHStringRef value) noexcept {
-    write(mMutex, mAdminPassword, value);
+    const MutexLock lock(mMutex);
+    mAdminPassword.swap(value);
 }
 
 void SSHCommand::setAdminPassword(std::string_view value) noexcept {
@@ -55,11 +44,13 @@ void SSHCommand::setAdminPassword(std::string_view value) noexcept {
 }
 
 SSHDataRef SSHCommand::stdinData() const noexcept {
-    return read(mMutex, mStdinData);
+    const MutexLock lock(mMutex);
+    return mStdinData;
 }
 
 void SSHCommand::setStdinData(SSHDataRef value) noexcept {
-    write(mMutex, mStdinData, value);
+    const MutexLock lock(mMutex);
+    mStdinData.swap(value);
 }
 
 void SSHCommand::setStdinData(std::string_view value) noexcept {
@@ -67,41 +58,51 @@ void SSHCommand::setStdinData(std::string_view value) noexcept {
 }
 
 SSHDataRef SSHCommand::stdoutData() const noexcept {
-    return read(mMutex, mStdoutData);
+    const MutexLock lock(mMutex);
+    return mStdoutData;
 }
 
 void SSHCommand::setStdoutData(SSHDataRef value) noexcept {
-    write(mMutex, mStdoutData, value);
+    const MutexLock lock(mMutex);
+    mStdoutData.swap(value);
 }
 
 SSHDataRef SSHCommand::stderrData() const noexcept {
-    return read(mMutex, mStderrData);
+    const MutexLock lock(mMutex);
+    return mStderrData;
 }
 
 void SSHCommand::setStderrData(SSHDataRef value) noexcept {
-    write(mMutex, mStderrData, value);
+    const MutexLock lock(mMutex);
+    mStderrData.swap(value);
 }
 
 SSHStringRef SSHCommand::exitSignal() const noexcept {
-    return read(mMutex, mExitSignal);
+    const MutexLock lock(mMutex);
+    return mExitSignal;
 }
 
 void SSHCommand::setExitSignal(SSHStringRef value) noexcept {
-    write(mMutex, mExitSignal, value);
+    const MutexLock lock(mMutex);
+    mExitSignal.swap(value);
 }
 
 std::int32_t SSHCommand::exitStatus() const noexcept {
-    return read(mMutex, mExitStatus);
+    const MutexLock lock(mMutex);
+    return mExitStatus;
 }
 
 void SSHCommand::setExitStatus(std::int32_t value) noexcept {
-    write(mMutex, mExitStatus, value);
+    const MutexLock lock(mMutex);
+    mExitStatus = value;
 }
 
 bool SSHCommand::isClosedInOrder() const noexcept {
-    return read(mMutex, mIsClosedInOrder);
+    const MutexLock lock(mMutex);
+    return mIsClosedInOrder;
 }
 
 void SSHCommand::setClosedInOrder(bool value) noexcept {
-    write(mMutex, mIsClosedInOrder, value);
+    const MutexLock lock(mMutex);
+    mIsClosedInOrder = value;
 }

@@ -11,12 +11,12 @@
 #pragma once
 
 #include <SSHSession/ByteBuffer.h>
+#include <SSHSession/Mutex.h>
 #include <SSHSession/SSHSessionExport.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 
@@ -82,13 +82,13 @@ class SSHSESSION_EXPORT SSHCommand {
     void setClosedInOrder(bool value) noexcept;
 
   private:
-    mutable std::mutex mMutex;
-    SSHStringRef mCommand;
-    SSHStringRef mAdminPassword;
-    SSHDataRef mStdinData;
-    SSHDataRef mStdoutData;
-    SSHDataRef mStderrData;
-    SSHStringRef mExitSignal;
-    std::int32_t mExitStatus = 0;
-    bool mIsClosedInOrder = false;
+    mutable SSHPlatform::Mutex mMutex;
+    SSHStringRef mCommand SSHSESSION_GUARDED_BY(mMutex);
+    SSHStringRef mAdminPassword SSHSESSION_GUARDED_BY(mMutex);
+    SSHDataRef mStdinData SSHSESSION_GUARDED_BY(mMutex);
+    SSHDataRef mStdoutData SSHSESSION_GUARDED_BY(mMutex);
+    SSHDataRef mStderrData SSHSESSION_GUARDED_BY(mMutex);
+    SSHStringRef mExitSignal SSHSESSION_GUARDED_BY(mMutex);
+    std::int32_t mExitStatus SSHSESSION_GUARDED_BY(mMutex) = 0;
+    bool mIsClosedInOrder SSHSESSION_GUARDED_BY(mMutex) = false;
 };

@@ -1,10 +1,10 @@
 #include <SSHSession/Platform.h>
 
+#include <SSHSession/Mutex.h>
 #include <SSHSession/RunLoop.h>
 
 #include <syslog.h>
 
-#include <mutex>
 #include <utility>
 
 namespace SSHPlatform {
@@ -20,14 +20,14 @@ class RefusingPresenter final : public AlertPresenter {
 };
 
 struct Installed {
-    std::mutex mutex;
-    std::shared_ptr<MainLoop> mainLoop;
-    std::shared_ptr<AlertPresenter> presenter;
+    Mutex mutex;
+    std::shared_ptr<MainLoop> mainLoop SSHSESSION_GUARDED_BY(mutex);
+    std::shared_ptr<AlertPresenter> presenter SSHSESSION_GUARDED_BY(mutex);
 };
 
 struct Log {
-    std::mutex mutex;
-    std::function<void(const std::string &)> sink;
+    Mutex mutex;
+    std::function<void(const std::string &)> sink SSHSESSION_GUARDED_BY(mutex);
 };
 
 // Never destroyed: a worker thread may still log, or ask for the main loop, while the process ends.
@@ -42,7 +42,7 @@ Log &logState() {
 }
 
 bool somebodyCanBeAsked() {
-    const std::lock_guard lock(installed().mutex);
+    const MutexLock lock(installed().mutex);
     return installed().presenter != nullptr;
 }
 
@@ -50,19 +50,19 @@ bool somebodyCanBeAsked() {
 
 void install(std::shared_ptr<MainLoop> mainLoop,
              std::shared_ptr<AlertPresenter> presenter) noexcept {
-    const std::lock_guard lock(installed().mutex);
+    const MutexLock lock(installed().mutex);
     // Swapped, so that what was installed before is released after the lock.
     installed().mainLoop.swap(mainLoop);
     installed().presenter.swap(presenter);
 }
 
 std::shared_ptr<MainLoop> mainLoop() noexcept {
-    const std::lock_guard lock(installed().mutex);
+    const MutexLock lock(installed().mutex);
     return installed().mainLoop ? installed().mainLoop : RunLoop::main();
 }
 
 std::shared_ptr<AlertPresenter> alertPresenter() noexcept {
-    const std::lock_guard lock(installed().mutex);
+    const MutexLock lock(installed().mutex);
     if (installed().presenter)
         return installed().presenter;
     return std::make_shared<RefusingPresenter>();
@@ -76,12 +76,12 @@ bool askOnMainThread(const std::function<void()> &question) noexcept {
 }
 
 void setLogSink(std::function<void(const std::string &)> sink) noexcept {
-    const std::lock_guard lock(logState().mutex);
+    const MutexLock lock(logState().mutex);
     logState().sink.swap(sink);
 }
 
 void log(const std::string &message) noexcept {
-    const std::lock_guard lock(logState().mutex);
+    const MutexLock lock(logState().mutex);
     if (logState().sink)
         logState().sink(message);
     else

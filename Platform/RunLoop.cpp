@@ -1,5 +1,7 @@
 #include <SSHSession/RunLoop.h>
 
+#include <SSHSession/Mutex.h>
+
 #include "Platform/ProcessMainThread.h"
 
 #include <asio/executor_work_guard.hpp>
@@ -7,7 +9,6 @@
 #include <asio/post.hpp>
 #include <asio/steady_timer.hpp>
 
-#include <condition_variable>
 #include <mutex>
 #include <utility>
 
@@ -100,17 +101,18 @@ bool RunLoop::runAndWait(const std::function<void()> &work) noexcept {
         work();
         return true;
     }
-    std::mutex mutex;
-    std::condition_variable finished;
+    Mutex mutex;
+    ConditionVariable finished;
     bool done = false;
     asio::post(mState->context, [&] {
         work();
-        const std::lock_guard lock(mutex);
+        const MutexLock workLock(mutex);
         done = true;
-        finished.notify_one();
+        finished.notifyOne();
     });
-    std::unique_lock lock(mutex);
-    finished.wait(lock, [&] { return done; });
+    MutexLock lock(mutex);
+    while (!done)
+        finished.wait(lock);
     return true;
 }
 

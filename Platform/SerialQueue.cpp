@@ -1,11 +1,13 @@
 #include "Platform/SerialQueue.h"
 
-#include <condition_variable>
+#include <SSHSession/Mutex.h>
+#include <SSHSession/Platform.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
-#include <mutex>
+#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -23,32 +25,33 @@ struct SerialQueue::State {
 
     explicit State(std::string text) : label(std::move(text)) {}
 
-    void enter(std::unique_lock<std::mutex> &lock, Ticket ticket) {
-        turn.wait(lock, [&] { return serving == ticket; });
+    void enter(MutexLock &lock, Ticket ticket) SSHSESSION_REQUIRES(mutex) {
+        while (serving != ticket)
+            turn.wait(lock);
         owner = std::this_thread::get_id();
     }
 
-    void leave() {
+    void leave() SSHSESSION_REQUIRES(mutex) {
         owner = {};
         ++serving;
-        turn.notify_all();
+        turn.notifyAll();
     }
 
     void runWorker();
 
     const std::string label;
-    std::mutex mutex;
-    std::condition_variable turn;
-    Ticket next = 0;
-    Ticket serving = 0;
-    std::thread::id owner;
-    std::deque<Queued> pending;
-    bool workerRuns = false;
+    Mutex mutex;
+    ConditionVariable turn;
+    Ticket next SSHSESSION_GUARDED_BY(mutex) = 0;
+    Ticket serving SSHSESSION_GUARDED_BY(mutex) = 0;
+    std::thread::id owner SSHSESSION_GUARDED_BY(mutex);
+    std::deque<Queued> pending SSHSESSION_GUARDED_BY(mutex);
+    bool workerRuns SSHSESSION_GUARDED_BY(mutex) = false;
 };
 
 void SerialQueue::State::runWorker() {
     std::vector<std::function<void()>> finished;
-    std::unique_lock lock(mutex);
+    MutexLock lock(mutex);
     while (!pending.empty()) {
         Queued queued = std::move(pending.front());
         pending.pop_front();
@@ -70,7 +73,7 @@ SerialQueue::~SerialQueue() = default;
 
 void SerialQueue::sync(const std::function<void()> &work) noexcept {
     const std::shared_ptr<State> state = mState;
-    std::unique_lock lock(state->mutex);
+    MutexLock lock(state->mutex);
     if (state->owner == std::this_thread::get_id()) {
         std::fprintf(stderr, "SSHSession: the queue %s was asked to wait for itself.\n",
                      state->label.c_str());
@@ -84,15 +87,20 @@ void SerialQueue::sync(const std::function<void()> &work) noexcept {
 }
 
 void SerialQueue::async(std::function<void()> work) noexcept {
-    const std::lock_guard lock(mState->mutex);
-    mState->pending.push_back({mState->next++, std::move(work)});
-    if (std::exchange(mState->workerRuns, true))
-        return;
-    std::thread([state = mState] { state->runWorker(); }).detach();
+    try {
+        const MutexLock lock(mState->mutex);
+        if (!mState->workerRuns)
+            std::thread([state = mState] { state->runWorker(); }).detach();
+        mState->workerRuns = true;
+        mState->pending.push_back({mState->next++, std::move(work)});
+    } catch (const std::system_error &error) {
+        log("Work for the queue " + mState->label +
+            " is dropped, for lack of a thread: " + error.what());
+    }
 }
 
 bool SerialQueue::isCurrent() const noexcept {
-    const std::lock_guard lock(mState->mutex);
+    const MutexLock lock(mState->mutex);
     return mState->owner == std::this_thread::get_id();
 }
 

@@ -28,7 +28,8 @@ class SerialQueue {
     // process with a report instead.
     void sync(const std::function<void()> &work) noexcept;
 
-    // Queues `work` and returns at once.
+    // Queues `work` and returns at once. When the system has no thread for it, `work` is dropped
+    // and released instead, and the log says so.
     void async(std::function<void()> work) noexcept;
 
     bool isCurrent() const noexcept;

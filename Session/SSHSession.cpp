@@ -54,18 +54,18 @@ bool SSHSession::isConnected() const noexcept {
 }
 
 void SSHSession::addObserver(const std::weak_ptr<SSHSessionObserver> &observer) noexcept {
-    const std::lock_guard lock(mObserversMutex);
+    const SSHPlatform::MutexLock lock(mObserversMutex);
     std::erase_if(mObservers, [](const auto &known) { return known.expired(); });
     mObservers.push_back(observer);
 }
 
 void SSHSession::removeObserver(const std::weak_ptr<SSHSessionObserver> &observer) noexcept {
-    const std::lock_guard lock(mObserversMutex);
+    const SSHPlatform::MutexLock lock(mObserversMutex);
     std::erase_if(mObservers, [&](const auto &known) { return isSame(known, observer); });
 }
 
 std::vector<std::shared_ptr<SSHSessionObserver>> SSHSession::observers() const {
-    const std::lock_guard lock(mObserversMutex);
+    const SSHPlatform::MutexLock lock(mObserversMutex);
     std::vector<std::shared_ptr<SSHSessionObserver>> living;
     for (const auto &observer : mObservers)
         if (auto strong = observer.lock())

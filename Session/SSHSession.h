@@ -35,6 +35,7 @@
 // very connection that they go through.
 #pragma once
 
+#include <SSHSession/Mutex.h>
 #include <SSHSession/Platform.h>
 #include <SSHSession/SSHCommand.h>
 #include <SSHSession/SSHError.h>
@@ -44,7 +45,6 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -183,6 +183,7 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     std::optional<std::string> mKeyFilePath;
     std::uint16_t mPort;
 
-    mutable std::mutex mObserversMutex;
-    std::vector<std::weak_ptr<SSHSessionObserver>> mObservers;
+    mutable SSHPlatform::Mutex mObserversMutex;
+    std::vector<std::weak_ptr<SSHSessionObserver>>
+        mObservers SSHSESSION_GUARDED_BY(mObserversMutex);
 };

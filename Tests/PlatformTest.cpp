@@ -4,11 +4,13 @@
 #include "Tests/Support/Sshd.h"
 
 #include <SSHSession/ByteBuffer.h>
+#include <SSHSession/Platform.h>
 #include <SSHSession/RunLoop.h>
 #include <SSHSession/Secret.h>
 
 #include <gtest/gtest.h>
 
+#include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -80,6 +82,33 @@ TEST(SerialQueueDeathTest, ReportsAQueueThatWaitsForItself) {
     EXPECT_DEATH(queue.sync([&] { queue.sync([] {}); }),
                  "com.example was asked to wait for itself");
 }
+
+#if defined(__GLIBC__)
+// No address space holds a stack of that size.
+TEST(SerialQueue, DropsWorkThatGetsNoThread) {
+    std::string logged;
+    setLogSink([&](const std::string &line) { logged = line; });
+    const auto captured = std::make_shared<int>();
+    bool ran = false;
+    SerialQueue queue("com.example");
+    const auto addWork = [&] { queue.async([&ran, captured] { ran = true; }); };
+
+    pthread_attr_t usual;
+    ASSERT_EQ(::pthread_getattr_default_np(&usual), 0);
+    pthread_attr_t impossible = usual;
+    ::pthread_attr_setstacksize(&impossible, std::size_t(1) << 60);
+    ASSERT_EQ(::pthread_setattr_default_np(&impossible), 0);
+    addWork();
+    ::pthread_setattr_default_np(&usual);
+    setLogSink(nullptr);
+    EXPECT_EQ(logged, "Work for the queue com.example is dropped, for lack of a thread: "
+                      "Resource temporarily unavailable");
+    EXPECT_EQ(captured.use_count(), 1);
+    queue.sync([&] { EXPECT_FALSE(ran); });
+    addWork();
+    queue.sync([&] { EXPECT_TRUE(ran); });
+}
+#endif
 
 TEST(RunLoop, ServesOtherThreadsAndForgetsACancelledTimerAtOnce) {
     const auto &loop = RunLoop::main();

@@ -6,12 +6,13 @@ namespace SSHPlatform {
 
 bool QuestionQueue::ask(const std::function<void()> &work, const std::function<void()> &wake) {
     Question question{.work = &work};
-    std::unique_lock lock(mMutex);
+    MutexLock lock(mMutex);
     if (mHasEnded)
         return false;
     mWaiting.push_back(&question);
     wake();
-    mAnswered.wait(lock, [&] { return question.state != State::Waiting; });
+    while (question.state == State::Waiting)
+        mAnswered.wait(lock);
     return question.state == State::Done;
 }
 
@@ -29,7 +30,7 @@ void QuestionQueue::askHere(const std::function<void()> &work, const std::functi
 }
 
 void QuestionQueue::serve() {
-    std::unique_lock lock(mMutex);
+    MutexLock lock(mMutex);
     if (std::exchange(mIsServing, true))
         return;
     while (!mWaiting.empty()) {
@@ -39,22 +40,22 @@ void QuestionQueue::serve() {
         (*question->work)();
         lock.lock();
         question->state = State::Done;
-        mAnswered.notify_all();
+        mAnswered.notifyAll();
     }
     mIsServing = false;
 }
 
 void QuestionQueue::end() {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     mHasEnded = true;
     for (Question *const question : mWaiting)
         question->state = State::SentAway;
     mWaiting.clear();
-    mAnswered.notify_all();
+    mAnswered.notifyAll();
 }
 
 bool QuestionQueue::hasEnded() const {
-    const std::lock_guard lock(mMutex);
+    const MutexLock lock(mMutex);
     return mHasEnded;
 }
 

@@ -3,10 +3,10 @@
 // instead of covering it.
 #pragma once
 
-#include <condition_variable>
+#include <SSHSession/Mutex.h>
+
 #include <deque>
 #include <functional>
-#include <mutex>
 
 namespace SSHPlatform {
 
@@ -36,11 +36,11 @@ class QuestionQueue {
         State state = State::Waiting;
     };
 
-    mutable std::mutex mMutex;
-    std::condition_variable mAnswered;
-    std::deque<Question *> mWaiting;
-    bool mIsServing = false;
-    bool mHasEnded = false;
+    mutable Mutex mMutex;
+    ConditionVariable mAnswered;
+    std::deque<Question *> mWaiting SSHSESSION_GUARDED_BY(mMutex); // and what they point to
+    bool mIsServing SSHSESSION_GUARDED_BY(mMutex) = false;
+    bool mHasEnded SSHSESSION_GUARDED_BY(mMutex) = false;
 };
 
 } // namespace SSHPlatform
