@@ -5,11 +5,14 @@
 #include <asio/ip/tcp.hpp>
 #include <fmt/format.h>
 
+#include <fcntl.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
+#include <array>
+#include <cerrno>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
@@ -18,19 +21,27 @@ using asio::ip::tcp;
 
 namespace {
 
+std::vector<char *> pointersTo(std::vector<std::string> &words) {
+    std::vector<char *> pointers;
+    pointers.reserve(words.size() + 1);
+    for (std::string &word : words)
+        pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+void check(int error, const char *what) {
+    if (error != 0)
+        throw std::system_error(error, std::generic_category(), what);
+}
+
 // By way of a shell, which redirects the streams.
 pid_t spawn(std::vector<std::string> words, const std::string &in, const std::string &out,
             const std::string &err) {
     const auto script = fmt::format("exec \"$@\" <'{}' >>'{}' 2>>'{}'", in, out, err);
     words.insert(words.begin(), {"sh", "-c", script, "sh"});
-    std::vector<char *> argv;
-    argv.reserve(words.size() + 1);
-    for (std::string &word : words)
-        argv.push_back(word.data());
-    argv.push_back(nullptr);
     pid_t id = -1;
-    if (const int failure = ::posix_spawnp(&id, "sh", nullptr, nullptr, argv.data(), environ))
-        throw std::system_error(failure, std::generic_category(), "sh");
+    check(::posix_spawnp(&id, "sh", nullptr, nullptr, pointersTo(words).data(), environ), "sh");
     return id;
 }
 
@@ -53,21 +64,34 @@ std::string require(const std::vector<std::string> &arguments, const std::string
     return outcome.output;
 }
 
-Process::Process(const std::vector<std::string> &arguments, const std::string &logFile)
-    : mId(spawn(arguments, "/dev/null", logFile, logFile)) {}
+Process::Process(const std::vector<std::string> &arguments, const std::string &logFile) {
+    std::vector<std::string> words = arguments;
+    words.insert(words.begin(), SSHSESSION_SUPERVISOR);
+    std::array<int, 2> pipe{};
+    // Closed in all other children, lest one of them keep this program alive.
+    check(::pipe2(pipe.data(), O_CLOEXEC) == 0 ? 0 : errno, "pipe2");
+    posix_spawn_file_actions_t streams;
+    ::posix_spawn_file_actions_init(&streams);
+    ::posix_spawn_file_actions_adddup2(&streams, pipe[0], STDIN_FILENO);
+    ::posix_spawn_file_actions_addopen(&streams, STDOUT_FILENO, logFile.c_str(),
+                                       O_WRONLY | O_CREAT | O_APPEND, S_IRUSR | S_IWUSR);
+    ::posix_spawn_file_actions_adddup2(&streams, STDOUT_FILENO, STDERR_FILENO);
+    const int error = ::posix_spawn(&mSupervisor, SSHSESSION_SUPERVISOR, &streams, nullptr,
+                                    pointersTo(words).data(), environ);
+    ::posix_spawn_file_actions_destroy(&streams);
+    ::close(pipe[0]);
+    mLifeline = pipe[1];
+    check(error, SSHSESSION_SUPERVISOR);
+}
 
 Process::~Process() {
-    if (!isRunning())
-        return;
-    ::kill(mId, SIGTERM);
-    if (!eventually([this] { return !isRunning(); }, std::chrono::seconds(5))) {
-        ::kill(mId, SIGKILL);
-        ::waitpid(mId, nullptr, 0);
-    }
+    ::close(mLifeline);
+    if (isRunning())
+        ::waitpid(mSupervisor, nullptr, 0);
 }
 
 bool Process::isRunning() {
-    mHasEnded = mHasEnded || ::waitpid(mId, nullptr, WNOHANG) != 0;
+    mHasEnded = mHasEnded || ::waitpid(mSupervisor, nullptr, WNOHANG) != 0;
     return !mHasEnded;
 }
 

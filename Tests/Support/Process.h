@@ -1,4 +1,4 @@
-// Child processes that do not outlive their object.
+// Child processes that do not outlive their object, nor this process, however it ends.
 #pragma once
 
 #include <sys/types.h>
@@ -20,10 +20,11 @@ Outcome runProcess(const std::vector<std::string> &arguments, const std::string 
 // The same, and an exception with the program's standard error unless its status is 0.
 std::string require(const std::vector<std::string> &arguments, const std::string &input = "");
 
-// A program in the background, killed in the end.
+// A program in the background, killed in the end with all that it has started. A process that is
+// killed, or crashes, takes its programs along.
 class Process {
   public:
-    // Standard output and error go to `logFile`.
+    // Standard input is empty; standard output and error go to `logFile`.
     Process(const std::vector<std::string> &arguments, const std::string &logFile);
     Process(const Process &) = delete;
     Process &operator=(const Process &) = delete;
@@ -32,7 +33,8 @@ class Process {
     bool isRunning();
 
   private:
-    pid_t mId = -1;
+    pid_t mSupervisor = -1;
+    int mLifeline = -1; // while this is open, the supervisor lets the program run
     bool mHasEnded = false;
 };
 
