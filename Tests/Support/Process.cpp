@@ -82,9 +82,11 @@ Process::Process(const std::vector<std::string> &arguments, const std::string &l
     ::close(pipe[0]);
     mLifeline = pipe[1];
     check(error, SSHSESSION_SUPERVISOR);
+    ++instances;
 }
 
 Process::~Process() {
+    --instances;
     ::close(mLifeline);
     if (isRunning())
         ::waitpid(mSupervisor, nullptr, 0);

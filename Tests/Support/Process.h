@@ -3,7 +3,9 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <vector>
@@ -32,7 +34,12 @@ class Process {
 
     bool isRunning();
 
+    // How many of these there are. Each keeps one descriptor of this process open.
+    static std::size_t count() { return instances; }
+
   private:
+    static inline std::atomic<std::size_t> instances = 0;
+
     pid_t mSupervisor = -1;
     int mLifeline = -1; // while this is open, the supervisor lets the program run
     bool mHasEnded = false;
