@@ -1,5 +1,7 @@
 # What `cmake --install` puts where, and the package that lets consumers find it.
+include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
+target_include_directories(SSHSession INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
 
 # What is installed finds its libraries beside itself, so that any prefix will do and can be moved.
 if(APPLE)

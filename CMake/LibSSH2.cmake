@@ -2,7 +2,7 @@
 set(SSHSESSION_LIBSSH2 "auto" CACHE STRING "Which libssh2: own (built below .deps), system, or auto")
 set_property(CACHE SSHSESSION_LIBSSH2 PROPERTY STRINGS auto own system)
 
-set(own_libssh2 ${CMAKE_CURRENT_SOURCE_DIR}/.deps/libssh2)
+set(own_libssh2 ${PROJECT_SOURCE_DIR}/.deps/libssh2)
 if(SSHSESSION_LIBSSH2 STREQUAL "auto")
     if(EXISTS ${own_libssh2}/lib/libssh2.a)
         set(chosen own)

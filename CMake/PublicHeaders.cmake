@@ -1,6 +1,6 @@
 # Lays the public headers out as they are installed, so that consumers, tests and the library itself
 # write the same #include <SSHSession/...>.
-set(SSHSESSION_INCLUDE_DIR ${CMAKE_BINARY_DIR}/include)
+set(SSHSESSION_INCLUDE_DIR ${PROJECT_BINARY_DIR}/include)
 function(sshsession_publish)
     foreach(header IN LISTS ARGN)
         cmake_path(GET header FILENAME name)

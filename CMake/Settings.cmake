@@ -4,11 +4,15 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 set(CMAKE_LINK_DEPENDS_NO_SHARED ON) # a new library is no reason to link its users anew
-set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
-set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
-set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/lib)
-if(NOT CMAKE_BUILD_TYPE)
-    set(CMAKE_BUILD_TYPE Release CACHE STRING "Kind of build" FORCE)
+
+# Another project that this one is a part of decides these for itself.
+if(PROJECT_IS_TOP_LEVEL)
+    set(CMAKE_RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
+    set(CMAKE_LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+    set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)
+    if(NOT CMAKE_BUILD_TYPE)
+        set(CMAKE_BUILD_TYPE Release CACHE STRING "Kind of build" FORCE)
+    endif()
 endif()
 
 set(SSHSESSION_SANITIZE "" CACHE STRING "Sanitizers to build with, as in -fsanitize=")
@@ -17,7 +21,7 @@ add_library(SSHSessionSettings INTERFACE)
 target_compile_features(SSHSessionSettings INTERFACE cxx_std_20)
 target_compile_options(SSHSessionSettings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
-    -Woverloaded-virtual -Werror)
+    -Woverloaded-virtual $<$<BOOL:${PROJECT_IS_TOP_LEVEL}>:-Werror>)
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     target_compile_options(SSHSessionSettings INTERFACE -Wthread-safety) # see Platform/Mutex.h
 endif()
