@@ -172,76 +172,54 @@ TEST_F(ToolTest, AsksOnTheTerminalAndRecordsTheServer) {
     EXPECT_THAT(scripted.received(), testing::Contains("password b'secret'"));
 }
 
-// Each question, and what the program says (or runs, "in") when this is typed there.
 TEST_F(ToolTest, OnlyALineIsAnAnswerAtATerminal) {
-    const std::string locked = home.directory.path(".ssh/id_rsa");
-    makeKey(locked, "rsa", "sesame");
-    server.authorize(locked);
-    ScriptedServer scripted;
-    const std::string known = "127.0.0.1 " + server.hostKey() + "\n";
-    const std::string changed = "127.0.0.1 " + publicKey(locked) + "\n";
-    const std::string tool = SSHSESSION_TOOL " -p " + port;
-    const std::string choice = "Your choice [";
-    const std::string refused = "The server's host key was not accepted.";
-    const std::string noPhrase = "No password was given. Failing.";
-    const std::string nobody = "Nobody gave a password at the terminal.";
-    struct Question {
-        std::string knownHosts;
-        std::string command;
-        std::string prompt;
-        std::vector<std::pair<std::string, std::string>> answers;
-    };
-    const std::string password = SSHSESSION_TOOL " --password-from prompt -p " +
-                                 std::to_string(scripted.port()) +
-                                 " password@127.0.0.1 'out in; eof; close'";
-    for (const auto &[knownHosts, command, prompt, answers] : std::vector<Question>{
-             {"",
-              tool + " -i " + key + " 127.0.0.1 'echo in'",
-              choice + "1]: ",
-              {{"\n", "in"}, {"1\4\4", refused}, {"\4", refused}, {hangUp, refused}}},
-             {changed,
-              tool + " -i " + key + " 127.0.0.1 'echo in'",
-              choice + "2]: ",
-              {{"1\n", "in"}, {"\n", refused}, {"\4", refused}, {hangUp, refused}}},
-             {known,
-              tool + " 127.0.0.1 'echo in'",
-              "> ",
-              {{"sesame\n", "in"},
-               {"sesame\4\4", noPhrase},
-               {"\n", noPhrase},
-               {"\4", noPhrase},
-               {hangUp, noPhrase}}},
-             {known,
-              ASK_FOR_RESPONSE,
-              "> ",
-              {{"4\0042\n", "\"42\""}, // sent in two parts
-               {std::string(4094, 'a') + "\n", '"' + std::string(4094, 'a') + '"'},
-               {std::string(4095, 'a') + "\n", "none"},
-               {std::string(5000, 'a') + "\n", "none"},
-               {"42\4\4", "none"},
-               {"\n", "none"},
-               {"\4", "none"},
-               {hangUp, "none"}}},
-             {"127.0.0.1 " + scripted.hostKey() + "\n",
-              password,
-              "127.0.0.1: ",
-              {{"sesame\n", "in"},
-               {"\n", "SSH could not authenticate using the ssh user password. (-18)"},
-               {"a\0b\n"s, "The password in \"prompt\" holds a zero byte."},
-               {"sesame\4\4", nobody},
-               {"\4", nobody},
-               {hangUp, nobody}}}})
+    using Answers = std::vector<std::pair<std::string, std::string>>;
+    // What the program says, or runs ("in"), for each line typed at the question, and without one.
+    // Return typed ahead is none. The program survives the loss of its terminal.
+    const auto asks = [this](const std::string &knownHosts, const std::string &command,
+                             const std::string &prompt, const std::string &unanswered,
+                             Answers answers) {
+        for (const std::string &none : {"\4"s, "1\4\4"s, hangUp})
+            answers.emplace_back(none, unanswered);
         for (const auto &[typed, told] : answers) {
             SCOPED_TRACE(command + " | " + testing::PrintToString(typed));
             home.directory.write(".ssh/known_hosts", knownHosts);
             const std::string out = home.directory.path("out");
-            // Typed ahead, Return must not answer. The program survives the loss of its terminal.
             onTerminal("trap '' HUP; exec " + command + " >" + out + " 2>&1",
                        {{"", "\n"}, {prompt, typed}});
             EXPECT_THAT(contentOf(out), testing::HasSubstr(told));
             EXPECT_EQ(contentOf(home.knownHosts()) != knownHosts,
-                      knownHosts != known && told == "in" && command != password);
+                      prompt.starts_with("Your choice") && told == "in");
         }
+    };
+    const std::string locked = home.directory.path(".ssh/id_rsa");
+    makeKey(locked, "rsa", "sesame");
+    server.authorize(locked);
+    const std::string known = "127.0.0.1 " + server.hostKey() + "\n";
+    const std::string changed = "127.0.0.1 " + publicKey(locked) + "\n";
+    const std::string run = SSHSESSION_TOOL " -p " + port + " 127.0.0.1 'echo in'";
+    const std::string runWithKey =
+        SSHSESSION_TOOL " -i " + key + " -p " + port + " 127.0.0.1 'echo in'";
+    const std::string refused = "The server's host key was not accepted.";
+    asks("", runWithKey, "Your choice [1]: ", refused, {{"\n", "in"}});
+    asks(changed, runWithKey, "Your choice [2]: ", refused, {{"1\n", "in"}, {"\n", refused}});
+    const std::string noPhrase = "No password was given. Failing.";
+    asks(known, run, "> ", noPhrase, {{"sesame\n", "in"}, {"\n", noPhrase}});
+    const std::string longest(4094, 'a');
+    asks(known, ASK_FOR_RESPONSE, "> ", "none",
+         {{"4\0042\n", "\"42\""}, // sent in two parts
+          {"\n", "none"},
+          {longest + "\n", '"' + longest + '"'},
+          {longest + "a\n", "none"}});
+    ScriptedServer scripted;
+    port = std::to_string(scripted.port());
+    asks("127.0.0.1 " + scripted.hostKey() + "\n",
+         SSHSESSION_TOOL " --password-from prompt -p " + port +
+             " password@127.0.0.1 'out in; eof; close'",
+         "127.0.0.1: ", "Nobody gave a password at the terminal.",
+         {{"sesame\n", "in"},
+          {"\n", "SSH could not authenticate using the ssh user password. (-18)"},
+          {"a\0b\n"s, "The password in \"prompt\" holds a zero byte."}});
     EXPECT_THAT(scripted.received(), testing::Contains("password b''"));
 }
 
