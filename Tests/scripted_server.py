@@ -14,6 +14,9 @@ tried. Nothing means: every answer is taken but an empty one and "wrong".
     disconnect 11                      before any method is named
     none                               the user is let in without being asked
 
+A client whose version has "reset" in it is hung up on when its first keys are agreed on, and one
+with "repeat" is told each signature algorithm many times.
+
 A command is a script of steps that are separated by "; ", see Channel.run. One that runs through
 sudo is its inner command, with "prompt" and "success" as two steps more.
 """
@@ -60,6 +63,21 @@ def every_eof(channel, kind, number, packet):
 
 
 CHANNEL_HANDLERS[MSG_CHANNEL_EOF] = every_eof
+
+
+first_newkeys = asyncssh.connection.SSHConnection.send_newkeys
+
+
+def send_newkeys(connection, key, key_hash):
+    if b"reset" in connection._client_version:
+        connection._transport.close()
+        return
+    if b"repeat" in connection._client_version:
+        connection._sig_algs = [name for name in connection._sig_algs for _ in range(20)]
+    first_newkeys(connection, key, key_hash)
+
+
+asyncssh.connection.SSHConnection.send_newkeys = send_newkeys
 
 
 def raw(word):
@@ -204,6 +222,8 @@ class Channel(asyncssh.SSHServerSession):
                 self.request("exit-status", UInt32(int(words[0])))
             elif name == "signal":
                 self.request("exit-signal", String(words[0]), Boolean(False), String(""), String(""))
+            elif name == "long-signal":  # longer than it is, by its own word
+                self.request("exit-signal", UInt32(int(words[0])), raw(words[1]))
             elif name == "eof":
                 self.send(MSG_CHANNEL_EOF)
             elif name == "close":
