@@ -57,9 +57,9 @@ TEST_F(CommandTest, InputReachesACommandWhoseOutputsHaveEnded) {
 
 // More than the socket takes is left when the command ends.
 TEST_F(CommandTest, OnALinkThatTakesAPacketOnlyInPieces) {
-    const Relay relay(server().port(), {.bytesPerSecond = 10'000'000,
-                                        .delay = std::chrono::milliseconds(5),
-                                        .bufferSize = 4096});
+    const Relay relay(
+        server().port(),
+        {.bytesPerSecond = 10'000'000, .delay = std::chrono::milliseconds(5), .bufferSize = 4096});
     const auto session = makeSession(relay.port(), std::nullopt, key());
     ASSERT_TRUE(session->start(&error)) << summary(error);
     const std::string bytes = randomBytes(8 << 20);
