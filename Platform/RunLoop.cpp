@@ -3,71 +3,43 @@
 #include <SSHSession/Mutex.h>
 
 #include "Platform/ProcessMainThread.h"
+#include "Platform/TimerList.h"
 
 #include <asio/executor_work_guard.hpp>
 #include <asio/io_context.hpp>
 #include <asio/post.hpp>
-#include <asio/steady_timer.hpp>
 
-#include <mutex>
+#include <algorithm>
+#include <atomic>
 #include <utility>
 
 namespace SSHPlatform {
 
 struct RunLoop::State {
+    // A loop that waits for its next timer takes note of a new one. Where no loop waits, one of
+    // these is enough for all to come.
+    void wakeUp() {
+        if (!isWaking.exchange(true))
+            asio::post(context, [this] { isWaking = false; });
+    }
+
+    void serveUntil(TimerList::Clock::time_point end) {
+        while (!context.stopped() && TimerList::Clock::now() < end) {
+            if (const auto action = timers->takeDue()) {
+                (*action)();
+                context.poll_one();
+            } else {
+                context.run_one_until(std::min(end, timers->nextDue()));
+            }
+        }
+        context.restart();
+    }
+
     asio::io_context context;
     asio::executor_work_guard<asio::io_context::executor_type> keepsRunning{context.get_executor()};
+    const std::shared_ptr<TimerList> timers = std::make_shared<TimerList>();
+    std::atomic<bool> isWaking = false;
 };
-
-namespace {
-
-using Context = std::shared_ptr<asio::io_context>;
-
-// The pending wait holds this object until the loop next runs, which may be never; the action is
-// therefore released by `invalidate` itself, not by the loop.
-class AsioTimer final : public RepeatingTimer, public std::enable_shared_from_this<AsioTimer> {
-  public:
-    AsioTimer(Context context, std::chrono::milliseconds interval, std::function<void()> action)
-        : mContext(std::move(context)), mTimer(*mContext), mInterval(interval),
-          mAction(std::make_shared<std::function<void()>>(std::move(action))) {}
-
-    void schedule() {
-        const std::lock_guard lock(mMutex);
-        mTimer.expires_after(mInterval);
-        wait();
-    }
-
-    void invalidate() noexcept override {
-        std::shared_ptr<std::function<void()>> released;
-        const std::lock_guard lock(mMutex);
-        released.swap(mAction);
-        mTimer.cancel();
-    }
-
-  private:
-    void wait() {
-        mTimer.async_wait([self = shared_from_this()](const asio::error_code &) { self->fire(); });
-    }
-
-    void fire() {
-        std::unique_lock lock(mMutex);
-        const auto action = mAction;
-        if (!action)
-            return;
-        mTimer.expires_after(mInterval);
-        wait();
-        lock.unlock();
-        (*action)();
-    }
-
-    const Context mContext;
-    std::mutex mMutex;
-    asio::steady_timer mTimer;
-    const std::chrono::milliseconds mInterval;
-    std::shared_ptr<std::function<void()>> mAction;
-};
-
-} // namespace
 
 const std::shared_ptr<RunLoop> &RunLoop::main() noexcept {
     static const auto *const loop = new std::shared_ptr<RunLoop>(new RunLoop);
@@ -79,13 +51,11 @@ RunLoop::RunLoop() : mState(std::make_shared<State>()) {}
 RunLoop::~RunLoop() = default;
 
 void RunLoop::run() noexcept {
-    mState->context.run();
-    mState->context.restart();
+    mState->serveUntil(TimerList::Clock::time_point::max());
 }
 
 void RunLoop::runFor(std::chrono::milliseconds duration) noexcept {
-    mState->context.run_for(duration);
-    mState->context.restart();
+    mState->serveUntil(TimerList::Clock::now() + duration);
 }
 
 void RunLoop::stop() noexcept {
@@ -118,9 +88,8 @@ bool RunLoop::runAndWait(const std::function<void()> &work) noexcept {
 
 std::shared_ptr<RepeatingTimer> RunLoop::scheduleRepeating(std::chrono::milliseconds interval,
                                                            std::function<void()> action) noexcept {
-    const Context context(mState, &mState->context);
-    const auto timer = std::make_shared<AsioTimer>(context, interval, std::move(action));
-    timer->schedule();
+    auto timer = mState->timers->add(interval, std::move(action));
+    mState->wakeUp();
     return timer;
 }
 

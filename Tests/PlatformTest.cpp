@@ -115,6 +115,7 @@ TEST(RunLoop, ServesOtherThreadsAndForgetsACancelledTimerAtOnce) {
     int fired = 0;
     const auto captured = std::make_shared<int>();
     const auto timer = loop->scheduleRepeating(milliseconds(5), [&fired, captured] { ++fired; });
+    std::shared_ptr<RepeatingTimer> last;
     std::thread worker([&] {
         EXPECT_FALSE(loop->isMainThread());
         EXPECT_TRUE(eventually([&] {
@@ -124,13 +125,27 @@ TEST(RunLoop, ServesOtherThreadsAndForgetsACancelledTimerAtOnce) {
         }));
         timer->invalidate();
         EXPECT_EQ(captured.use_count(), 1);
-        loop->stop();
+        std::this_thread::sleep_for(milliseconds(20)); // until the loop waits with no timer at all
+        last = loop->scheduleRepeating(milliseconds(1), [&loop] { loop->stop(); });
     });
     loop->run();
     worker.join();
+    last->invalidate();
     const int before = fired;
     loop->runFor(milliseconds(20));
     EXPECT_EQ(fired, before);
+}
+
+TEST(RunLoop, KeepsNothingOfTimersThatWereInvalidatedWhileItDidNotRun) {
+    const auto startAndStop = [] {
+        RunLoop::main()->scheduleRepeating(milliseconds(5), [] { FAIL(); })->invalidate();
+    };
+    startAndStop();
+    const std::size_t before = heapSize();
+    for (int i = 0; i < 1000; ++i)
+        startAndStop();
+    EXPECT_LT(heapSize(), before + 10'000);
+    RunLoop::main()->runFor(milliseconds(10));
 }
 
 TEST(Socket, AnswersAsSelectDoesAndSurvivesSignals) {

@@ -3,55 +3,41 @@
 #include <QCoreApplication>
 #include <QTimer>
 
-#include <mutex>
+#include <algorithm>
+#include <chrono>
 #include <utility>
 
 namespace SSHPlatform {
 
 namespace {
 
-// What a QTimer calls. Cancelling only takes the action away, so it needs neither the main thread
-// nor an event loop that still runs; the QTimer notices at its next tick and goes.
-class QtRepeatingTimer final : public RepeatingTimer {
-  public:
-    explicit QtRepeatingTimer(std::function<void()> action)
-        : mAction(std::make_shared<std::function<void()>>(std::move(action))) {}
+void awaitNext(QTimer &clock, const TimerList &timers) {
+    const auto due = timers.nextDue();
+    if (due == TimerList::Clock::time_point::max())
+        return clock.stop();
+    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(due - TimerList::Clock::now());
+    clock.start(std::max(wait, std::chrono::milliseconds(0)));
+}
 
-    void invalidate() noexcept override {
-        std::shared_ptr<std::function<void()>> released;
-        const std::lock_guard lock(mMutex);
-        released.swap(mAction);
-    }
-
-    // Answers false when there is nothing left to do, ever.
-    bool fire() {
-        std::unique_lock lock(mMutex);
-        const auto action = mAction;
-        lock.unlock();
+// In the main thread, and gone with `owner`.
+QTimer *makeClock(QObject *owner, const std::shared_ptr<TimerList> &timers) {
+    auto *const clock = new QTimer(owner);
+    clock->setSingleShot(true);
+    clock->setTimerType(Qt::PreciseTimer);
+    QObject::connect(clock, &QTimer::timeout, clock, [clock, timers] {
+        const auto action = timers->takeDue();
+        awaitNext(*clock, *timers); // before the action, which may run an event loop of its own
         if (action)
             (*action)();
-        return action != nullptr;
-    }
-
-  private:
-    std::mutex mMutex;
-    std::shared_ptr<std::function<void()>> mAction;
-};
-
-void startTicking(QObject *owner, std::chrono::milliseconds interval,
-                  const std::shared_ptr<QtRepeatingTimer> &repeating) {
-    auto *const timer = new QTimer(owner);
-    QObject::connect(timer, &QTimer::timeout, timer, [timer, repeating] {
-        if (!repeating->fire())
-            timer->deleteLater();
     });
-    timer->start(interval);
+    return clock;
 }
 
 } // namespace
 
 QtMainLoop::QtMainLoop(std::shared_ptr<QuestionQueue> questions)
-    : mQuestions(std::move(questions)), mReceiver(new QObject) {
+    : mQuestions(std::move(questions)), mReceiver(new QObject),
+      mClock(makeClock(mReceiver, mTimers)) {
     const auto end = [queue = mQuestions] { queue->end(); };
     const auto *const application = QCoreApplication::instance();
     QObject::connect(application, &QCoreApplication::aboutToQuit, mReceiver, end);
@@ -84,11 +70,15 @@ bool QtMainLoop::runAndWait(const std::function<void()> &work) noexcept {
 std::shared_ptr<RepeatingTimer>
 QtMainLoop::scheduleRepeating(std::chrono::milliseconds interval,
                               std::function<void()> action) noexcept {
-    auto repeating = std::make_shared<QtRepeatingTimer>(std::move(action));
-    QMetaObject::invokeMethod(mReceiver, [owner = mReceiver, interval, repeating] {
-        startTicking(owner, interval, repeating);
-    });
-    return repeating;
+    auto timer = mTimers->add(interval, std::move(action));
+    // One is enough for all timers that come before the event loop runs.
+    if (!mIsWaking->exchange(true))
+        QMetaObject::invokeMethod(mReceiver,
+                                  [clock = mClock, timers = mTimers, isWaking = mIsWaking] {
+                                      *isWaking = false;
+                                      awaitNext(*clock, *timers);
+                                  });
+    return timer;
 }
 
 } // namespace SSHPlatform

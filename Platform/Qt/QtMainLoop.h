@@ -4,11 +4,14 @@
 #include <SSHSession/MainLoop.h>
 
 #include "Platform/Qt/QuestionQueue.h"
+#include "Platform/TimerList.h"
 
+#include <atomic>
 #include <memory>
 #include <thread>
 
 class QObject;
+class QTimer;
 
 namespace SSHPlatform {
 
@@ -23,7 +26,6 @@ class QtMainLoop final : public MainLoop {
     bool isMainThread() const noexcept override;
     bool runAndWait(const std::function<void()> &work) noexcept override;
 
-    // The first interval begins when the event loop takes note of the timer.
     std::shared_ptr<RepeatingTimer>
     scheduleRepeating(std::chrono::milliseconds interval,
                       std::function<void()> action) noexcept override;
@@ -32,6 +34,9 @@ class QtMainLoop final : public MainLoop {
     const std::thread::id mMainThread = std::this_thread::get_id();
     const std::shared_ptr<QuestionQueue> mQuestions;
     QObject *const mReceiver; // lives in the main thread; takes what other threads post
+    const std::shared_ptr<TimerList> mTimers = std::make_shared<TimerList>();
+    const std::shared_ptr<std::atomic<bool>> mIsWaking = std::make_shared<std::atomic<bool>>(false);
+    QTimer *const mClock; // the receiver's, and as that in the main thread
 };
 
 } // namespace SSHPlatform

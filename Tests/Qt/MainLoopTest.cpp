@@ -1,5 +1,6 @@
 // Work and timers that other threads hand to the application's event loop.
 #include "Tests/Qt/QtTest.h"
+#include "Tests/Support/Process.h"
 
 #include <QApplication>
 #include <QTest>
@@ -128,4 +129,19 @@ TEST_F(MainLoopTest, ATimerOfAnyThreadIsCancelledFromAnyThread) {
     const int before = *ticks;
     QTest::qWait(50);
     EXPECT_EQ(*ticks, before);
+}
+
+TEST_F(MainLoopTest, KeepsNothingOfTimersThatWereInvalidatedWhileItDidNotRun) {
+    const auto startAndStop = [](int times) {
+        for (int i = 0; i < times; ++i)
+            SSHPlatform::mainLoop()
+                ->scheduleRepeating(std::chrono::milliseconds(5), [] { FAIL(); })
+                ->invalidate();
+    };
+    std::thread(startAndStop, 1).join();
+    const std::size_t before = heapSize();
+    std::thread(startAndStop, 1000).join();
+    startAndStop(1000);
+    EXPECT_LT(heapSize(), before + 10'000);
+    QTest::qWait(10);
 }

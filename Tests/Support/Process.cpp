@@ -6,6 +6,9 @@
 #include <fmt/format.h>
 
 #include <fcntl.h>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -115,4 +118,12 @@ unsigned short freePort() {
 
 bool isRoot() {
     return ::geteuid() == 0;
+}
+
+std::size_t heapSize() {
+#if defined(__GLIBC__)
+    return ::mallinfo2().uordblks;
+#else
+    return 0;
+#endif
 }

@@ -53,3 +53,6 @@ bool eventually(const std::function<bool()> &condition,
 unsigned short freePort();
 
 bool isRoot();
+
+// Bytes in use on the heap, where the C library tells; else 0. The sanitizers' heaps do not.
+std::size_t heapSize();
