@@ -1,5 +1,7 @@
 #include <SSHSession/SSHCommand.h>
 
+#include "Platform/Text.h"
+
 using SSHPlatform::MutexLock;
 
 // In the setters, what a property held before is released by the parameter, after the lock.
@@ -85,6 +87,11 @@ SSHStringRef SSHCommand::exitSignal() const noexcept {
 void SSHCommand::setExitSignal(SSHStringRef value) noexcept {
     const MutexLock lock(mMutex);
     mExitSignal.swap(value);
+}
+
+bool SSHCommand::wasEndedBySignal() const noexcept {
+    const SSHStringRef name = exitSignal();
+    return name && *name != SSHPlatform::nullText;
 }
 
 std::int32_t SSHCommand::exitStatus() const noexcept {

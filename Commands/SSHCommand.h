@@ -68,6 +68,9 @@ class SSHSESSION_EXPORT SSHCommand {
     SSHStringRef exitSignal() const noexcept;
     void setExitSignal(SSHStringRef value) noexcept;
 
+    // Whether `exitSignal` names one.
+    bool wasEndedBySignal() const noexcept;
+
     // The exit status that the server reported; 0 when it sent none, which has three reasons: a
     // signal ended the command (see `exitSignal`), the connection ended before the command did (see
     // `isClosedInOrder`), or the server never says.

@@ -3,7 +3,6 @@
 
 #include "Identity/HostKeyCheck.h"
 #include "Platform/Path.h"
-#include "Platform/Text.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
 

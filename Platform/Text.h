@@ -7,7 +7,7 @@
 
 namespace SSHPlatform {
 
-// What a text placeholder shows for an absent value.
+// What a text placeholder shows for an absent value, and a command without an exit signal.
 inline constexpr std::string_view nullText = "(null)";
 
 std::string textOrNull(const std::optional<std::string> &text);
@@ -16,8 +16,6 @@ std::string textOrNull(const std::optional<std::string> &text);
 std::string decodedUTF8(std::string_view bytes);
 
 bool isUTF8(std::string_view bytes);
-
-std::string base64(std::string_view bytes);
 
 // The system's message for an errno value, without changing errno.
 std::string errnoText(int number);

@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr std::string_view noSignal = "(null)";
 constexpr int signalBase = 128;
 
 struct Signal {
@@ -33,8 +32,7 @@ constexpr std::array signals = {
 } // namespace
 
 std::optional<std::string> exitSignalOf(const SSHCommand &command) {
-    const SSHStringRef name = command.exitSignal();
-    return name && *name != noSignal ? std::optional(*name) : std::nullopt;
+    return command.wasEndedBySignal() ? std::optional(*command.exitSignal()) : std::nullopt;
 }
 
 std::optional<int> signalNumber(std::string_view name) {

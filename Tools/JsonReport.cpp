@@ -1,8 +1,9 @@
 #include "Report.h"
 
-#include "Base64.h"
 #include "ExitStatus.h"
 #include "Output.h"
+
+#include <SSHSession/Base64.h>
 
 #include <nlohmann/json.hpp>
 #include <utf8.h>
@@ -20,7 +21,7 @@ using Json = nlohmann::ordered_json;
 void addStream(Json &object, const std::string &name, std::string_view bytes) {
     object[name] = std::string(bytes);
     if (!utf8::is_valid(bytes.begin(), bytes.end()))
-        object[name + "Base64"] = base64(bytes);
+        object[name + "Base64"] = SSHPlatform::base64(bytes);
 }
 
 void addOutputs(Json &object, const SSHCommand &command) {

@@ -38,10 +38,10 @@ CommandOutcome outcomeOf(const SSHCommand &command, double seconds) {
     outcome.shownOutput = shown(outcome.output);
     outcome.shownErrorOutput = shown(outcome.errorOutput);
     outcome.isCutOff = !command.isClosedInOrder();
-    const SSHStringRef signal = command.exitSignal();
-    outcome.summary = !signal || *signal == "(null)"
-                          ? QStringLiteral("Exit status %1").arg(command.exitStatus())
-                          : QStringLiteral("Ended by signal %1").arg(visibleText(*signal));
+    outcome.summary =
+        command.wasEndedBySignal()
+            ? QStringLiteral("Ended by signal %1").arg(visibleText(*command.exitSignal()))
+            : QStringLiteral("Exit status %1").arg(command.exitStatus());
     if (outcome.isCutOff)
         outcome.summary = QStringLiteral("Cut off");
     outcome.summary += QStringLiteral(" after %1").arg(durationText(seconds));

@@ -1,7 +1,0 @@
-// RFC 4648, section 4, with padding.
-#pragma once
-
-#include <string>
-#include <string_view>
-
-std::string base64(std::string_view bytes);
