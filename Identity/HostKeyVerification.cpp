@@ -1,6 +1,8 @@
 // The third stage of `start`: is this the server that the user knows under this name?
 #include "Session/SSHSession_libssh2.h"
 
+#include <SSHSession/Base64.h>
+
 #include "Identity/HostKeyCheck.h"
 #include "Platform/Path.h"
 #include "Session/Connection.h"
