@@ -66,20 +66,26 @@ std::string SSHSession_libssh2::_stringForErrorCode(std::int32_t code) {
 
 namespace SSHEngine {
 
+namespace {
+
+// `sentence` ends where the user and the server are named.
+SSHErrorRef errorAbout(const SSHSession &session, const char *sentence,
+                       const std::optional<std::string> &reason, std::int32_t code) {
+    return SSHSession_libssh2::_errorWithDescription(
+        fmt::format("{} {}@{}.", sentence, textOrNull(session.user()), textOrNull(session.host())),
+        reason, code);
+}
+
+} // namespace
+
 SSHErrorRef connectionError(const SSHSession &session, const std::optional<std::string> &reason,
                             std::int32_t code) {
-    return SSHSession_libssh2::_errorWithDescription(
-        fmt::format("Dravella could not make an SSH connection to {}@{}.",
-                    textOrNull(session.user()), textOrNull(session.host())),
-        reason, code);
+    return errorAbout(session, "Dravella could not make an SSH connection to", reason, code);
 }
 
 SSHErrorRef lostConnectionError(const SSHSession &session, const std::optional<std::string> &reason,
                                 std::int32_t code) {
-    return SSHSession_libssh2::_errorWithDescription(
-        fmt::format("Dravella lost the connection to the SSH server {}@{}.",
-                    textOrNull(session.user()), textOrNull(session.host())),
-        reason, code);
+    return errorAbout(session, "Dravella lost the connection to the SSH server", reason, code);
 }
 
 SSHErrorRef stoppedError(const SSHSession &session) {
