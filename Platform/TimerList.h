@@ -33,7 +33,7 @@ class TimerList : public std::enable_shared_from_this<TimerList> {
     class Timer;
     using Id = std::uint64_t;
     struct Entry {
-        std::chrono::milliseconds interval;
+        std::chrono::milliseconds interval{0};
         Clock::time_point due;
         Action action;
     };

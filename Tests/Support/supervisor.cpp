@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -42,8 +43,10 @@ pid_t parentOf(const std::filesystem::path &process) {
     std::ifstream file(process / "stat"); // as in "1 (name) S 0 ..."
     std::string text;
     std::getline(file, text, '\0'); // nothing of a process that is gone by now
+    std::istringstream rest(text.substr(text.rfind(')') + 1));
+    char state = 0;
     pid_t parent = 0;
-    std::sscanf(text.c_str() + text.rfind(')') + 1, " %*c %d", &parent);
+    rest >> state >> parent;
     return parent;
 }
 
