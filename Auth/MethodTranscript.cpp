@@ -24,6 +24,7 @@ std::string quotation(const SSHErrorRef &error) {
 
 std::string methodTranscript(const std::vector<MethodAttempt> &attempts) {
     std::vector<std::string> names;
+    names.reserve(attempts.size());
     for (const MethodAttempt &attempt : attempts)
         names.push_back(attempt.displayName);
     std::string text =
