@@ -81,7 +81,8 @@ class Connection::Watcher final : public SSHSessionDelegate, public SSHSessionOb
     Connection *const mConnection;
 };
 
-Connection::Connection() : mWatcher(std::make_shared<Watcher>(this)) {}
+Connection::Connection(QObject *parent)
+    : QObject(parent), mWatcher(std::make_shared<Watcher>(this)) {}
 
 // A session that is still connected outlives this object.
 Connection::~Connection() {
@@ -133,6 +134,15 @@ void Connection::close() {
     mIsClosing = true;
     stopInBackground();
     Q_EMIT changed();
+}
+
+void Connection::letGo() {
+    disconnect();
+    close();
+    connect(this, &Connection::changed, this, [this] {
+        if (isIdle())
+            deleteLater();
+    });
 }
 
 QString Connection::status() const {

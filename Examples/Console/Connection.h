@@ -1,5 +1,5 @@
-// The window's one session, as an object of the main thread. The blocking calls go to worker
-// threads, the session's notices come back as signals.
+// One session at a time, as an object of the main thread. The blocking calls go to worker threads,
+// the session's notices come back as signals.
 #pragma once
 
 #include "Examples/Console/Lane.h"
@@ -34,7 +34,7 @@ class Connection final : public QObject {
     Q_OBJECT
 
   public:
-    Connection();
+    explicit Connection(QObject *parent);
     ~Connection() override;
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
@@ -44,6 +44,10 @@ class Connection final : public QObject {
     void open(const ConnectionParameters &parameters);
     void run(const CommandRequest &request);
     void close();
+
+    // For what `close` waits for too long: no more signals, and this object deletes itself when its
+    // calls have returned. Its destructor waits for them.
+    void letGo();
 
     bool isConnected() const { return mIsConnected; }
     bool isCalling() const { return mIsCalling; }

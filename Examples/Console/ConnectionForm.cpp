@@ -2,6 +2,7 @@
 
 #include "Examples/Console/FileField.h"
 
+#include <QApplication>
 #include <QGridLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -57,6 +58,8 @@ ConnectionForm::ConnectionForm()
     }
     connect(mKeyFile, &FileField::returnPressed, this, &ConnectionForm::request);
     connect(mButton, &QPushButton::clicked, this, &ConnectionForm::request);
+    mSettling.setSingleShot(true);
+    connect(&mSettling, &QTimer::timeout, this, &ConnectionForm::updateButton);
     updateButton();
 }
 
@@ -78,6 +81,8 @@ void ConnectionForm::fill(const QString &host, int port, const QString &user,
 
 void ConnectionForm::follow(const Connection &connection) {
     mIsIdle = connection.isIdle();
+    if (connection.isClosing() && !mIsClosing)
+        mSettling.start(QApplication::doubleClickInterval());
     mIsClosing = connection.isClosing();
     for (QWidget *const field :
          std::initializer_list<QWidget *>{mHost, mPort, mUser, mPassword, mKeyFile})
@@ -96,6 +101,12 @@ void ConnectionForm::request() {
 
 void ConnectionForm::updateButton() {
     const bool isComplete = !mHost->text().trimmed().isEmpty() && !mUser->text().isEmpty();
-    mButton->setText(mIsIdle ? QStringLiteral("&Connect") : QStringLiteral("&Disconnect"));
-    mButton->setEnabled(mIsIdle ? isComplete : !mIsClosing);
+    const bool isSettling = mIsClosing && mSettling.isActive();
+    if (mIsIdle)
+        mButton->setText(QStringLiteral("&Connect"));
+    else if (mIsClosing && !isSettling)
+        mButton->setText(QStringLiteral("&Let go"));
+    else
+        mButton->setText(QStringLiteral("&Disconnect"));
+    mButton->setEnabled(mIsIdle ? isComplete : !isSettling);
 }

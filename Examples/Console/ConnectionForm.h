@@ -4,6 +4,7 @@
 #include "Examples/Console/Connection.h"
 
 #include <QGroupBox>
+#include <QTimer>
 
 class FileField;
 class QLineEdit;
@@ -24,7 +25,7 @@ class ConnectionForm final : public QGroupBox {
 
   Q_SIGNALS:
     void connectRequested();
-    void disconnectRequested();
+    void disconnectRequested(); // again while closing: the button says "Let go" then
 
   private:
     void request();
@@ -36,6 +37,7 @@ class ConnectionForm final : public QGroupBox {
     QLineEdit *mPassword;
     FileField *mKeyFile;
     QPushButton *mButton;
+    QTimer mSettling; // runs while a click may still be the second one on "Disconnect"
     bool mIsIdle = true;
     bool mIsClosing = false;
 };

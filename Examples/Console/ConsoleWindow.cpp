@@ -35,6 +35,7 @@ ConsoleWindow::ConsoleWindow()
       mErrorOutput(new OutputPane(QStringLiteral("Error output"))) {
     setWindowTitle(QGuiApplication::applicationDisplayName());
     layOut();
+    makeConnection();
     wire();
     follow();
 }
@@ -60,28 +61,40 @@ void ConsoleWindow::layOut() {
 }
 
 void ConsoleWindow::wire() {
-    connect(&mConnection, &Connection::changed, this, &ConsoleWindow::follow);
-    connect(&mConnection, &Connection::failed, mProblem, &ProblemPane::present);
-    connect(&mConnection, &Connection::ran, this, &ConsoleWindow::present);
-    connect(&mClock, &QTimer::timeout, this, [this] { mStatus->follow(mConnection); });
+    connect(&mClock, &QTimer::timeout, this, [this] { mStatus->follow(*mConnection); });
     connect(mConnectionForm, &ConnectionForm::connectRequested, this, [this] {
         mProblem->hide();
-        mConnection.open(mConnectionForm->parameters());
+        mConnection->open(mConnectionForm->parameters());
     });
-    connect(mConnectionForm, &ConnectionForm::disconnectRequested, &mConnection,
-            &Connection::close);
+    connect(mConnectionForm, &ConnectionForm::disconnectRequested, this,
+            &ConsoleWindow::disconnectOrLetGo);
     connect(mCommandForm, &CommandForm::runRequested, this, &ConsoleWindow::run);
 }
 
+void ConsoleWindow::makeConnection() {
+    mConnection = new Connection(this);
+    connect(mConnection, &Connection::changed, this, &ConsoleWindow::follow);
+    connect(mConnection, &Connection::failed, mProblem, &ProblemPane::present);
+    connect(mConnection, &Connection::ran, this, &ConsoleWindow::present);
+}
+
+void ConsoleWindow::disconnectOrLetGo() {
+    if (!mConnection->isClosing())
+        return mConnection->close();
+    mConnection->letGo();
+    makeConnection();
+    follow();
+}
+
 void ConsoleWindow::follow() {
-    mConnectionForm->follow(mConnection);
-    mCommandForm->follow(mConnection);
-    mStatus->follow(mConnection);
-    if (mConnection.isCalling() || mConnection.isClosing())
+    mConnectionForm->follow(*mConnection);
+    mCommandForm->follow(*mConnection);
+    mStatus->follow(*mConnection);
+    if (mConnection->isCalling() || mConnection->isClosing())
         mClock.start(clockInterval);
     else
         mClock.stop();
-    if (mIsLeaving && mConnection.isIdle())
+    if (mIsLeaving && mConnection->isIdle())
         QCoreApplication::quit();
 }
 
@@ -90,7 +103,7 @@ void ConsoleWindow::run() {
     mSummary->clear();
     mOutput->present(nullptr, {});
     mErrorOutput->present(nullptr, {});
-    mConnection.run(mCommandForm->request());
+    mConnection->run(mCommandForm->request());
 }
 
 void ConsoleWindow::present(const CommandOutcome &outcome) {
@@ -100,10 +113,13 @@ void ConsoleWindow::present(const CommandOutcome &outcome) {
 }
 
 void ConsoleWindow::closeEvent(QCloseEvent *event) {
-    if (mConnection.isIdle())
+    if (mConnection->isIdle()) {
+        if (findChildren<Connection *>().size() > 1)
+            leaveNow();
         return;
+    }
     event->ignore();
     mIsLeaving = true;
-    mConnection.close();
+    mConnection->close();
     QTimer::singleShot(patience, this, leaveNow);
 }

@@ -23,18 +23,20 @@ class ConsoleWindow final : public QWidget {
     CommandForm &commandForm() { return *mCommandForm; }
 
   protected:
-    // Disconnects first, and closes when that is done; but a session that does not end soon does
-    // not keep the window open.
+    // Disconnects first, and closes when that is done; but a session that does not end soon, or has
+    // been let go, does not keep the window open.
     void closeEvent(QCloseEvent *event) override;
 
   private:
     void layOut();
     void wire();
+    void makeConnection();
+    void disconnectOrLetGo();
     void follow();
     void run();
     void present(const CommandOutcome &outcome);
 
-    Connection mConnection;
+    Connection *mConnection = nullptr; // those that were let go are children of the window, too
     ConnectionForm *mConnectionForm;
     CommandForm *mCommandForm;
     StatusLine *mStatus;

@@ -88,14 +88,29 @@ TEST_F(ConsoleTest, RefusesFailsConnectsRunsAndDisconnects) {
     serveUntil([&] { return shows("Not connected"); });
 }
 
-TEST_F(ConsoleTest, ClosingWhileACommandRunsEndsTheApplication) {
+TEST_F(ConsoleTest, LetsGoOfAStuckCommandAndClosesBehindARunningOne) {
     connectAnswering("Return");
+    const std::string stuck = home.directory.path("stuck");
+    start("echo $$ >" + stuck + "; exec sleep 60");
+    serveUntil([&] { return contentOf(stuck).ends_with('\n'); });
+    click(window, "&Disconnect");
+    click(window, "&Disconnect"); // as a double click does
+    EXPECT_FALSE(shows("Not connected"));
+    click(window, "&Let go");
+    EXPECT_TRUE(shows("Not connected"));
+    EXPECT_EXIT(window.close(), testing::ExitedWithCode(EXIT_FAILURE), "");
+
+    click(window, "&Connect");
+    serveUntil([&] { return shows("Connected to "); });
     const std::string running = home.directory.path("running");
-    start("touch " + running + "; sleep 0.5; rm " + running);
-    serveUntil([&] { return std::filesystem::exists(running); });
+    start("touch " + running + "; kill $(cat " + stuck + "); while [ -e " + stuck +
+          " ]; do sleep 0.1; done; rm " + running);
+    serveUntil([&] { return window.findChildren<Connection *>().size() == 1; });
     EXPECT_TRUE(shows("Running on "));
+    EXPECT_FALSE(shows("Ended by signal")) << "what was let go has reported";
     window.close();
     EXPECT_TRUE(shows("Disconnecting as soon as the server has answered"));
+    std::filesystem::remove(stuck);
     EXPECT_EQ(QApplication::exec(), 0);
     EXPECT_TRUE(shows("Not connected"));
     EXPECT_FALSE(std::filesystem::exists(running)) << "the command has not been waited for";

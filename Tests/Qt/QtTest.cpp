@@ -26,10 +26,15 @@ void serveUntil(const std::function<bool()> &condition) {
 }
 
 void click(QWidget &window, const QString &title) {
-    for (auto *const button : window.findChildren<QPushButton *>())
-        if (button->text() == title)
-            return QTest::mouseClick(button, Qt::LeftButton);
-    ADD_FAILURE() << "There is no button " << title.toStdString();
+    QPushButton *button = nullptr;
+    serveUntil([&] {
+        for (auto *const each : window.findChildren<QPushButton *>())
+            if (each->text() == title)
+                button = each;
+        return button != nullptr;
+    });
+    ASSERT_TRUE(button) << title.toStdString();
+    QTest::mouseClick(button, Qt::LeftButton);
 }
 
 void act(QDialog &dialog, const QString &actions) {

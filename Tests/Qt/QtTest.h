@@ -23,7 +23,7 @@ void withNextAlert(const std::function<void(QDialog &)> &handle);
 // Serves the event loop until the condition holds; fails the test when it does not in time.
 void serveUntil(const std::function<bool()> &condition);
 
-// With the mouse, on the button of that title.
+// With the mouse, on the button of that title, as soon as there is one.
 void click(QWidget &window, const QString &title);
 
 // As in "Tab, Return, Click:OK, Close": each key goes to whatever has the focus then, "Close"
