@@ -1,198 +1,317 @@
-#include "Tests/Support/SessionTest.h"
+// The life of a connection. Whoever comes in between on another thread, no secret goes astray and
+// nobody hangs.
+#include "Tests/Support/Relay.h"
+#include "Tests/Support/ScriptedServer.h"
+#include "Tests/Support/Wrapped.h"
 
 #include <SSHSession/RunLoop.h>
 
+#include <asio/ip/tcp.hpp>
+#include <asio/local/stream_protocol.hpp>
+#include <asio/read.hpp>
+#include <asio/write.hpp>
+#include <fmt/format.h>
+
+#include <fcntl.h>
+#include <netinet/tcp.h>
+
+#include <future>
 #include <thread>
 
+using namespace std::string_literals;
+using asio::ip::tcp;
+using asio::local::stream_protocol;
 using SSHPlatform::AlertAnswer;
-using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+using testing::HasSubstr;
 
 namespace {
 
-// Writes down every notice: "(2+)" is a stage that succeeded, "(2-)" one that failed, and a change
-// of the property shows the value that it finds, and whether this is the session queue.
-struct Recorder final : SSHSessionObserver {
+const std::string stopped = "The session was stopped while it was connecting.";
+const std::string notConnected = "libssh2ErrorDomain 0 | Dravella could not execute the SSH "
+                                 "command. | The session is not connected. | -";
+const std::string idlePair = "will isConnected 0 queued did isConnected 0 queued ";
+const std::string endPair = "will isConnected 1 queued did isConnected 0 queued ";
+// Of a start.
+const std::string all = "(0+)(1+)(2+)(3-)(4+)will isConnected 0 did isConnected 1 every 30000 ms ";
+
+// A host whose one timer fires when the test says so. Writes down every notice: "(2+)" is a stage
+// that succeeded, "(2-)" one that failed, and a change of the property shows the value that it
+// finds, and whether this is the session queue. After one of them it does something on another
+// thread, and waits for it.
+struct Host final : SSHSessionObserver, SSHPlatform::MainLoop, SSHPlatform::RepeatingTimer {
+    void note(const std::string &notice) {
+        notices += notice;
+        if (action && notices.ends_with(moment))
+            std::thread(std::exchange(action, nullptr)).join();
+    }
+    void noteChange(const char *when, SSHSession &session, const std::string &key) {
+        const bool isQueued = dynamic_cast<TestSession &>(session).mSessionQueue.isCurrent();
+        note(when + key + (session.isConnected() ? " 1 " : " 0 ") + (isQueued ? "queued " : ""));
+    }
     void willChangeValueForKey(SSHSession &session, const std::string &key) noexcept override {
-        changes("will ", session, key);
+        noteChange("will ", session, key);
     }
     void didChangeValueForKey(SSHSession &session, const std::string &key) noexcept override {
-        changes("did ", session, key);
-    }
-    void changes(const char *when, SSHSession &session, const std::string &key) {
-        const bool isQueued = dynamic_cast<TestSession &>(session).mSessionQueue.isCurrent();
-        notices +=
-            when + key + (session.isConnected() ? " 1 " : " 0 ") + (isQueued ? "queued " : "");
+        noteChange("did ", session, key);
     }
     void willBeginStage(SSHSession & /*session*/, SSHSessionStage stage) noexcept override {
-        notices += "(" + std::to_string(static_cast<int>(stage));
+        note("(" + std::to_string(static_cast<int>(stage)));
     }
     void didEndStage(SSHSession & /*session*/, SSHSessionStage /*stage*/,
                      bool succeeded) noexcept override {
-        notices += succeeded ? "+)" : "-)";
+        note(succeeded ? "+)" : "-)");
     }
+    bool isMainThread() const noexcept override { return true; }
+    bool runAndWait(const std::function<void()> &work) noexcept override { return work(), true; }
+    std::shared_ptr<RepeatingTimer>
+    scheduleRepeating(std::chrono::milliseconds interval,
+                      std::function<void()> work) noexcept override {
+        fire = std::move(work);
+        note(fmt::format("every {} ms ", interval.count()));
+        return {std::shared_ptr<void>(), this};
+    }
+    void invalidate() noexcept override { fire = nullptr; }
 
     std::string taken() { return std::exchange(notices, {}); }
+
     std::string notices;
+    std::string moment;
+    std::function<void()> action;
+    std::function<void()> fire;
 };
 
-const std::string idlePair = "will isConnected 0 queued did isConnected 0 queued ";
-const std::string startPair = "will isConnected 0 did isConnected 1 ";
-const std::string endPair = "will isConnected 1 queued did isConnected 0 queued ";
-
-// A main loop whose timers fire when the test says so.
-struct HandLoop final : SSHPlatform::MainLoop {
-    struct Timer final : SSHPlatform::RepeatingTimer {
-        void invalidate() noexcept override { action = nullptr; }
-        std::function<void()> action;
-    };
-
-    bool isMainThread() const noexcept override { return true; }
-    bool runAndWait(const std::function<void()> &work) noexcept override {
-        if (hasEnded)
-            return false;
-        work();
-        return true;
-    }
-    std::shared_ptr<SSHPlatform::RepeatingTimer>
-    scheduleRepeating(milliseconds interval, std::function<void()> action) noexcept override {
-        intervals.push_back(interval);
-        timer = std::make_shared<Timer>();
-        timer->action = std::move(action);
-        return timer;
-    }
-
-    bool hasEnded = false;
-    std::vector<milliseconds> intervals;
-    std::shared_ptr<Timer> timer;
-};
-
-class LifecycleTest : public SessionTest {
+class LifecycleTest : public ScriptedServerTest {
   protected:
-    std::shared_ptr<TestSession> observed(std::shared_ptr<TestSession> session) {
-        session->addObserver(recorder);
+    std::shared_ptr<TestSession> observed() {
+        SSHPlatform::install(host, user);
+        auto session = sessionAs("password", "sesame");
+        session->addObserver(host);
         return session;
     }
 
-    const std::shared_ptr<Recorder> recorder = std::make_shared<Recorder>();
+    const std::shared_ptr<Host> host = std::make_shared<Host>();
 };
 
 } // namespace
 
-TEST(FacadeDeathTest, AnAbstractSessionOnlyCarriesItsParameters) {
-    SSHSession plain("host", 65535, "ada", std::nullopt, "~/key");
-    EXPECT_EQ(plain.host(), "host");
-    EXPECT_EQ(plain.port(), 65535);
-    EXPECT_EQ(plain.keyFilePath(), "~/key");
-    EXPECT_FALSE(plain.uuid() || plain.password() || plain.isConnected());
-    const auto report = [](const char *function, const char *line) {
-        return std::string("\\(false\\), function -\\[SSHSession ") + function +
-               "\\], file SSHSession, line " + line;
+TEST_F(LifecycleTest, MisuseEndsTheProcess) {
+    SSHSession plain("host", 1, "ada", std::nullopt, std::nullopt);
+    const auto report = [](const std::string &function, const char *line) {
+        return HasSubstr("(false), function -[SSHSession " + function +
+                         "], file SSHSession, line " + line);
     };
     EXPECT_DEATH(plain.start(nullptr), report("start:", "88"));
     EXPECT_DEATH(plain.stop(), report("stop", "95"));
     EXPECT_DEATH(plain.execute(nullptr, nullptr), report("execute:error:", "101"));
+    const auto startTwice = [&](const std::optional<std::string> &name) {
+        const auto session = std::make_shared<TestSession>("127.0.0.1", scripted.port(), name,
+                                                           "sesame", std::nullopt);
+        session->start(nullptr);
+        session->start(nullptr);
+    };
+    EXPECT_DEATH(startTwice("password"),
+                 HasSubstr("(!mKeepAliveTimer), function -[SSHSession_libssh2 start:], file "
+                           "SSHSession_libssh2, line 122"));
+    EXPECT_DEATH(startTwice(std::nullopt), "self.user.*_authenticate");
 }
 
-TEST_F(LifecycleTest, AnnouncesStagesAndConnection) {
-    const auto session = observed(makeSession(server().port(), std::nullopt, key()));
-    session->stop();
-    EXPECT_EQ(recorder->taken(), idlePair);
-    for (int round = 0; round < 2; ++round) {
-        EXPECT_TRUE(session->start(&error)) << summary(error);
-        EXPECT_EQ(recorder->taken(), "(0+)(1+)(2+)(3-)(4+)" + startPair);
-        EXPECT_TRUE(session->execute(makeCommand("true"), &error));
-        EXPECT_EQ(recorder->taken(), "(5+)");
-        session->stop();
-        EXPECT_EQ(recorder->taken(), endPair);
-        session->stop();
-        EXPECT_EQ(recorder->taken(), idlePair);
-        EXPECT_TRUE(session->isIdle());
-    }
-    session->removeObserver(recorder);
-    session->stop();
-    EXPECT_EQ(recorder->taken(), "");
-}
-
-TEST_F(LifecycleTest, TheKeepaliveTimerHoldsTheSessionUntilStop) {
-    const auto loop = std::make_shared<HandLoop>();
-    SSHPlatform::install(loop, user);
-    auto session = connected();
-    EXPECT_EQ(loop->intervals, std::vector<milliseconds>{std::chrono::seconds(30)});
-    const std::weak_ptr<TestSession> watch = session;
-    session.reset();
-    SSHSession *const held = watch.lock().get();
-    ASSERT_TRUE(held);
-
-    // Due again only when the interval has passed since the one that `start` sent, so the server
-    // sees none of these; but none may fail or end the connection either.
-    loop->timer->action();
-    loop->timer->action();
-    EXPECT_TRUE(held->execute(makeCommand("true"), &error));
-    const std::function<void()> late = loop->timer->action;
-    held->stop();
-    late(); // a timer that fired just before it was cancelled finds no session
-    EXPECT_TRUE(eventually([&] { return watch.use_count() == 1; })); // `late` itself
-
-    error = nullptr;
-    loop->hasEnded = true; // then every question counts as refused
-    std::filesystem::remove(home.knownHosts());
-    EXPECT_FALSE(makeSession(server().port())->start(&error));
-    EXPECT_TRUE(error == nullptr && user->shown.empty());
-}
-
-TEST_F(LifecycleTest, AConnectedSessionMustNotBeStartedAgain) {
-    server(); // here, not in the process that dies and would leave its server behind
-    EXPECT_DEATH(connected()->start(nullptr),
-                 "\\(!mKeepAliveTimer\\), function -\\[SSHSession_libssh2 start:\\], file "
-                 "SSHSession_libssh2, line 122");
-    EXPECT_DEATH(
-        std::make_shared<TestSession>("127.0.0.1", server().port(), std::nullopt, "p", std::nullopt)
-            ->start(nullptr),
-        "self.user.*_authenticate");
-}
-
-TEST_F(LifecycleTest, ARefusalOrAStopAtAnyQuestionMakesStartFail) {
-    const Sshd sshd;
-    const std::string locked = home.directory.path(".ssh/id_rsa");
-    makeKey(locked, "rsa", "sesame");
-    for (const std::string &path : {key(), locked})
-        sshd.authorize(path);
-    const auto session = observed(makeSession(sshd.port()));
-    EXPECT_FALSE(session->start(&error));
-    EXPECT_EQ(error, nullptr);
-    EXPECT_EQ(recorder->taken(), "(0+)(1+)(2-)" + idlePair);
-
-    user->whileShown = [&] { std::thread([&] { session->stop(); }).join(); };
-    user->answers.assign(2, AlertAnswer::FirstButton);
-    for (const auto &[question, stages] : std::vector<std::pair<const char *, std::string>>{
-             {"authenticity of host", "(0+)(1+)(2" + idlePair + "-)" + idlePair},
-             {"Enter your password", "(0+)(1+)(2+)(3-)(4" + idlePair + "-)" + idlePair}}) {
-        user->shown.clear();
-        EXPECT_FALSE(session->start(&error));
-        EXPECT_EQ(error->localizedFailureReason(),
-                  "The session was stopped while it was connecting.");
-        EXPECT_THAT(user->shown, testing::ElementsAre(testing::HasSubstr(question)));
-        EXPECT_EQ(recorder->taken(), stages);
-        EXPECT_EQ(contentOf(home.knownHosts()), "127.0.0.1 " + sshd.hostKey() + "\n");
-    }
-    const SshAgent agent({key()});
-    EXPECT_TRUE(session->start(&error)) << summary(error);
-}
-
-// Whatever stage the other thread's `stop` falls into, nothing is left over and nothing breaks.
-TEST_F(LifecycleTest, StopAtAnyMoment) {
-    const SshAgent agent({key()});
-    const auto session = makeSession(server().port());
-    for (int delay = 0; delay < 24; ++delay) {
-        std::thread stopper([&] {
-            std::this_thread::sleep_for(milliseconds(2 * delay));
-            session->stop();
+TEST_F(LifecycleTest, HostsWithoutAnSSHServer) {
+    const auto unknown =
+        SSHSession::sessionWithHost("no-such.invalid", 22, "ada", std::nullopt, std::nullopt);
+    EXPECT_FALSE(unknown->start(&error));
+    EXPECT_THAT(summary(error),
+                testing::ContainsRegex("an SSH connection to ada@no-such.invalid. \\| Could not "
+                                       "look up the host. Error: .+ \\(-[0-9]+\\). \\| -"));
+    asio::io_context context;
+    tcp::acceptor listener(context, {asio::ip::address_v4::loopback(), 0});
+    for (const std::string &greeting :
+         {""s, "HTTP/1.0 200 OK\r\n\r\nhello\r\n"s,
+          "SSH-2.0-x\r\n\x01\x02garbage garbage garbage garbage\xff\xfe"s,
+          // A disconnect message, before any keys are exchanged.
+          "SSH-2.0-x\r\n\0\0\0\x1c\x0b\1\0\0\0\2\0\0\0\3bye\0\0\0\0"s + std::string(11, '\0')}) {
+        std::thread server([&] {
+            tcp::socket peer = listener.accept();
+            asio::write(peer, asio::buffer(greeting));
+            peer.shutdown(peer.shutdown_send);
+            std::string taken; // all of it, or the connection would be reset
+            asio::error_code ended;
+            asio::read(peer, asio::dynamic_buffer(taken), ended);
         });
-        const bool started = session->start(nullptr);
-        stopper.join();
-        if (started)
-            session->stop();
+        const auto session = makeSession(listener.local_endpoint().port());
+        session->setDelegate(this);
+        EXPECT_FALSE(session->start(&error)) << greeting;
+        server.join();
+        const auto code = static_cast<std::int32_t>(error->code());
+        EXPECT_LT(code, 0);
+        EXPECT_EQ(summary(error),
+                  fmt::format("libssh2ErrorDomain {} | Dravella could not make an SSH connection "
+                              "to {}@127.0.0.1. | Could not complete the handshake. {} | -",
+                              code, currentUser(), TestSession::_stringForErrorCode(code)));
         EXPECT_TRUE(session->isIdle());
     }
-    EXPECT_TRUE(session->start(&error)) << summary(error);
+    EXPECT_EQ(notices, Lines()); // none was a lost connection
+}
+
+TEST_F(LifecycleTest, FromStartToStop) {
+    auto session = observed();
+    ASSERT_TRUE(session->start(&error)) << summary(error);
+    EXPECT_EQ(host->taken(), all);
+    const int socket = session->connection()->socket();
+    int noDelay = 0;
+    socklen_t size = sizeof noDelay;
+    ::getsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &noDelay, &size);
+    EXPECT_NE(noDelay, 0);
+    EXPECT_NE(::fcntl(socket, F_GETFD) & FD_CLOEXEC, 0);
+    EXPECT_THAT(libssh2_session_methods(session->connection()->session(), LIBSSH2_METHOD_COMP_CS),
+                testing::StartsWith("zlib"));
+    scripted.received(2); // a keepalive and the password
+
+    // The timer holds the session.
+    const std::weak_ptr<TestSession> watch = session;
+    TestSession *const held = session.get();
+    session.reset();
+    ASSERT_FALSE(watch.expired());
+    const std::function<void()> fire = host->fire;
+    for (const bool isBlocking : {true, false}) { // as a command leaves the session
+        for (const int seconds : {0, 31}) {       // due when the interval has passed, and only then
+            wrapped().secondsAhead += seconds;
+            fire();
+            held->mSessionQueue.sync([] {});
+        }
+#ifdef SSHSESSION_WRAPS_LIBSSH2
+        EXPECT_EQ(scripted.received(1), Lines{"keepalive"}) << isBlocking;
+#else
+        GTEST_SKIP() << "*** keepalives are not tested: the system's libssh2 has its own clock ***";
+#endif
+        EXPECT_EQ(resultOf(*held, "eof; close"), "0 (null) |  | ");
+        EXPECT_EQ(host->taken(), "(5+)");
+        EXPECT_EQ(scripted.received(1), Lines{"done"});
+    }
+    wrapped().secondsAhead = 0;
+    held->stop();
+    held->stop();
+    held->removeObserver(host);
+    held->stop();
+    EXPECT_EQ(host->taken(), endPair + idlePair);
+    fire(); // it was on its way when it was cancelled
+    EXPECT_TRUE(eventually([&] { return watch.use_count() == 1; })); // `fire` itself
+}
+
+TEST_F(LifecycleTest, AnEndThatComesWhileStartRuns) {
+    const auto session = observed();
+    const auto startMeets = [&](const std::string &moment, std::function<void()> action) {
+        host->taken();
+        host->moment = moment;
+        host->action = std::move(action);
+        return session->start(&error);
+    };
+    for (const auto &[moment, rest] : std::vector<std::pair<std::string, std::string>>{
+             {"(0", idlePair + "-)"},
+             {"(0+)", idlePair + "(1-)"},
+             {"(1+)", idlePair + "(2-)"},
+             {"(2+)", idlePair + "(3-)(4-)"},
+             {"(3-)", idlePair + "(4-)"},
+             {"(4+)", idlePair + "will isConnected 0 did isConnected 0 "},
+             {"will isConnected 0 ", idlePair + "did isConnected 0 "},
+             {"did isConnected 1 ", endPair},
+             {"every 30000 ms ", endPair}}) {
+        EXPECT_FALSE(startMeets(moment, [&] { session->stop(); })) << moment;
+        EXPECT_EQ(host->taken(), all.substr(0, all.find(moment) + moment.size()) + rest + idlePair);
+        EXPECT_THAT(summary(error), HasSubstr(stopped));
+        EXPECT_TRUE(session->isIdle());
+    }
+    const auto runNothing = [&] { EXPECT_FALSE(session->execute(nullptr, &error)); };
+    EXPECT_TRUE(startMeets("will isConnected 0 ", runNothing)); // no command touches it before
+    EXPECT_EQ(summary(error), notConnected);
+    session->stop();
+    EXPECT_FALSE(startMeets("did isConnected 1 ", runNothing));
+    EXPECT_TRUE(session->isIdle());
+    EXPECT_FALSE(startMeets("did isConnected 1 ", [&] {
+        session->stop();
+        EXPECT_TRUE(session->start(nullptr));
+    }));
+    EXPECT_TRUE(session->isConnected()); // by the start that came later
+}
+
+// The user is asked about one server while other threads try to use it, and connect to another one
+// under the same name: the answer is for the first, and so is the password.
+TEST_F(LifecycleTest, APasswordGoesOnlyToTheServerThatWasVerified) {
+    Relay link(server().port());
+    std::filesystem::remove(home.knownHosts());
+    const auto session = makeSession(link.port(), "sesame", std::nullopt, "password");
+    std::future<bool> again;
+    SSHErrorRef refused;
+    const auto meanwhile = [&] {
+        EXPECT_EQ(resultOf(*session, "out forged; eof; close", "admin", "input"), notConnected);
+        EXPECT_FALSE(session->start(&error));
+        EXPECT_THAT(summary(error), HasSubstr("The session is being started already."));
+        session->stop();
+        link.retarget(scripted.port());
+    };
+    user->whileShown = [&] {
+        if (again.valid())
+            return;
+        std::thread(meanwhile).join();
+        again = std::async(std::launch::async, [&] { return session->start(&refused); });
+        EXPECT_TRUE(eventually([&] { return session->connection() != nullptr; }));
+    };
+    user->answers = {AlertAnswer::FirstButton, AlertAnswer::SecondButton};
+    EXPECT_FALSE(session->start(&error));
+    EXPECT_THAT(summary(error), HasSubstr(stopped));
+    EXPECT_TRUE(eventually([&] {
+        SSHPlatform::RunLoop::main()->runFor(std::chrono::milliseconds(10));
+        return again.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+    }));
+    EXPECT_FALSE(again.get() || refused);
+    EXPECT_EQ(user->shown.size(), 2U);
+    EXPECT_EQ(contentOf(home.knownHosts()), "127.0.0.1 " + server().hostKey() + "\n");
+    EXPECT_EQ(scripted.received(1), Lines{"keepalive"});
+}
+
+TEST_F(LifecycleTest, StopEndsAStartThatHangs) {
+    asio::io_context context;
+    tcp::acceptor full(context, {asio::ip::address_v4::loopback(), 0});
+    full.listen(0); // with one connection in its queue, this never answers
+    tcp::socket filling(context);
+    filling.connect(full.local_endpoint());
+    const auto begin = steady_clock::now();
+    EXPECT_FALSE(makeSession(full.local_endpoint().port())->start(&error));
+    EXPECT_GE(steady_clock::now() - begin, std::chrono::milliseconds(4900));
+    EXPECT_THAT(summary(error), HasSubstr("The connection timed out."));
+
+    const auto stopOnce = [&](const std::shared_ptr<TestSession> &session,
+                              const std::function<bool()> &isHanging) {
+        auto start = std::async(std::launch::async, [&] { return session->start(&error); });
+        EXPECT_TRUE(eventually(isHanging));
+        session->stop();
+        EXPECT_FALSE(start.get());
+        EXPECT_THAT(summary(error), HasSubstr(stopped));
+        EXPECT_TRUE(session->isIdle());
+    };
+    stopOnce(sessionAs("password silent", "sesame"), [&] {
+        scripted.received(2);
+        return sessionAs("password", "sesame")->start(nullptr); // nor does one wait for another
+    });
+    const std::string path = home.directory.path("agent");
+    stream_protocol::acceptor agent(context, path);
+    ::setenv("SSH_AUTH_SOCK", path.c_str(), 1);
+    stream_protocol::socket peer(context);
+    stopOnce(sessionAs("publickey"), [&] {
+        agent.accept().close(); // a probe
+        peer = agent.accept();
+        char byte = 0;
+        return asio::read(peer, asio::buffer(&byte, 1)) > 0;
+    });
+    std::promise<void> released;
+    std::atomic<int> lookUps = 0;
+    wrapped().beforeLookUp = [&, gate = released.get_future().share()] {
+        ++lookUps;
+        gate.wait();
+        ++lookUps;
+    };
+    stopOnce(sessionAs("password", "sesame"), [&] { return lookUps == 1; });
+    released.set_value();
+    EXPECT_TRUE(eventually([&] { return lookUps == 2; })); // it was left behind
+    wrapped().beforeLookUp = nullptr;
 }

@@ -1,9 +1,7 @@
-"""An SSH server that does what its client tells it to, odd things above all.
+"""An SSH server, with the host key of its one argument, that does what its client tells it to.
 
-    scripted_server.py HOST_KEY_FILE
-
-It listens on loopback, prints "port NUMBER" and from then on a line for everything that a client
-sends. Words are quoted as in a shell; \\xHH and \\n in them stand for bytes.
+It prints "port NUMBER" and from then on a line for everything that a client sends. Words are quoted
+as in a shell; \\xHH and \\n in them stand for bytes.
 
 A user's name is a script of one step: the methods that are offered, then what happens when one is
 tried. Nothing means: every answer is taken but an empty one and "wrong".
@@ -13,27 +11,23 @@ tried. Nothing means: every answer is taken but an empty one and "wrong".
     password silent                    no answer, ever
     disconnect 11                      before any method is named
     none                               the user is let in without being asked
-
 A client whose version has "reset" in it is hung up on when its first keys are agreed on, and one
 with "repeat" is told each signature algorithm many times.
-
 A command is a script of steps that are separated by "; ", see Channel.run. One that runs through
 sudo is its inner command, with "prompt" and "success" as two steps more.
 """
 import asyncio
-import os
 import re
 import shlex
 import sys
 
 import asyncssh
-from asyncssh.constants import (MSG_CHANNEL_CLOSE, MSG_CHANNEL_DATA, MSG_CHANNEL_EOF,
-                                MSG_CHANNEL_EXTENDED_DATA, MSG_CHANNEL_REQUEST, MSG_DISCONNECT,
-                                MSG_GLOBAL_REQUEST, MSG_IGNORE, MSG_USERAUTH_FAILURE)
+from asyncssh import constants as ssh
 from asyncssh.packet import Boolean, Byte, NameList, SSHPacket, String, UInt32
 
 SUDO = re.compile(r"""/usr/bin/sudo -S -p '(.*?)' /bin/sh -c "echo '(.*?)'; (.*)"$""", re.DOTALL)
 
+REFUSED = {"", "wrong"}
 # Passwords are to arrive here as they were sent.
 asyncssh.auth.saslprep = lambda text: text
 
@@ -44,37 +38,29 @@ def log(*words):
 
 def packet(payload):
     """Lets pass what AsyncSSH takes for an offence: a keepalive before authentication."""
-    if payload.startswith(Byte(MSG_GLOBAL_REQUEST)):
+    if payload.startswith(Byte(ssh.MSG_GLOBAL_REQUEST)):
         log("keepalive")
-        payload = Byte(MSG_IGNORE) + String("")
+        payload = Byte(ssh.MSG_IGNORE) + String("")
     return SSHPacket(payload)
 
 
 asyncssh.connection.SSHPacket = packet
 
-CHANNEL_HANDLERS = asyncssh.channel.SSHChannel._packet_handlers
-first_eof = CHANNEL_HANDLERS[MSG_CHANNEL_EOF]
-
-
-def every_eof(channel, kind, number, packet):
-    """Lets pass another one: a command whose input has ended is told so again and again."""
-    if channel._recv_state == "open":
-        first_eof(channel, kind, number, packet)
-
-
-CHANNEL_HANDLERS[MSG_CHANNEL_EOF] = every_eof
-
-
+handlers = asyncssh.channel.SSHChannel._packet_handlers
+first_eof = handlers[ssh.MSG_CHANNEL_EOF]
+# Lets pass another one: a command whose input has ended is told so again and again.
+handlers[ssh.MSG_CHANNEL_EOF] = lambda channel, *rest: (channel._recv_state == "open" and
+                                                    first_eof(channel, *rest))
 first_newkeys = asyncssh.connection.SSHConnection.send_newkeys
 
 
 def send_newkeys(connection, key, key_hash):
-    if b"reset" in connection._client_version:
-        connection._transport.close()
-        return
     if b"repeat" in connection._client_version:
         connection._sig_algs = [name for name in connection._sig_algs for _ in range(20)]
-    first_newkeys(connection, key, key_hash)
+    if b"reset" in connection._client_version:
+        connection._transport.close()
+    else:
+        first_newkeys(connection, key, key_hash)
 
 
 asyncssh.connection.SSHConnection.send_newkeys = send_newkeys
@@ -86,12 +72,9 @@ def raw(word):
 
 def disconnect(connection, reason, *texts):
     """Leaves out of the message what is not given, its strings' lengths included."""
-    connection.send_packet(MSG_DISCONNECT, UInt32(int(reason)), *(String(raw(t)) for t in texts))
+    fields = [String(raw(text)) for text in texts]
+    connection.send_packet(ssh.MSG_DISCONNECT, UInt32(int(reason)), *fields)
     connection._transport.close()
-
-
-def taken(answer):
-    return answer not in ("", "wrong")
 
 
 class Server(asyncssh.SSHServer):
@@ -104,7 +87,7 @@ class Server(asyncssh.SSHServer):
     def send_failure(self, partial):
         self.connection._auth = None
         methods = [method.encode() for method in self.methods]
-        self.connection.send_packet(MSG_USERAUTH_FAILURE, NameList(methods), Boolean(partial))
+        self.connection.send_packet(ssh.MSG_USERAUTH_FAILURE, NameList(methods), Boolean(partial))
 
     def begin_auth(self, user):
         first, *self.steps = shlex.split(user)
@@ -134,7 +117,7 @@ class Server(asyncssh.SSHServer):
         self.attempt()
         if self.steps == ["silent"]:
             await asyncio.Event().wait()
-        return taken(password)
+        return password not in REFUSED
 
     def kbdint_auth_supported(self):
         return "keyboard-interactive" in self.methods
@@ -151,12 +134,11 @@ class Server(asyncssh.SSHServer):
 
     def validate_kbdint_response(self, user, answers):
         log("answers", [answer.encode() for answer in answers])
-        return all(map(taken, answers)) and self.next_round()
+        return not REFUSED.intersection(answers) and self.next_round()
 
     def session_requested(self):
         if self.refusal:
-            code, text = self.refusal
-            raise asyncssh.ChannelOpenError(int(code), text)
+            raise asyncssh.ChannelOpenError(int(self.refusal[0]), self.refusal[1])
         return Channel(self)
 
 
@@ -165,13 +147,12 @@ class Channel(asyncssh.SSHServerSession):
 
     def __init__(self, server):
         self.server = server
-        self.received = b""
-        self.arrival = asyncio.Event()
+        self.input = asyncio.StreamReader()
         self.closed = asyncio.Event()
 
     def connection_made(self, channel):
-        self.channel = channel
         self.number = UInt32(channel._send_chan)
+        channel._close_send = self.closed.set  # to answer is for the script to do
 
     def exec_requested(self, command):
         self.markers = {}
@@ -183,67 +164,53 @@ class Channel(asyncssh.SSHServerSession):
         return self.steps != [["refuse-exec"]]
 
     def session_started(self):
-        self.channel._close_send = self.closed.set  # to answer is for the script to do
         self.task = asyncio.create_task(self.run())
 
     def data_received(self, data, datatype):
-        self.received += data
-        self.arrival.set()
+        self.input.feed_data(data)
 
     def eof_received(self):
-        self.received += b"<end>\n"
-        self.arrival.set()
+        self.input.feed_data(b"<end>\n")
         return True
+
+    async def read(self):
+        log("line", (await self.input.readline())[:-1])
 
     def send(self, kind, *fields):
         self.server.connection.send_packet(kind, self.number, *fields)
 
     def request(self, name, *fields):
-        self.send(MSG_CHANNEL_REQUEST, String(name), Boolean(False), *fields)
+        self.send(ssh.MSG_CHANNEL_REQUEST, String(name), Boolean(False), *fields)
 
     async def run(self):
+        kinds = {
+            "out": lambda word: self.send(ssh.MSG_CHANNEL_DATA, String(raw(word))),
+            "err": lambda word: self.send(ssh.MSG_CHANNEL_EXTENDED_DATA, UInt32(1),
+                                          String(raw(word))),
+            "read": self.read,  # one line, or the end of the input
+            "closed": self.closed.wait,  # by the client
+            "wait": lambda seconds: asyncio.sleep(float(seconds)),
+            "status": lambda code: self.request("exit-status", UInt32(int(code))),
+            "signal": lambda name: self.request("exit-signal", String(name), bytes(9)),
+            # Longer than it is, by its own word.
+            "long-signal": lambda n, name: self.request("exit-signal", UInt32(int(n)), raw(name)),
+            "eof": lambda: self.send(ssh.MSG_CHANNEL_EOF),
+            "close": lambda: self.send(ssh.MSG_CHANNEL_CLOSE),
+            "disconnect": lambda *words: disconnect(self.server.connection, *words),
+            "refuse": lambda *words: setattr(self.server, "refusal", words)}  # the next channels
         for name, *words in self.steps:
-            name, *words = (*self.markers[name], *words) if name in self.markers else (name, *words)
-            if name == "out":
-                self.send(MSG_CHANNEL_DATA, String(raw(words[0])))
-            elif name == "err":
-                self.send(MSG_CHANNEL_EXTENDED_DATA, UInt32(1), String(raw(words[0])))
-            elif name == "read":  # one line, or the end of the input
-                while b"\n" not in self.received:
-                    self.arrival.clear()
-                    await self.arrival.wait()
-                line, _, self.received = self.received.partition(b"\n")
-                log("line", line)
-            elif name == "closed":  # by the client
-                await self.closed.wait()
-            elif name == "wait":
-                await asyncio.sleep(float(words[0]))
-            elif name == "status":
-                self.request("exit-status", UInt32(int(words[0])))
-            elif name == "signal":
-                self.request("exit-signal", String(words[0]), Boolean(False), String(""), String(""))
-            elif name == "long-signal":  # longer than it is, by its own word
-                self.request("exit-signal", UInt32(int(words[0])), raw(words[1]))
-            elif name == "eof":
-                self.send(MSG_CHANNEL_EOF)
-            elif name == "close":
-                self.send(MSG_CHANNEL_CLOSE)
-            elif name == "disconnect":
-                disconnect(self.server.connection, *words)
-            elif name == "refuse":  # the connection's next channels
-                self.server.refusal = words
-            else:
-                log("no such step:", name)
+            name, *marker = self.markers.get(name, (name,))
+            waiting = kinds[name](*marker, *words)
+            if waiting:
+                await waiting
         log("done")
 
 
 async def main():
-    parent = os.getppid()
     server = await asyncssh.create_server(Server, "127.0.0.1", 0, encoding=None, line_editor=False,
                                           server_host_keys=[sys.argv[1]])
     log("port", server.sockets[0].getsockname()[1])
-    while os.getppid() == parent:  # nobody stops the server of a test that has crashed
-        await asyncio.sleep(1)
+    await asyncio.Event().wait()
 
 
 asyncio.run(main())
