@@ -9,10 +9,11 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string_view>
 
 using SSHEngine::Connection;
 using SSHEngine::connectionError;
@@ -23,35 +24,47 @@ namespace {
 
 constexpr int noMoreIdentities = 1; // libssh2_agent_get_identity(3)
 
-bool canConnect(const sockaddr_un &address) {
+// Answers errno, 0 for success.
+int tryToConnect(const sockaddr_un &address) {
     const int probe = ::socket(AF_UNIX, SOCK_STREAM, 0);
     if (probe < 0)
-        return false;
+        return errno;
     ::fcntl(probe, F_SETFD, FD_CLOEXEC);
     ::fcntl(probe, F_SETFL, O_NONBLOCK); // an agent that takes nobody in would be waited for
-    const bool connected =
-        ::connect(probe, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+    const int result = ::connect(probe, reinterpret_cast<const sockaddr *>(&address),
+                                 static_cast<socklen_t>(sizeof address));
+    const int number = result == 0 ? 0 : errno;
     ::close(probe);
-    return connected;
+    return number;
 }
 
-// Whether nobody listens on the socket that SSH_AUTH_SOCK names. The library closes the descriptor
-// of an attempt that fails more than once, and with it what other threads have opened meanwhile.
-// What else may be wrong with the variable, the library finds out by itself.
-bool agentHasGone() {
+// Whether nobody listens on the socket that SSH_AUTH_SOCK names, or takes in nobody for two
+// seconds. The library closes the descriptor of an attempt that fails more than once, and with it
+// what other threads have opened meanwhile. Of a missing variable it says so by itself.
+bool agentHasGone(const Connection &connection) {
     const char *const path = std::getenv("SSH_AUTH_SOCK");
     sockaddr_un address{};
-    if (!path || std::strlen(path) >= sizeof address.sun_path)
+    if (!path)
         return false;
+    if (std::strlen(path) >= sizeof address.sun_path)
+        return true;
     address.sun_family = AF_UNIX;
     std::memcpy(static_cast<void *>(address.sun_path), path, std::strlen(path) + 1);
-    return !canConnect(address);
+    constexpr int attempts = 100;
+    constexpr std::chrono::milliseconds pause(20);
+    int number = EAGAIN;
+    for (int i = 0; number == EAGAIN && i < attempts; ++i) {
+        number = tryToConnect(address);
+        if (number == EAGAIN && connection.waitFor(-1, SSHPlatform::WaitFor::Nothing, pause) < 0)
+            break; // shut down meanwhile
+    }
+    return number != 0;
 }
 
-int connectToAgent(LIBSSH2_SESSION *session, LIBSSH2_AGENT *agent) {
-    if (!agentHasGone())
+int connectToAgent(const Connection &connection, LIBSSH2_AGENT *agent) {
+    if (!agentHasGone(connection))
         return libssh2_agent_connect(agent);
-    libssh2_session_set_last_error(session, LIBSSH2_ERROR_AGENT_PROTOCOL,
+    libssh2_session_set_last_error(connection.session(), LIBSSH2_ERROR_AGENT_PROTOCOL,
                                    "failed connecting with agent"); // the library's own words
     return LIBSSH2_ERROR_AGENT_PROTOCOL;
 }
@@ -82,7 +95,7 @@ bool authenticate(Connection &connection, SSHErrorRef *error) {
     LIBSSH2_AGENT *const agent = connection.openAgent();
     if (!agent)
         return failIn("libssh2_agent_init", libssh2_session_last_errno(session));
-    if (const int code = connectToAgent(session, agent))
+    if (const int code = connectToAgent(connection, agent))
         return failIn("libssh2_agent_connect", code);
 
     const char *const user =

@@ -79,11 +79,12 @@ bool KeyTrials::tryStandardKey(const std::string &name) {
 }
 
 // Only "the server would take the key, but the key cannot sign" asks for a pass phrase, and only
-// once. No library object of this stage lives while the question shows; the connection itself
-// stays, shut down or not.
+// once. The library says the same of a connection that was shut down under the trial: then there is
+// nothing to ask for. No library object of this stage lives while the question shows; the
+// connection itself stays, shut down or not.
 bool KeyTrials::tryKeyWithPrompt(const KeyFiles &files) {
     const int code = tryKey(files, std::nullopt);
-    if (code != LIBSSH2_ERROR_PUBLICKEY_UNVERIFIED)
+    if (code != LIBSSH2_ERROR_PUBLICKEY_UNVERIFIED || !mEngine.holds(mConnection))
         return code == 0;
     mTranscript.asking();
     const std::optional<std::string> passphrase = requestPassphrase(

@@ -25,9 +25,9 @@ constexpr std::string_view channelType = "session";
 constexpr std::string_view execRequest = "exec";
 constexpr const char *couldNotExecute = "Dravella could not execute the SSH command.";
 
-// How long a server may be silent at the end of a command until this side closes the channel, for
-// servers that wait for that.
-constexpr std::chrono::seconds silenceBeforeClosing(3);
+// How long after the end of both outputs this side closes the channel, for servers that wait for
+// that.
+constexpr std::chrono::seconds patienceBeforeClosing(3);
 constexpr std::chrono::milliseconds closingWait(100);
 
 std::string textOf(const SSHStringRef &text) {
@@ -165,21 +165,15 @@ bool CommandRun::serverHasClosed() const {
 // lives, whether this side has closed the channel or not.
 void CommandRun::close() {
     using Clock = std::chrono::steady_clock;
-    Clock::time_point lastHeard = Clock::now();
-    std::size_t received = mConnection.received();
-    bool isWaiting = true;
-    while (isWaiting) {
-        const int code = libssh2_channel_wait_closed(mChannel);
-        mIsClosedInOrder = code == 0;
-        if (code != LIBSSH2_ERROR_EAGAIN)
-            break;
-        if (mConnection.received() != received)
-            lastHeard = Clock::now();
-        received = mConnection.received();
-        if (Clock::now() - lastHeard >= silenceBeforeClosing)
+    const Clock::time_point outputsEnded = Clock::now();
+    int code = LIBSSH2_ERROR_EAGAIN;
+    while ((code = libssh2_channel_wait_closed(mChannel)) == LIBSSH2_ERROR_EAGAIN) {
+        if (Clock::now() - outputsEnded >= patienceBeforeClosing)
             libssh2_channel_close(mChannel);
-        isWaiting = mConnection.wait(SSHPlatform::WaitFor::Reading, closingWait) >= 0;
+        if (mConnection.wait(SSHPlatform::WaitFor::Reading, closingWait) < 0)
+            break;
     }
+    mIsClosedInOrder = code == 0;
     libssh2_channel_close(mChannel);
     // What is left half sent would come before anything that the next command sends.
     while (mIsClosedInOrder && mConnection.hasUnsent())

@@ -171,8 +171,6 @@ ssize_t Connection::receiveFromServer(void *bytes, std::size_t count, int flags)
     ssize_t received = receiveSome(mSocket, bytes, count, flags);
     if (received == -EAGAIN && mReadsArePatient && wait(WaitFor::Reading, patience) > 0)
         received = receiveSome(mSocket, bytes, count, flags);
-    if (received > 0)
-        mReceived += static_cast<std::size_t>(received);
     return received;
 }
 

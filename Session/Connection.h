@@ -77,9 +77,6 @@ class Connection {
     // Whether bytes that the library takes for sent have not found room in the socket yet.
     bool hasUnsent() const noexcept { return !mUnsent.empty(); }
 
-    // How many bytes the server has sent so far.
-    std::size_t received() const noexcept { return mReceived; }
-
     // While an object of this kind lives, a read that finds nothing waits for a moment before it
     // says so. For calls that can only be repeated until the server has answered.
     class PatientReads {
@@ -119,7 +116,6 @@ class Connection {
     // same call to repeat, and let no other call send meanwhile.
     SSHPlatform::ByteBuffer mUnsent;
     int mSendFailure = 0; // errno of a send that failed for good
-    std::size_t mReceived = 0;
     bool mReadsArePatient = false;
 };
 

@@ -161,6 +161,7 @@ bool SSHSession_libssh2::execute(const std::shared_ptr<SSHCommand> &command,
                 failure = notConnectedError();
             if (!succeeded)
                 _cleanup(std::move(used));
+            used.reset(); // what a `stop` ends from here on is closed by then
         });
     }
     didEndStage(SSHSessionStage::Execute, succeeded);
@@ -172,9 +173,12 @@ bool SSHSession_libssh2::execute(const std::shared_ptr<SSHCommand> &command,
 void SSHSession_libssh2::keepAlive() {
     const auto self = std::static_pointer_cast<SSHSession_libssh2>(shared_from_this());
     mSessionQueue.async([self] {
-        if (const ConnectionRef connection = self->connection();
-            connection && connection->isEstablished())
-            libssh2_keepalive_send(connection->session(), nullptr);
+        const ConnectionRef connection = self->connection();
+        if (!connection || !connection->isEstablished())
+            return;
+        // Never waits for a server that takes nothing: `stop` would wait for the keepalive.
+        libssh2_session_set_blocking(connection->session(), 0);
+        libssh2_keepalive_send(connection->session(), nullptr);
     });
 }
 
