@@ -4,7 +4,7 @@
 
 #include <fmt/format.h>
 
-#include <thread>
+#include <future>
 
 using SSHPlatform::AlertAnswer;
 
@@ -101,20 +101,18 @@ TEST_F(HostKeyTest, AnAcceptedKeyIsAddedUnderThePlainName) {
 TEST_F(HostKeyTest, AsksOnTheMainThreadAndRefusesWhenThereIsNobody) {
     const Sshd sshd;
     user->answers = {AlertAnswer::SecondButton};
-    bool valid = true;
-    std::thread worker([&] {
-        valid = validate(sshd);
-        SSHPlatform::RunLoop::main()->stop();
-    });
-    SSHPlatform::RunLoop::main()->run();
-    worker.join();
-    EXPECT_FALSE(valid);
+    const auto onAnotherThread = [&] {
+        return std::async(std::launch::async, [&] { return validate(sshd); });
+    };
+    auto valid = onAnotherThread();
+    while (valid.wait_for(std::chrono::milliseconds(0)) != std::future_status::ready)
+        SSHPlatform::RunLoop::main()->runFor(std::chrono::milliseconds(10));
+    EXPECT_FALSE(valid.get());
     EXPECT_EQ(user->shown, Lines{unknown(sshd)});
     EXPECT_EQ(user->thread, std::this_thread::get_id());
 
     SSHPlatform::install(nullptr, nullptr);
-    std::thread([&] { valid = validate(sshd); }).join(); // with no loop running
-    EXPECT_FALSE(valid);
+    EXPECT_FALSE(onAnotherThread().get()); // with no loop running
     EXPECT_THAT(log.back(), testing::StartsWith("There is nobody to ask; refused: The authenticity "
                                                 "of host '127.0.0.1:"));
 }

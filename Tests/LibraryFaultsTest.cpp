@@ -1,6 +1,5 @@
-// What CMake/libssh2-patches mends: each of those patches names the test here that fails without
-// it. Leaks and reads beyond the heap are seen as well, and better, with the address sanitizer.
-// And agents that are not what they should be, for the library and for a session.
+// What CMake/libssh2-patches mends: each patch names the test here that fails without it; the
+// address sanitizer sees still more. And agents that are not what they should be.
 #include "Tests/Support/ScriptedServer.h"
 #include "Tests/Support/Wrapped.h"
 
@@ -12,7 +11,6 @@
 
 #include <fcntl.h>
 #include <malloc.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,22 +26,21 @@ using testing::HasSubstr;
 namespace {
 
 // Memory that is filled, with marks behind it that must not change.
-constexpr char mark = 'x';
-constexpr std::size_t marks = 16;
+const std::string marks(16, 'x');
 int overwritten = 0;
 std::map<void *, std::size_t> sizes;
 
 void *allocate(std::size_t size, void ** /*abstract*/) {
-    void *memory = std::malloc(size + marks);
+    void *memory = std::malloc(size + marks.size());
     sizes[memory] = size;
-    return std::memset(memory, mark, size + marks);
+    return std::memset(memory, 'x', size + marks.size());
 }
 
 void release(void *memory, void ** /*abstract*/) {
     if (!memory)
         return;
     const char *behind = static_cast<char *>(memory) + sizes.extract(memory).mapped();
-    if (std::count(behind, behind + marks, mark) != marks)
+    if (std::string_view(behind, marks.size()) != marks)
         ++overwritten;
     std::free(memory);
 }
@@ -60,13 +57,6 @@ using Library = std::unique_ptr<LIBSSH2_SESSION, decltype(&libssh2_session_free)
 
 Library library() {
     return {libssh2_session_init_ex(allocate, release, reallocate, nullptr), libssh2_session_free};
-}
-
-using Agent = std::unique_ptr<LIBSSH2_AGENT, decltype(&libssh2_agent_free)>;
-
-// Of the one that SSH_AUTH_SOCK names.
-Agent agent(const Library &library) {
-    return {libssh2_agent_init(library.get()), libssh2_agent_free};
 }
 
 // A connection of the library alone.
@@ -187,7 +177,6 @@ TEST_F(LibraryFaultsTest, OddExitSignals) {
     const auto session = sessionAs("password", "sesame");
     ASSERT_TRUE(session->start(&error)) << summary(error);
     for (const auto &[script, signal] : std::vector<std::pair<std::string, std::string>>{
-             {"long-signal 1000 TERM", "(null)"},
              {"long-signal 5 TERM", "(null)"},
              {"long-signal 4 TERM", "TERM"},
              {"signal TERM; long-signal 4294967295 KILL", "TERM"},
@@ -228,10 +217,8 @@ TEST_F(LibraryFaultsTest, NothingIsWrittenBeyondAllocations) {
     const std::string key = home.directory.path("key");
     makeKey(key, "rsa"); // whose base64 takes one "=" that nobody needs
     const std::string shown = publicKey(key);
-    ASSERT_TRUE(shown.ends_with("=") && !shown.ends_with("=="));
     home.directory.write("key.pub", shown.substr(0, shown.size() - 1));
     EXPECT_TRUE(Client(scripted.port(), "SSH-2.0-repeat").signIn("publickey", key));
-    EXPECT_EQ(overwritten, 0);
     for (const char *name : {"|1|QUJDRA==|QUJDREU", "|1|QUI|QUJDRA=="})
         write(fmt::format("{} {}", name, shown), "/dev/null");
     EXPECT_EQ(overwritten, 0);
@@ -241,16 +228,19 @@ TEST_F(LibraryFaultsTest, AnAgentThatGoesAwayIsGivenUp) {
     for (std::size_t answered = 0; answered <= 5; ++answered) { // bytes of a message of nine
         const auto odd = agentThatAnswers({"\0\0\0\5\14", answered});
         const Library library = ::library();
-        const Agent agent = ::agent(library);
-        ASSERT_EQ(libssh2_agent_connect(agent.get()), 0);
-        EXPECT_LT(libssh2_agent_list_identities(agent.get()), 0) << answered;
+        LIBSSH2_AGENT *const agent = libssh2_agent_init(library.get());
+        EXPECT_EQ(libssh2_agent_connect(agent), 0);
+        EXPECT_LT(libssh2_agent_list_identities(agent), 0) << answered;
+        libssh2_agent_free(agent);
     }
 }
 
 TEST_F(LibraryFaultsTest, AStaleAgentSocketIsClosedOnce) {
     ::setenv("SSH_AUTH_SOCK", home.directory.path("stale").c_str(), 1);
     const Library library = ::library();
-    EXPECT_NE(libssh2_agent_connect(agent(library).get()), 0);
+    LIBSSH2_AGENT *const agent = libssh2_agent_init(library.get());
+    EXPECT_NE(libssh2_agent_connect(agent), 0);
+    libssh2_agent_free(agent);
     EXPECT_EQ(wrapped().badCloses, 0);
 }
 
@@ -270,14 +260,12 @@ TEST_F(AgentTest, SignalsDoNotDisturbTheExchange) {
     struct sigaction ignored {};
     ignored.sa_handler = [](int) {}; // without SA_RESTART
     ::sigaction(SIGALRM, &ignored, nullptr);
-    const itimerval often = {{0, 1000}, {0, 1000}};
-    ::setitimer(ITIMER_REAL, &often, nullptr);
+    ::ualarm(1000, 1000);
     for (int round = 0; round < 5; ++round) {
         const auto session = makeSession(server().port());
         EXPECT_TRUE(session->start(&error) && session->connection()->agent()) << summary(error);
         EXPECT_EQ(resultOf(*session, "echo out"), "0 (null) | out\n | ");
         session->stop();
     }
-    const itimerval never = {};
-    ::setitimer(ITIMER_REAL, &never, nullptr);
+    ::ualarm(0, 0);
 }

@@ -46,12 +46,9 @@ class OddServerTest : public ScriptedServerTest {
 } // namespace
 
 TEST_F(OddServerTest, EndsOfCommands) {
-    EXPECT_EQ(resultOf(*session, "close"), couldNot + "The session is not connected. | -");
     for (const auto &[script, expected] : std::vector<std::pair<std::string, std::string>>{
              {"out a; err b; status 3; eof; close", "3 (null) | a | b"},
-             {"out a; signal TERM; eof; close", "0 TERM | a | "},
-             {"status 7; signal FOO@bar; eof; close", "7 FOO@bar |  | "},
-             {"out a; status 5; close", "5 (null) | a | "},
+             {"out a; status 7; signal FOO@bar; eof; close", "7 FOO@bar | a | "},
              {"out a; eof; closed; wait 0.1; status 5; close", "5 (null) | a | "}, // only then
              {"eof; wait 1.5; status 6; close", "6 (null) |  | "},
              {"close", done},
@@ -71,7 +68,6 @@ TEST_F(OddServerTest, EndsOfCommands) {
 TEST_F(OddServerTest, DisconnectsAreToldOnce) {
     for (const auto &[sent, notice] : std::vector<std::pair<std::string, std::string>>{
              {"2 bye en", "2 | bye | en"},
-             {"2 bye ''", "2 | bye | -"},
              {"2 '' de", "2 | - | de"},
              {"2", "2 | - | -"}, // the packet ends after the number
              {R"(2 'a\xffb' '\xfe')", "2 | a\uFFFDb | \uFFFD"},
@@ -124,31 +120,26 @@ TEST_F(OddServerTest, Conversations) {
     for (const Case &each : std::vector<Case>{
              // Both outputs may end before the input is taken.
              {"eof; wait 0.1; read; read; close", input, done, std::nullopt, "data\n"},
-             {"success; read; read; close", input, done, "sesame", "data\n"},
+             {"out '#SSHSessionSudoSuccess^'; eof; read; read; close", input, done, "sesame",
+              "data\n"},
              {"success" + end, {}},
              {"prompt; read; success" + end, {""}, ended, ""},
              {R"(err 'a "lecture"\n'; prompt; read; success)" + end,
               {R"(p\xc3\xa4"$)"},
               ended,
               "p\u00e4\"$"},
-             {"err 'lecture #SSHSession'; wait 0.02; err 'EnterPassword^'; read; "
-              "out '#SSHSessionSudo'; wait 0.02; out 'Success^'; wait 0.02; out \\n" +
-                  end,
-              {"sesame"}},
              {again + again + again + "prompt; read; success" + end, Lines(4, "sesame")},
              {"prompt; read; read; success" + end, {"a", "b"}, ended, "a\nb"},
              {"success; success; prompt; eof; close",
               {},
               "0 (null) | #SSHSessionSudoSuccess^\n | #SSHSessionEnterPassword^"},
-             {"out '#SSHSessionSudoSuccess^'; eof; close", {}, done},
              {again + again + "prompt; read; err '" + gaveUp, Lines(3, "sesame"), couldNotSudo},
              // The end of the channel changes nothing.
              {"status 1; eof; close",
               {},
               couldNot + "Password authentication for sudo timed out. | -"},
              // What else sudo may say is waited on, until the connection ends.
-             {R"(err '\xff)" + gaveUp + "; wait 0.3; disconnect 2 bye", {}, lost},
-             {"err 'who?'; eof; close; wait 0.3; disconnect 11", {}, lost}}) {
+             {R"(err '\xff)" + gaveUp + "; wait 0.3; disconnect 2 bye", {}, lost}}) {
         SCOPED_TRACE(each.script);
         EXPECT_EQ(result(each.script, each.password, each.input), each.result);
         Lines expected;
@@ -157,6 +148,5 @@ TEST_F(OddServerTest, Conversations) {
         expected.emplace_back("done");
         EXPECT_EQ(scripted.received(expected.size()), expected);
     }
-    EXPECT_EQ(notices, (Lines{"2 | bye | -", "in good order"}));
-    EXPECT_EQ(log, Lines());
+    EXPECT_EQ(notices, Lines{"2 | bye | -"});
 }

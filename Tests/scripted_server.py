@@ -1,20 +1,17 @@
 """An SSH server, with the host key of its one argument, that does what its client tells it to.
 
-It prints "port NUMBER" and from then on a line for everything that a client sends. Words are quoted
-as in a shell; \\xHH and \\n in them stand for bytes.
-
-A user's name is a script of one step: the methods that are offered, then what happens when one is
-tried. Nothing means: every answer is taken but an empty one and "wrong".
+It prints "port NUMBER", then a line for everything that a client sends. Words are quoted as in a
+shell; \\xHH and \\n in them stand for bytes. A user's name tells the methods that are offered, then
+what happens when one is tried; by itself every answer is taken but an empty one and "wrong".
     password,keyboard-interactive      publickey,password disconnect 2 bye en
     keyboard-interactive 0 1 2         rounds with so many prompts
     password expired                   a new password is demanded
     password silent                    no answer, ever
     disconnect 11                      before any method is named
     none                               the user is let in without being asked
-A client whose version has "reset" in it is hung up on when its first keys are agreed on, and one
-with "repeat" is told each signature algorithm many times.
-A command is a script of steps that are separated by "; ", see Channel.run. One that runs through
-sudo is its inner command, with "prompt" and "success" as two steps more.
+A client's version may have "reset" in it, to be hung up on when the first keys are agreed on, or
+"repeat", to be told each signature algorithm many times. A command is steps that are separated by
+"; ", see Channel.run; one that runs through sudo may have the steps "prompt" and "success" as well.
 """
 import asyncio
 import re
@@ -85,9 +82,9 @@ class Server(asyncssh.SSHServer):
         connection.send_userauth_failure = self.send_failure
 
     def send_failure(self, partial):
+        methods = NameList([method.encode() for method in self.methods])
         self.connection._auth = None
-        methods = [method.encode() for method in self.methods]
-        self.connection.send_packet(ssh.MSG_USERAUTH_FAILURE, NameList(methods), Boolean(partial))
+        self.connection.send_packet(ssh.MSG_USERAUTH_FAILURE, methods, Boolean(partial))
 
     def begin_auth(self, user):
         first, *self.steps = shlex.split(user)
