@@ -2,45 +2,51 @@
 // one: loopback itself has segments of 64 KiB, buffers of megabytes and never fails.
 #pragma once
 
+#include <asio/ip/tcp.hpp>
+
+#include <atomic>
 #include <chrono>
-#include <cstddef>
-#include <cstdint>
-#include <memory>
+#include <list>
+#include <mutex>
+#include <thread>
 
 struct RelaySettings {
-    std::size_t segment = 1448;         // bytes of data in a TCP segment, to and from both ends
-    std::size_t bytesPerSecond = 0;     // each way; 0: no limit
-    std::chrono::milliseconds delay{0}; // each way
-    // Bytes, each way: what the relay holds beyond what is on its way, and each of its sockets'
-    // buffers, of which the system may make twice as much. A sender whose reader sleeps gets rid of
-    // these and of what fits into its own buffer, no more; without a limit on the rate, this much
-    // goes through in each delay.
+    double bytesPerSecond = 1e12;       // each way, at most
+    std::chrono::milliseconds delay{0}; // each way, after a silence
+    // Of the relay and of each of its sockets, in bytes; the system may make twice as much of it.
     std::size_t bufferSize = 8192;
 };
 
-// Counts among the process's descriptors, and ends with the object: connections that are still open
-// are closed then. Throws std::system_error when there is no socket to be had.
+// From a port of its own to the port `target`, both on loopback. Resets what is open when it ends.
 class Relay {
   public:
-    // `target` is the server's port on loopback.
     explicit Relay(unsigned short target, const RelaySettings &settings = {});
-    Relay(const Relay &) = delete;
-    Relay &operator=(const Relay &) = delete;
-    ~Relay();
+    unsigned short port() const { return mListener.local_endpoint().port(); }
 
-    // Where clients connect to.
-    unsigned short port() const;
-
-    // Any thread, and done when it returns:
-    void retarget(unsigned short target); // where later connections lead
-    void cut();                           // carries nothing any more and closes nothing, for good
-    void reset();                         // resets the open connections at both ends
-
-    // Bytes of all connections that the relay has handed on, counted a moment later.
-    std::uint64_t bytesToServer() const;
-    std::uint64_t bytesToClient() const;
+    // Any thread:
+    void retarget(unsigned short target) { mTarget = target; } // where later connections lead
+    void cut() { mIsCut = true; } // carries nothing any more and closes nothing, for good
+    void reset();                 // resets the open connections at both ends
 
   private:
-    class Line;
-    std::unique_ptr<Line> mLine;
+    struct Line {
+        asio::ip::tcp::socket client;
+        asio::ip::tcp::socket server;
+        std::jthread toServer;
+        std::jthread toClient;
+    };
+
+    void accept(const std::stop_token &stop);
+    void carry(const std::stop_token &stop, asio::ip::tcp::socket &from,
+               asio::ip::tcp::socket &to) const;
+    bool waitFor(const std::stop_token &stop, int descriptor, short event) const;
+
+    const RelaySettings mSettings;
+    std::atomic<unsigned short> mTarget;
+    std::atomic<bool> mIsCut = false;
+    asio::io_context mContext;
+    asio::ip::tcp::acceptor mListener;
+    std::mutex mMutex; // of the lines
+    std::list<Line> mLines;
+    std::jthread mThread;
 };
