@@ -6,7 +6,7 @@ what happens when one is tried; by itself every answer is taken but an empty one
     password,keyboard-interactive      publickey,password disconnect 2 bye en
     keyboard-interactive 0 1 2         rounds with so many prompts
     password expired                   a new password is demanded
-    password silent                    no answer, ever
+    password silent                    no answer, ever; also of publickey
     disconnect 11                      before any method is named
     none                               the user is let in without being asked
 A client's version may have "reset" in it, to be hung up on when the first keys are agreed on, or
@@ -102,9 +102,9 @@ class Server(asyncssh.SSHServer):
     def public_key_auth_supported(self):
         return "publickey" in self.methods
 
-    def validate_public_key(self, user, key):
+    async def validate_public_key(self, user, key):
         log("key", key.get_algorithm())
-        return True
+        return await self.may_answer()
 
     def password_auth_supported(self):
         return "password" in self.methods
@@ -112,9 +112,12 @@ class Server(asyncssh.SSHServer):
     async def validate_password(self, user, password):
         log("password", password.encode())
         self.attempt()
+        return await self.may_answer() and password not in REFUSED
+
+    async def may_answer(self):
         if self.steps == ["silent"]:
             await asyncio.Event().wait()
-        return password not in REFUSED
+        return True
 
     def kbdint_auth_supported(self):
         return "keyboard-interactive" in self.methods

@@ -1,11 +1,10 @@
 // Child processes that do not outlive their object, nor this process, however it ends.
 #pragma once
 
-#include <sys/types.h>
+#include <unistd.h>
 
 #include <atomic>
-#include <chrono>
-#include <cstddef>
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
@@ -22,7 +21,7 @@ Outcome runProcess(const std::vector<std::string> &arguments, const std::string 
 // The same, and an exception with the program's standard error unless its status is 0.
 std::string require(const std::vector<std::string> &arguments, const std::string &input = "");
 
-// A program in the background, killed in the end with all that it has started. A process that is
+// A program in the background, killed in the end with all of its process group. A process that is
 // killed, or crashes, takes its programs along.
 class Process {
   public:
@@ -32,27 +31,19 @@ class Process {
     Process &operator=(const Process &) = delete;
     ~Process();
 
-    bool isRunning();
-
-    // How many of these there are. Each keeps one descriptor of this process open.
-    static std::size_t count() { return instances; }
+    // Each of these keeps one descriptor of this process open.
+    static inline std::atomic<std::size_t> count = 0;
 
   private:
-    static inline std::atomic<std::size_t> instances = 0;
-
-    pid_t mSupervisor = -1;
-    int mLifeline = -1; // while this is open, the supervisor lets the program run
-    bool mHasEnded = false;
+    std::FILE *mLifeline = nullptr; // while this is open, the program may run
 };
 
 // Polls until `condition` holds; answers false when it still does not at the deadline.
-bool eventually(const std::function<bool()> &condition,
-                std::chrono::milliseconds timeout = std::chrono::seconds(10));
+bool eventually(const std::function<bool()> &condition);
 
-// A TCP port on loopback that nobody uses at this moment.
-unsigned short freePort();
-
-bool isRoot();
+inline bool isRoot() {
+    return ::geteuid() == 0;
+}
 
 // Bytes in use on the heap, where the C library tells; else 0. The sanitizers' heaps do not.
 std::size_t heapSize();

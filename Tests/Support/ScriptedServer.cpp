@@ -7,17 +7,14 @@
 
 ScriptedServer::ScriptedServer() {
     makeKey(mDirectory.path("host"), "ecdsa");
-    const std::string program = SSHSESSION_TESTS_DIRECTORY "/scripted_server.py";
     // The distribution's Python has the distribution's AsyncSSH; its warnings are of no use here.
-    const Lines words = {"/usr/bin/python3", "-W", "ignore", program, mDirectory.path("host")};
+    const Lines words = {"/usr/bin/python3", "-W", "ignore",
+                         SSHSESSION_TESTS_DIRECTORY "/scripted_server.py", mDirectory.path("host")};
     mProcess = std::make_unique<Process>(words, mDirectory.path("log"));
-    const std::string announcement = "port ";
-    if (!eventually([&] { return !mProcess->isRunning() || log().ends_with('\n'); },
-                    std::chrono::seconds(30)) ||
-        !log().starts_with(announcement))
+    unsigned port = 0;
+    if (std::sscanf(received(1).at(0).c_str(), "port %u", &port) != 1)
         throw std::runtime_error("the scripted server does not start: " + log());
-    mPort = static_cast<unsigned short>(std::stoul(log().substr(announcement.size())));
-    received();
+    mPort = static_cast<unsigned short>(port);
 }
 
 Lines ScriptedServer::received(std::size_t atLeast) {

@@ -26,13 +26,11 @@ class ScriptedServerTest : public SessionTest, protected SSHSessionDelegate {
     ScriptedServerTest() { know(scripted.hostKey()); }
     void TearDown() override;
 
-    // Reports to `notices`.
     std::shared_ptr<TestSession> sessionAs(const std::string &script,
                                            std::optional<std::string> password = std::nullopt,
                                            std::optional<std::string> key = std::nullopt);
 
-    // "code | message | language", or "in good order". Whatever is wrong with the call itself
-    // follows.
+    // "code | message | language" or "in good order", then what is wrong with the call itself.
     void sshSessionDisconnected(SSHSession &session, const SSHErrorRef &why) noexcept override;
 
     ScriptedServer scripted;

@@ -4,9 +4,7 @@
 
 #include <fmt/format.h>
 
-#include <fstream>
 #include <iostream>
-#include <iterator>
 
 namespace {
 
@@ -15,7 +13,7 @@ std::size_t openDescriptors() {
     // Its first timer makes the run loop open descriptors of its own, for the life of the process.
     SSHPlatform::RunLoop::main()->scheduleRepeating(std::chrono::hours(1), [] {})->invalidate();
     const std::filesystem::directory_iterator entries("/dev/fd");
-    return static_cast<std::size_t>(std::distance(begin(entries), end(entries))) - Process::count();
+    return static_cast<std::size_t>(std::distance(begin(entries), end(entries))) - Process::count;
 }
 
 } // namespace
@@ -32,17 +30,13 @@ SessionTest::SessionTest() : mDescriptors(openDescriptors()) {
     SSHPlatform::setLogSink([this](const std::string &line) { log.push_back(line); });
 }
 
-SessionTest::~SessionTest() {
-    SSHPlatform::install(nullptr, nullptr);
-    SSHPlatform::setLogSink(nullptr);
-}
-
 void SessionTest::TearDown() {
     for (const auto &weak : mSessions)
         if (const auto session = weak.lock())
             session->stop();
     EXPECT_TRUE(eventually([&] { return openDescriptors() <= mDescriptors; }))
         << "descriptors are left open";
+    SSHPlatform::setLogSink(nullptr);
     if (HasFailure() && mServer)
         std::cerr << "--- sshd's log:\n" << mServer->log();
 }

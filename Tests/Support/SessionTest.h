@@ -1,5 +1,4 @@
-// The ground of every test that makes a session: an empty home, a scripted user, a captured log,
-// and a check that nothing is left behind.
+// The ground of tests with sessions: an empty home, a scripted user, and nothing is left behind.
 #pragma once
 
 #include "Session/Connection.h"
@@ -10,13 +9,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <memory>
-#include <string>
-#include <vector>
-
 using Lines = std::vector<std::string>;
 
-// An engine whose inner state tests may look at.
 class TestSession final : public SSHSession_libssh2 {
   public:
     using SSHSession_libssh2::beginConnection;
@@ -30,17 +24,14 @@ class TestSession final : public SSHSession_libssh2 {
         return !mIsConnected && !mConnection && !mKeepAliveTimer;
     }
 
-    // The first two stages of `start`, for a test of a later one.
-    ConnectionRef handshaken();
+    ConnectionRef handshaken(); // done with the first two stages of `start`
 };
 
 class SessionTest : public testing::Test {
   protected:
     SessionTest();
-    ~SessionTest() override;
     void TearDown() override;
 
-    // On loopback.
     std::shared_ptr<TestSession> makeSession(unsigned short port,
                                              std::optional<std::string> password = std::nullopt,
                                              std::optional<std::string> key = std::nullopt,
@@ -49,8 +40,7 @@ class SessionTest : public testing::Test {
     // A server whose host key is known already and that lets `key` in.
     Sshd &server();
     const std::string &key();
-    // Connected to that server.
-    std::shared_ptr<TestSession> connected();
+    std::shared_ptr<TestSession> connected(); // to that server
 
     void know(const std::string &hostKey, const std::string &name = "127.0.0.1");
 

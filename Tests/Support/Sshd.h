@@ -5,28 +5,15 @@
 #include "Tests/Support/TemporaryDirectory.h"
 
 #include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
-// The user who runs the tests.
 std::string currentUser();
 
-// Makes HOME a new empty directory, with an empty .ssh, and hides any running agent. Puts both
-// back.
-class TemporaryHome {
-  public:
+// Makes HOME a new empty directory, with an empty .ssh, and hides any running agent.
+struct TemporaryHome {
     TemporaryHome();
-    TemporaryHome(const TemporaryHome &) = delete;
-    TemporaryHome &operator=(const TemporaryHome &) = delete;
-    ~TemporaryHome();
 
     const TemporaryDirectory directory;
     std::string knownHosts() const { return directory.path(".ssh/known_hosts"); }
-
-  private:
-    std::optional<std::string> mHome;
-    std::optional<std::string> mAgentSocket;
 };
 
 // Makes the key pair `path` and `path`.pub.
@@ -38,7 +25,6 @@ std::string publicKey(const std::string &path);
 class Sshd {
   public:
     // `hostKeyTypes` as ssh-keygen names them; `settings` are further lines for its configuration.
-    // Ready for connections when the constructor returns.
     explicit Sshd(const std::vector<std::string> &hostKeyTypes = {"ecdsa"},
                   const std::string &settings = "");
 
@@ -60,11 +46,10 @@ class Sshd {
 class SshAgent {
   public:
     explicit SshAgent(const std::vector<std::string> &paths = {});
-    SshAgent(const SshAgent &) = delete;
-    SshAgent &operator=(const SshAgent &) = delete;
-    ~SshAgent();
+    ~SshAgent() { ::unsetenv("SSH_AUTH_SOCK"); }
 
   private:
-    TemporaryDirectory mDirectory;
-    std::unique_ptr<Process> mProcess;
+    const TemporaryDirectory mDirectory;
+    const std::string mSocket = mDirectory.path("socket");
+    const Process mProcess{{"ssh-agent", "-D", "-a", mSocket}, mDirectory.path("log")};
 };
