@@ -1,35 +1,29 @@
 #include "Tests/Support/FakePresenter.h"
 
-#include <memory>
-
 namespace {
-
-struct FakeField final : SSHPlatform::TextField {
-    std::string stringValue() const override { return value; }
-    void setStringValue(const std::string &text) override { value = text; }
-    std::string value = "left over";
-};
 
 struct FakeCheckBox final : SSHPlatform::CheckBox {
     void setOn(bool on) override { state = on ? ", checked" : ", unchecked"; }
     std::string state;
 };
 
-struct FakeView final : SSHPlatform::View {
+// A view of the nib that is the field in it as well.
+struct FakeView final : SSHPlatform::TextField {
     explicit FakeView(std::string text) : name(std::move(text)) {}
+    std::string stringValue() const override { return value; }
+    void setStringValue(const std::string &text) override { value = text; }
     const std::string name;
-    FakeField field;
+    std::string value = "left over";
     FakeCheckBox box;
 };
 
 struct FakeNib final : SSHPlatform::Nib {
-    FakeView *view(const std::string &name) override {
-        return name.find("Response") == std::string::npos ? &password : &response;
-    }
-    SSHPlatform::TextField *textField(const std::string &name) override {
-        return name == "alertPasswordField" ? &password.field : &response.field;
-    }
+    SSHPlatform::View *view(const std::string &name) override { return &of(name); }
+    SSHPlatform::TextField *textField(const std::string &name) override { return &of(name); }
     SSHPlatform::CheckBox *checkBox(const std::string & /*name*/) override { return &password.box; }
+    FakeView &of(const std::string &name) {
+        return name == password.name || name == "alertPasswordField" ? password : response;
+    }
 
     FakeView password{"alertAccessoryView"};
     FakeView response{"alertResponseAccessoryView"};
@@ -43,9 +37,9 @@ SSHPlatform::AlertAnswer FakePresenter::runModal(const SSHPlatform::Alert &alert
     for (const auto &button : alert.buttons)
         text += " | " + button.title + (button.keyEquivalent ? "=" + *button.keyEquivalent : "");
     if (auto *view = dynamic_cast<FakeView *>(alert.accessoryView)) {
-        const char *const content = view->field.value.empty() ? "" : ", not cleared";
-        text += " | [" + view->name + view->box.state + content + "]";
-        view->field.value = typed;
+        text += " | [" + view->name + view->box.state;
+        text += view->value.empty() ? "]" : ", not cleared]";
+        view->value = typed;
     }
     shown.push_back(text);
     thread = std::this_thread::get_id();

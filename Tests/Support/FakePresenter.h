@@ -5,9 +5,7 @@
 
 #include <deque>
 #include <functional>
-#include <string>
 #include <thread>
-#include <vector>
 
 class FakePresenter final : public SSHPlatform::AlertPresenter {
   public:

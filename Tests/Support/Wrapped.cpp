@@ -35,8 +35,7 @@ int __wrap_poll(pollfd *entries, nfds_t count, int timeout) {
     return __real_poll(entries, count, timeout);
 }
 
-int __real_getaddrinfo(const char *node, const char *service, const addrinfo *hints,
-                       addrinfo **results);
+decltype(::getaddrinfo) __real_getaddrinfo;
 int __wrap_getaddrinfo(const char *node, const char *service, const addrinfo *hints,
                        addrinfo **results) {
     if (wrapped().beforeLookUp)
