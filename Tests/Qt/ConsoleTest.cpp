@@ -51,22 +51,19 @@ class ConsoleTest : public QtTest {
     ConsoleWindow window;
 };
 
-TEST_F(ConsoleTest, RefusesFailsConnectsRunsAndDisconnects) {
+TEST_F(ConsoleTest, RefusesFailsConnectsRunsLetsGoAndCloses) {
     connectAnswering("Click:Cancel");
     EXPECT_TRUE(shows("Not connected"));
     EXPECT_TRUE(
         shows("The server's host key was not accepted.\nAsk whoever runs the server for its "
               "key, and compare the two before you connect again."));
-    EXPECT_EQ(namelessIn(window), "");
-    EXPECT_LE(window.height(), 768 - 40) << "on a low screen, with a frame";
+    expectNames(window);
     window.activateWindow(); // as a window manager does
     serveUntil([&] { return window.isActiveWindow(); });
-    for (const auto &[letter, field] :
-         {std::pair(Qt::Key_K, "Key file"), std::pair(Qt::Key_I, "Standard input")}) {
-        QTest::keyClick(window.windowHandle(), letter, Qt::AltModifier);
-        ASSERT_TRUE(QApplication::focusWidget());
-        EXPECT_EQ(QApplication::focusWidget()->accessibleName(), field);
-    }
+    QTest::keyClick(window.windowHandle(), Qt::Key_K, Qt::AltModifier);
+    EXPECT_EQ(QApplication::focusWidget()->accessibleName(), "Key file");
+    QTest::keyClick(window.windowHandle(), Qt::Key_I, Qt::AltModifier);
+    EXPECT_EQ(QApplication::focusWidget()->accessibleName(), "Standard input");
     EXPECT_EQ(contentOf(home.knownHosts()), "");
 
     fill("root", "/missing <b>key</b>");
@@ -84,12 +81,7 @@ TEST_F(ConsoleTest, RefusesFailsConnectsRunsAndDisconnects) {
     serveUntil([&] { return shows("Exit status 3 after"); });
     EXPECT_TRUE(shows("<b>o<U+001B>"));
     EXPECT_TRUE(shows("e<U+000D>"));
-    click(window, "&Disconnect");
-    serveUntil([&] { return shows("Not connected"); });
-}
 
-TEST_F(ConsoleTest, LetsGoOfAStuckCommandAndClosesBehindARunningOne) {
-    connectAnswering("Return");
     const std::string stuck = home.directory.path("stuck");
     start("echo $$ >" + stuck + "; exec sleep 60");
     serveUntil([&] { return contentOf(stuck).ends_with('\n'); });

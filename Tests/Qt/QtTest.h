@@ -26,12 +26,13 @@ void serveUntil(const std::function<bool()> &condition);
 // With the mouse, on the button of that title, as soon as there is one.
 void click(QWidget &window, const QString &title);
 
-// As in "Tab, Return, Click:OK, Close": each key goes to whatever has the focus then, "Close"
-// closes the window. The user has had time to read the question, but for what is "Early Return".
+// As in "Tab, Return, Click:OK": each key goes to whatever has the focus then. The user has had
+// time to read the question, but for what is "Early Return". A key that is down since before comes
+// as "Held Return", or as "Repeated Return" from X11.
 void act(QDialog &dialog, const QString &actions);
 
 // All that can be read in the widget, a text a line.
 std::string textOf(const QWidget &widget);
 
-// What Tab brings the focus to, but has no name for a screen reader to say.
-std::string namelessIn(const QWidget &widget);
+// That screen readers have a name for whatever Tab brings the focus to.
+void expectNames(const QWidget &widget);
