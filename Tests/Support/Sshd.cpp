@@ -76,9 +76,10 @@ void Sshd::authorize(const std::string &path) const {
 }
 
 SshAgent::SshAgent(const std::vector<std::string> &paths) {
-    if (!eventually([&] { return std::filesystem::exists(mSocket); }))
-        throw std::runtime_error("ssh-agent does not start: " + contentOf(mDirectory.path("log")));
     ::setenv("SSH_AUTH_SOCK", mSocket.c_str(), 1);
+    constexpr int noAgent = 2; // ssh-add(1)
+    if (!eventually([] { return runProcess({"ssh-add", "-l"}).status != noAgent; }))
+        throw std::runtime_error("ssh-agent does not start: " + contentOf(mDirectory.path("log")));
     for (const std::string &path : paths)
         require({"ssh-add", "-q", path});
 }
