@@ -15,7 +15,6 @@ namespace {
 
 using Disconnect = void(LIBSSH2_SESSION *, int, const char *, int, const char *, int, void **);
 
-constexpr std::chrono::milliseconds patience(100);
 constexpr std::chrono::hours forever(24 * 365);
 
 #ifndef MSG_NOSIGNAL
@@ -168,10 +167,20 @@ void Connection::sendAllUnsent() {
 }
 
 ssize_t Connection::receiveFromServer(void *bytes, std::size_t count, int flags) {
-    ssize_t received = receiveSome(mSocket, bytes, count, flags);
-    if (received == -EAGAIN && mReadsArePatient && wait(WaitFor::Reading, patience) > 0)
-        received = receiveSome(mSocket, bytes, count, flags);
-    return received;
+    const ssize_t received = receiveSome(mSocket, bytes, count, flags);
+    const std::chrono::milliseconds time = patience();
+    if (received != -EAGAIN || time.count() == 0 || wait(WaitFor::Reading, time) <= 0)
+        return received;
+    return receiveSome(mSocket, bytes, count, flags);
+}
+
+std::chrono::milliseconds Connection::patience() const {
+#if LIBSSH2_VERSION_NUM < 0x010b00
+    // This version takes a wait of its own that a signal interrupts for a time-out.
+    if (libssh2_session_get_blocking(mSession) != 0)
+        return std::chrono::seconds(30);
+#endif
+    return std::chrono::milliseconds(mReadsArePatient ? 100 : 0);
 }
 
 // To the agent the library writes on a blocking socket, on which a signal would end the host.

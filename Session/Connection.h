@@ -103,6 +103,7 @@ class Connection {
     ssize_t receiveFromServer(void *bytes, std::size_t count, int flags);
     ssize_t sendToAgent(int descriptor, std::string_view bytes, int flags) const;
     ssize_t receiveFromAgent(int descriptor, void *bytes, std::size_t count, int flags) const;
+    std::chrono::milliseconds patience() const; // of a read that finds nothing
     void sendUnsent();
     void sendAllUnsent();
 

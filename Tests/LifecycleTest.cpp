@@ -160,16 +160,18 @@ TEST_F(LifecycleTest, FromStartToStop) {
     session.reset();
     ASSERT_FALSE(watch.expired());
     const std::function<void()> fire = host->fire;
-    for (const bool isBlocking : {true, false}) { // as a command leaves the session
-        for (const int seconds : {28, 3}) {       // due when the interval has passed, and only then
+    for (const char *mode : {"blocking", "as a command leaves the session"}) {
+        SCOPED_TRACE(mode);
+        for (const int seconds : {28, 3}) { // due when the interval has passed, and only then
             wrapped().secondsAhead += seconds;
             fire();
             held->mSessionQueue.sync([] {});
         }
 #ifdef SSHSESSION_WRAPS_LIBSSH2
-        EXPECT_EQ(scripted.received(1), Lines{"keepalive"}) << isBlocking;
+        EXPECT_EQ(scripted.received(1), Lines{"keepalive"});
 #else
-        GTEST_SKIP() << "*** keepalives are not tested: the system's libssh2 has its own clock ***";
+        GTEST_LOG_(WARNING) << "*** keepalives are not tested: the system's libssh2 has its own "
+                               "clock ***";
 #endif
         EXPECT_EQ(resultOf(*held, "eof; close"), "0 (null) |  | ");
         EXPECT_EQ(host->taken(), "(5+)");
