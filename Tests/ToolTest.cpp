@@ -201,6 +201,9 @@ TEST_F(ToolTest, OnlyALineIsAnAnswerAtATerminal) {
 }
 
 TEST_F(ToolTest, SignalsFindTheTerminalAsItWas) {
+#ifdef SSHSESSION_HOLDS_SIGNALS_BACK
+    GTEST_SKIP() << "*** signals at a terminal are not tested: the thread sanitizer loses some ***";
+#endif
     const std::string prompt = "Password for a@127.0.0.1: ";
     const std::string command = "trap : INT; " SSHSESSION_TOOL
                                 " --password-from prompt a@127.0.0.1 true; echo $?; stty -a | "

@@ -17,7 +17,7 @@ bool QuestionQueue::ask(const std::function<void()> &work, const std::function<v
 }
 
 void QuestionQueue::askHere(const std::function<void()> &work, const std::function<void()> &wake) {
-    std::unique_lock lock(mMutex);
+    MutexLock lock(mMutex);
     const bool wasServing = std::exchange(mIsServing, true);
     lock.unlock();
     work();

@@ -34,9 +34,10 @@ class Terminal {
     void write(std::string_view text) const {
         while (!text.empty()) {
             const ssize_t written = ::write(mDescriptor, text.data(), text.size());
-            if (written <= 0)
+            if (written > 0)
+                text.remove_prefix(static_cast<std::size_t>(written));
+            else if (written == 0 || errno != EINTR)
                 return;
-            text.remove_prefix(static_cast<std::size_t>(written));
         }
     }
 
