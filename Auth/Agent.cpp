@@ -26,10 +26,9 @@ constexpr int noMoreIdentities = 1; // libssh2_agent_get_identity(3)
 
 // Answers errno, 0 for success.
 int tryToConnect(const sockaddr_un &address) {
-    const int probe = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    const int probe = SSHPlatform::openSocket(AF_UNIX);
     if (probe < 0)
         return errno;
-    ::fcntl(probe, F_SETFD, FD_CLOEXEC);
     ::fcntl(probe, F_SETFL, O_NONBLOCK); // an agent that takes nobody in would be waited for
     const int result = ::connect(probe, reinterpret_cast<const sockaddr *>(&address),
                                  static_cast<socklen_t>(sizeof address));

@@ -19,9 +19,10 @@ void libssh2_keyboard_callback(const char * /*name*/, int /*nameLength*/,
                                const char * /*instruction*/, int /*instructionLength*/,
                                int promptCount, const LIBSSH2_USERAUTH_KBDINT_PROMPT * /*prompts*/,
                                LIBSSH2_USERAUTH_KBDINT_RESPONSE *responses, void **abstract) {
-    if (promptCount != 1)
+    auto &connection = SSHEngine::Connection::of(abstract);
+    if (connection.isAskedTooOften() || promptCount != 1)
         return;
-    const auto &password = SSHEngine::Connection::of(abstract).engine.password();
+    const auto &password = connection.engine.password();
     if (!password)
         return;
     auto *const text = static_cast<char *>(std::malloc(password->size()));

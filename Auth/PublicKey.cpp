@@ -4,7 +4,9 @@
 
 #include "Auth/KeyTranscript.h"
 #include "Platform/Path.h"
+#include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/Question.h"
 
 #include <SSHSession/SSHSessionPasswordPanel.h>
 
@@ -18,10 +20,12 @@ using SSHEngine::KeyTranscript;
 namespace {
 
 // Asked on the main thread; none when the user cancels or enters nothing, or nobody can be asked.
-std::optional<std::string> requestPassphrase(const std::string &keyName) {
+std::optional<std::string> requestPassphrase(const Connection &connection,
+                                             const std::string &keyName) {
     std::optional<std::string> passphrase;
-    SSHPlatform::askOnMainThread(
-        [&] { passphrase = SSHSessionPasswordPanel().passwordForSSHKey(keyName); });
+    SSHEngine::askOnMainThread(connection, [&] {
+        passphrase = SSHSessionPasswordPanel(connection.endDescriptor()).passwordForSSHKey(keyName);
+    });
     return passphrase;
 }
 
@@ -88,6 +92,7 @@ bool KeyTrials::tryKeyWithPrompt(const KeyFiles &files) {
         return code == 0;
     mTranscript.asking();
     const std::optional<std::string> passphrase = requestPassphrase(
+        mConnection,
         SSHPlatform::deletingPathExtension(SSHPlatform::lastPathComponent(files.privateKey)));
     if (!passphrase) {
         mTranscript.noPassphrase();

@@ -83,7 +83,12 @@ bool ChannelPump::step(SSHErrorRef *error) {
     keepWriting = false;
     if ((std::exchange(mMayWait, true) && !wait(error)) || !read(error))
         return false;
-    return SSHSession_libssh2::_writeToChannel(mConnection, mChannel, input, &keepWriting, error);
+    const std::size_t before = input.size();
+    const bool succeeded =
+        SSHSession_libssh2::_writeToChannel(mConnection, mChannel, input, &keepWriting, error);
+    if (input.size() < before)
+        mConnection.noteProgress();
+    return succeeded;
 }
 
 bool ChannelPump::wait(SSHErrorRef *error) {
@@ -100,6 +105,7 @@ bool ChannelPump::wait(SSHErrorRef *error) {
 
 // At the end of the channel nothing more would end a wait before its time.
 bool ChannelPump::read(SSHErrorRef *error) {
+    const std::size_t before = output->size() + errorOutput->size();
     bool outputContinues = false;
     bool errorOutputContinues = false;
     if (!SSHSession_libssh2::_readFromChannel(mConnection, mChannel, *output, false,
@@ -107,6 +113,8 @@ bool ChannelPump::read(SSHErrorRef *error) {
         !SSHSession_libssh2::_readFromChannel(mConnection, mChannel, *errorOutput, true,
                                               &errorOutputContinues, error))
         return false;
+    if (output->size() + errorOutput->size() > before)
+        mConnection.noteProgress();
     keepReading = (outputContinues || errorOutputContinues) && libssh2_channel_eof(mChannel) == 0;
     return true;
 }

@@ -23,7 +23,6 @@ using Engine = SSHSession_libssh2;
 
 constexpr std::string_view channelType = "session";
 constexpr std::string_view execRequest = "exec";
-constexpr const char *couldNotExecute = "Dravella could not execute the SSH command.";
 
 // How long after the end of both outputs this side closes the channel, for servers that wait for
 // that.
@@ -125,8 +124,7 @@ bool CommandRun::converseWithSudo(SSHErrorRef *error) {
         if (outcome == SudoConversation::Outcome::Refused ||
             outcome == SudoConversation::Outcome::TimedOut)
             return fail(error, [&] {
-                return Engine::_errorWithDescription(
-                    couldNotExecute,
+                return SSHEngine::commandError(
                     outcome == SudoConversation::Outcome::Refused
                         ? "The SSH user was not able to use sudo. The password was not accepted."
                         : "Password authentication for sudo timed out.",
@@ -202,9 +200,8 @@ void CommandRun::fillRecord() {
 bool SSHSession_libssh2::_execute(Connection &connection,
                                   const std::shared_ptr<SSHCommand> &command, SSHErrorRef *error) {
     if (!command)
-        return fail(error, [] {
-            return _errorWithDescription(couldNotExecute, "There is no command.", 0);
-        });
+        return fail(error, [] { return SSHEngine::commandError("There is no command.", 0); });
+    connection.noteProgress();
     LIBSSH2_CHANNEL *const channel = openChannel(connection, error);
     if (!channel)
         return false;

@@ -23,14 +23,16 @@ namespace {
 constexpr const char *thisFunction = "-[SSHSession_libssh2 _confirmHostKey:]";
 
 // A changed key may be an attack: there Return refuses, and only a click accepts.
-Alert confirmation(const HostKeyCheck &check, const std::string &host, std::uint16_t port) {
+Alert confirmation(const Connection &connection, const HostKeyCheck &check,
+                   const std::string &host) {
     const bool changed = check.checkResult == LIBSSH2_KNOWNHOST_CHECK_MISMATCH;
     const char *const returnKey = "\r";
     const char *const noKey = "";
     Alert alert;
+    alert.withdrawal = connection.endDescriptor();
     alert.style = changed ? SSHPlatform::AlertStyle::Critical : SSHPlatform::AlertStyle::Standard;
-    alert.messageText =
-        fmt::format("The authenticity of host '{}:{}' can't be established.", host, port);
+    alert.messageText = fmt::format("The authenticity of host '{}:{}' can't be established.", host,
+                                    connection.engine.port());
     alert.informativeText =
         changed
             ? fmt::format("The server's identity does not match the existing entry in {}. This "
@@ -59,8 +61,9 @@ int knownHostKeyBits(std::int32_t hostKeyType) {
     return index < bits.size() ? bits.at(index) : 0;
 }
 
-void tell(std::string messageText, std::string informativeText) {
+void tell(const Connection &connection, std::string messageText, std::string informativeText) {
     Alert alert;
+    alert.withdrawal = connection.endDescriptor();
     alert.messageText = std::move(messageText);
     alert.informativeText = std::move(informativeText);
     SSHPlatform::alertPresenter()->runModal(alert);
@@ -98,9 +101,9 @@ std::string addFailureText(const Connection &connection, const HostKeyCheck &che
 void confirmHostKey(const Connection &connection, HostKeyCheck &check) {
     const std::optional<std::string> &host = connection.engine.host();
     const std::string hostName = SSHPlatform::textOrNull(host);
-    const AlertAnswer answer = SSHPlatform::alertPresenter()->runModal(
-        confirmation(check, hostName, connection.engine.port()));
-    if (answer != AlertAnswer::FirstButton)
+    const AlertAnswer answer =
+        SSHPlatform::alertPresenter()->runModal(confirmation(connection, check, hostName));
+    if (answer != AlertAnswer::FirstButton || connection.ending() == Ending::Cancelled)
         return;
 
     // At once, so that the connection goes on whatever becomes of the record below.
@@ -112,13 +115,13 @@ void confirmHostKey(const Connection &connection, HostKeyCheck &check) {
 
     const int keyBits = knownHostKeyBits(check.hostKeyType);
     if (const int code = addToKnownHosts(check, hostName, keyBits)) {
-        tell("Adding the host fingerprint to the known hosts lists failed.",
+        tell(connection, "Adding the host fingerprint to the known hosts lists failed.",
              addFailureText(connection, check, code, keyBits));
         return;
     }
     if (const int code = libssh2_knownhost_writefile(check.knownHosts, check.knownHostsPath.c_str(),
                                                      LIBSSH2_KNOWNHOST_FILE_OPENSSH)) {
-        tell("Updating the known hosts file failed.",
+        tell(connection, "Updating the known hosts file failed.",
              fmt::format("An error {} occurred. The connection will still continue.", code));
     }
 }

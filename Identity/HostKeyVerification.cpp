@@ -7,6 +7,7 @@
 #include "Platform/Path.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/Question.h"
 
 using SSHEngine::fail;
 using SSHEngine::HostKeyCheck;
@@ -89,7 +90,8 @@ bool SSHSession_libssh2::_validatedHostFingerprint(Connection &connection, SSHEr
         return false;
 
     if (needsConfirmation(check))
-        SSHPlatform::askOnMainThread([&] { SSHEngine::confirmHostKey(connection, check); });
+        SSHEngine::askOnMainThread(connection,
+                                   [&] { SSHEngine::confirmHostKey(connection, check); });
     else if (check.checkResult == LIBSSH2_KNOWNHOST_CHECK_FAILURE)
         fail(error, [&] {
             return SSHEngine::connectionError(

@@ -125,6 +125,10 @@ struct Alert {
     std::vector<AlertButton> buttons; // none: the toolkit's single default button
     View *accessoryView = nullptr;    // shown between text and buttons; not owned
     std::shared_ptr<Image> icon;      // null: the toolkit's default
+    // A descriptor that becomes readable, for poll(2), when nobody waits for the answer any more:
+    // a presenter that watches it takes the alert down then, as refused. Not to be read or closed.
+    // -1: never.
+    int withdrawal = -1;
 
     // The accessory view as what `AlertPresenter::loadNib` makes unless it is overridden: the one
     // text to ask for. Null when there is none, or when it is a toolkit's own.

@@ -3,6 +3,8 @@
 #include <SSHSession/Mutex.h>
 #include <SSHSession/Platform.h>
 
+#include "Platform/DetachedThread.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -90,7 +92,7 @@ void SerialQueue::async(std::function<void()> work) noexcept {
     try {
         const MutexLock lock(mState->mutex);
         if (!mState->workerRuns)
-            std::thread([state = mState] { state->runWorker(); }).detach();
+            startDetachedThread([state = mState] { state->runWorker(); });
         mState->workerRuns = true;
         mState->pending.push_back({mState->next++, std::move(work)});
     } catch (const std::system_error &error) {

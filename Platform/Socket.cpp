@@ -1,6 +1,8 @@
 #include "Platform/Socket.h"
 
+#include <fcntl.h>
 #include <poll.h>
+#include <sys/socket.h>
 
 #include <algorithm>
 #include <array>
@@ -31,6 +33,17 @@ int failWith(int number) {
 }
 
 } // namespace
+
+int openSocket(int family) {
+#ifdef SOCK_CLOEXEC
+    return ::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
+#else
+    const int descriptor = ::socket(family, SOCK_STREAM, 0);
+    if (descriptor != -1)
+        ::fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+    return descriptor;
+#endif
+}
 
 int waitForSocket(int socket, WaitFor directions, std::chrono::milliseconds timeout, int wakeup) {
     using Clock = std::chrono::steady_clock;

@@ -11,6 +11,9 @@ constexpr WaitFor operator|(WaitFor a, WaitFor b) {
     return static_cast<WaitFor>(static_cast<unsigned>(a) | static_cast<unsigned>(b));
 }
 
+// A stream socket that no program inherits which another thread starts. Answers as socket(2).
+int openSocket(int family);
+
 // Waits until the socket is ready in one of the directions asked for. Answers a positive number
 // when it is, 0 after the time-out, -1 with errno when waiting failed (EBADF for a bad descriptor).
 // With `Nothing` this is a plain pause that never looks at the socket. A wait that a signal

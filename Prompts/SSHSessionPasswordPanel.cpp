@@ -4,8 +4,8 @@
 
 #include <utility>
 
-SSHSessionPasswordPanel::SSHSessionPasswordPanel() noexcept
-    : mPresenter(SSHPlatform::alertPresenter()),
+SSHSessionPasswordPanel::SSHSessionPasswordPanel(int withdrawal) noexcept
+    : mWithdrawal(withdrawal), mPresenter(SSHPlatform::alertPresenter()),
       _nibTopLevelObjects(mPresenter->loadNib("SSHPasswordAlertAccessoryView")) {
     if (!_nibTopLevelObjects) {
         SSHPlatform::log("SSHSession: Loading SSHPasswordAlertAccessoryView failed.");
@@ -44,6 +44,7 @@ SSHSessionPasswordPanel::responseToKeyboardPrompt(const std::string &prompt) noe
 
 std::optional<std::string> SSHSessionPasswordPanel::ask(SSHPlatform::Alert alert,
                                                         SSHPlatform::TextField *field) {
+    alert.withdrawal = mWithdrawal;
     alert.icon = mPresenter->loadImage("SSHLockAndKeys", "icns");
     alert.buttons = {{mPresenter->localizedString("OK")}, {mPresenter->localizedString("Cancel")}};
     if (field)

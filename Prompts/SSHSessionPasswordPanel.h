@@ -17,7 +17,8 @@ class SSHSESSION_EXPORT SSHSessionPasswordPanel {
   public:
     // Loads the accessory views. When that fails, the log says so and the computer beeps; the panel
     // still asks, but has no field to type in, so every question answers none.
-    SSHSessionPasswordPanel() noexcept;
+    // Its alerts carry `withdrawal`; see SSHPlatform::Alert.
+    explicit SSHSessionPasswordPanel(int withdrawal = -1) noexcept;
     ~SSHSessionPasswordPanel();
     SSHSessionPasswordPanel(const SSHSessionPasswordPanel &) = delete;
     SSHSessionPasswordPanel &operator=(const SSHSessionPasswordPanel &) = delete;
@@ -33,6 +34,7 @@ class SSHSESSION_EXPORT SSHSessionPasswordPanel {
   private:
     std::optional<std::string> ask(SSHPlatform::Alert alert, SSHPlatform::TextField *field);
 
+    const int mWithdrawal;
     std::shared_ptr<SSHPlatform::AlertPresenter> mPresenter;
     std::unique_ptr<SSHPlatform::Nib> _nibTopLevelObjects;
     // Outlets: null when the nib could not be loaded, else owned by it.

@@ -17,6 +17,12 @@ using Disconnect = void(LIBSSH2_SESSION *, int, const char *, int, const char *,
 
 constexpr std::chrono::hours forever(24 * 365);
 
+// Far above what an honest server sends: a handshake takes some 10 kB, and what a channel's window
+// lets in without being read, 2 MB.
+constexpr std::size_t longestOpening = 1024UL * 1024;
+constexpr std::size_t mostUselessBytes = 64UL * 1024 * 1024;
+constexpr int mostQuestions = 100;
+
 #ifndef MSG_NOSIGNAL
 #define MSG_NOSIGNAL 0 // SO_NOSIGPIPE serves instead
 #endif
@@ -46,7 +52,7 @@ ssize_t receiveSome(int descriptor, void *bytes, std::size_t count, int flags) {
 
 Connection::~Connection() {
     // With nothing to send or to receive, a channel that is still open is not waited for.
-    shutDown();
+    shutDown(Ending::Stopped);
     closeAgent();
     if (mSession) {
         setLibraryCallback<Disconnect>(mSession, LIBSSH2_CALLBACK_DISCONNECT, nullptr);
@@ -56,8 +62,9 @@ Connection::~Connection() {
         ::close(mSocket);
 }
 
-void Connection::shutDown() noexcept {
-    mIsShutDown = true;
+void Connection::shutDown(Ending why) noexcept {
+    Ending none = Ending::None;
+    mEnding.compare_exchange_strong(none, why);
     mWakeup.signal();
     if (mSocket > 0)
         ::shutdown(mSocket, SHUT_RDWR);
@@ -66,7 +73,7 @@ void Connection::shutDown() noexcept {
 // Either this sees the flag, or whoever sets it sees the socket.
 void Connection::adoptSocket(int descriptor) noexcept {
     mSocket = descriptor;
-    if (mIsShutDown && descriptor > 0)
+    if (isShutDown() && descriptor > 0)
         ::shutdown(descriptor, SHUT_RDWR);
 }
 
@@ -110,7 +117,7 @@ ssize_t Connection::sendForLibrary(libssh2_socket_t descriptor, const void *byte
                                    std::size_t count, int flags, void **abstract) {
     Connection &connection = of(abstract);
     const std::string_view content(static_cast<const char *>(bytes), count);
-    if (connection.mIsShutDown)
+    if (connection.isShutDown())
         return -ECONNABORTED;
     return descriptor == connection.mSocket ? connection.sendToServer(content, flags)
                                             : connection.sendToAgent(descriptor, content, flags);
@@ -119,7 +126,7 @@ ssize_t Connection::sendForLibrary(libssh2_socket_t descriptor, const void *byte
 ssize_t Connection::receiveForLibrary(libssh2_socket_t descriptor, void *bytes, std::size_t count,
                                       int flags, void **abstract) {
     Connection &connection = of(abstract);
-    if (connection.mIsShutDown)
+    if (connection.isShutDown())
         return -ECONNABORTED;
     return descriptor == connection.mSocket
                ? connection.receiveFromServer(bytes, count, flags)
@@ -170,8 +177,31 @@ ssize_t Connection::receiveFromServer(void *bytes, std::size_t count, int flags)
     const ssize_t received = receiveSome(mSocket, bytes, count, flags);
     const std::chrono::milliseconds time = patience();
     if (received != -EAGAIN || time.count() == 0 || wait(WaitFor::Reading, time) <= 0)
-        return received;
-    return receiveSome(mSocket, bytes, count, flags);
+        return this->received(received);
+    return this->received(receiveSome(mSocket, bytes, count, flags));
+}
+
+ssize_t Connection::received(ssize_t count) {
+    if (count <= 0)
+        return count;
+    mUselessBytes += static_cast<std::size_t>(count);
+    const bool isOpening = !hasServersVersion();
+    if (mUselessBytes <= (isOpening ? longestOpening : mostUselessBytes))
+        return count;
+    shutDown(isOpening ? Ending::NoVersion : Ending::Flooded);
+    return -ECONNABORTED;
+}
+
+bool Connection::hasServersVersion() const {
+    const char *const line = libssh2_session_banner_get(mSession);
+    return line && std::string_view(line).starts_with("SSH-");
+}
+
+bool Connection::isAskedTooOften() noexcept {
+    if (++mQuestions <= mostQuestions)
+        return false;
+    shutDown(Ending::AskedTooOften);
+    return true;
 }
 
 std::chrono::milliseconds Connection::patience() const {

@@ -28,6 +28,17 @@ class SSHSession_libssh2;
 
 namespace SSHEngine {
 
+// Why a connection was shut down before its time. What the server or the network does to it is none
+// of these: that shows in the library's calls.
+enum class Ending {
+    None,
+    Stopped,       // by the host
+    Cancelled,     // by the host, together with the call that uses it
+    NoVersion,     // the server has sent plenty, and not yet its version line
+    Flooded,       // the server has sent plenty that nobody asked for
+    AskedTooOften, // the server has asked for the same secret again and again
+};
+
 class Connection {
   public:
     // `owner` must outlive the connection.
@@ -40,14 +51,22 @@ class Connection {
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
 
-    // Ends the connection for whoever uses it: every wait for the server, the agent or a name ends,
-    // and nothing is sent or received any more. Closes nothing, and waits for nothing.
-    void shutDown() noexcept;
-    bool isShutDown() const noexcept { return mIsShutDown; }
+    // Ends the connection for whoever uses it: every wait for the server, the agent, a name or the
+    // user ends, and nothing is sent or received any more. Closes nothing, and waits for nothing.
+    // Only the first reason counts.
+    void shutDown(Ending why) noexcept;
+    bool isShutDown() const noexcept { return mEnding != Ending::None; }
+    Ending ending() const noexcept { return mEnding; }
+
+    // Becomes readable once the connection is shut down; see Wakeup. For questions to the user.
+    int endDescriptor() const noexcept { return mWakeup.descriptor(); }
 
     // Whether all stages of `start` have succeeded: only then may a command use it.
     bool isEstablished() const noexcept { return mIsEstablished; }
     void becomeEstablished() noexcept { mIsEstablished = true; }
+
+    // Whether the `start` that makes it has not returned yet. Guarded by the engine's mutex.
+    bool isStarting = true;
 
     // Takes over what socket(2) has answered. 0 means none; a failed call leaves -1.
     void adoptSocket(int descriptor) noexcept;
@@ -76,6 +95,13 @@ class Connection {
 
     // Whether bytes that the library takes for sent have not found room in the socket yet.
     bool hasUnsent() const noexcept { return !mUnsent.empty(); }
+
+    // What has been received so far was of use: the count that limits a server's chatter begins
+    // anew. Session queue only.
+    void noteProgress() noexcept { mUselessBytes = 0; }
+
+    // Whether the server's questions have reached their limit; then the connection is shut down.
+    bool isAskedTooOften() noexcept;
 
     // While an object of this kind lives, a read that finds nothing waits for a moment before it
     // says so. For calls that can only be repeated until the server has answered.
@@ -106,9 +132,11 @@ class Connection {
     std::chrono::milliseconds patience() const; // of a read that finds nothing
     void sendUnsent();
     void sendAllUnsent();
+    ssize_t received(ssize_t count);
+    bool hasServersVersion() const;
 
     const SSHPlatform::Wakeup mWakeup;
-    std::atomic<bool> mIsShutDown = false;
+    std::atomic<Ending> mEnding = Ending::None;
     std::atomic<bool> mIsEstablished = false;
     std::atomic<int> mSocket = 0;
     LIBSSH2_SESSION *mSession = nullptr;
@@ -118,6 +146,8 @@ class Connection {
     SSHPlatform::ByteBuffer mUnsent;
     int mSendFailure = 0; // errno of a send that failed for good
     bool mReadsArePatient = false;
+    std::size_t mUselessBytes = 0; // since the last progress
+    int mQuestions = 0;            // that the server has asked
 };
 
 // Shared by the engine and by everybody who works on the connection.

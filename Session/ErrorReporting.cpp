@@ -2,10 +2,12 @@
 
 #include "Platform/Assertion.h"
 #include "Platform/Text.h"
+#include "Session/Connection.h"
 #include "Session/SSHSession_libssh2.h"
 
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <utility>
 
 using SSHPlatform::textOrNull;
@@ -76,6 +78,33 @@ SSHErrorRef errorAbout(const SSHSession &session, const char *sentence,
         reason, code);
 }
 
+// What a server did that nobody bears for ever.
+struct Blame {
+    const char *reason;
+    std::int32_t code;
+};
+
+std::optional<Blame> blameOf(Ending ending) {
+    switch (ending) {
+    case Ending::NoVersion:
+        return Blame{"The server has sent 1 MB without saying that it speaks SSH. Another kind of "
+                     "server may be listening on this port.",
+                     LIBSSH2_ERROR_BANNER_RECV};
+    case Ending::Flooded:
+        return Blame{"The server kept sending what nobody asked for, and was given up after 64 MB.",
+                     LIBSSH2_ERROR_PROTO};
+    case Ending::AskedTooOften:
+        return Blame{"The server asked for the password again and again, and was given up after "
+                     "100 times.",
+                     LIBSSH2_ERROR_AUTHENTICATION_FAILED};
+    case Ending::None:
+    case Ending::Stopped:
+    case Ending::Cancelled:
+        break;
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 SSHErrorRef connectionError(const SSHSession &session, const std::optional<std::string> &reason,
@@ -88,8 +117,32 @@ SSHErrorRef lostConnectionError(const SSHSession &session, const std::optional<s
     return errorAbout(session, "Dravella lost the connection to the SSH server", reason, code);
 }
 
-SSHErrorRef stoppedError(const SSHSession &session) {
+SSHErrorRef commandError(const std::string &reason, std::int32_t code) {
+    return SSHSession_libssh2::_errorWithDescription("Dravella could not execute the SSH command.",
+                                                     reason, code);
+}
+
+SSHErrorRef notConnectedError() {
+    return commandError("The session is not connected.", 0);
+}
+
+SSHErrorRef endedStartError(const Connection &connection) {
+    const SSHSession &session = connection.engine;
+    if (connection.ending() == Ending::Cancelled)
+        return connectionError(session, "The session was cancelled while it was connecting.",
+                               ECANCELED);
+    if (const std::optional<Blame> blame = blameOf(connection.ending()))
+        return connectionError(session, blame->reason, blame->code);
     return connectionError(session, "The session was stopped while it was connecting.", 0);
+}
+
+SSHErrorRef endedCommandError(const Connection &connection) {
+    if (connection.ending() == Ending::Cancelled)
+        return commandError("The command was cancelled. It may still be running on the server.",
+                            ECANCELED);
+    if (const std::optional<Blame> blame = blameOf(connection.ending()))
+        return lostConnectionError(connection.engine, blame->reason, blame->code);
+    return notConnectedError();
 }
 
 const char *requiredUser(const SSHSession &session, const char *function) {

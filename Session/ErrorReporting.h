@@ -11,6 +11,8 @@ class SSHSession;
 
 namespace SSHEngine {
 
+class Connection;
+
 // For a stage of `start`.
 SSHErrorRef connectionError(const SSHSession &session, const std::optional<std::string> &reason,
                             std::int32_t code);
@@ -19,8 +21,13 @@ SSHErrorRef connectionError(const SSHSession &session, const std::optional<std::
 SSHErrorRef lostConnectionError(const SSHSession &session, const std::optional<std::string> &reason,
                                 std::int32_t code);
 
-// For a stage whose connection has been torn down.
-SSHErrorRef stoppedError(const SSHSession &session);
+// For a command.
+SSHErrorRef commandError(const std::string &reason, std::int32_t code);
+SSHErrorRef notConnectedError();
+
+// For a `start` or a command whose connection has been shut down, or replaced, under it.
+SSHErrorRef endedStartError(const Connection &connection);
+SSHErrorRef endedCommandError(const Connection &connection);
 
 // Stores the error that `make` answers where the caller wants one. Answers false, for the caller to
 // hand on.

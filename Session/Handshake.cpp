@@ -14,7 +14,6 @@
 using SSHEngine::Connection;
 using SSHEngine::connectionError;
 using SSHEngine::fail;
-using SSHEngine::stoppedError;
 
 namespace {
 
@@ -70,10 +69,7 @@ bool openSession(Connection &connection, SSHErrorRef *error) {
 } // namespace
 
 bool SSHSession_libssh2::_startSession(Connection &connection, SSHErrorRef *error) {
-    bool succeeded = false;
-    mSessionQueue.sync([&] {
-        succeeded = holds(connection) ? openSession(connection, error)
-                                      : fail(error, [this] { return stoppedError(*this); });
+    return onSessionQueue(connection, error, [&](LIBSSH2_SESSION * /*none yet*/) {
+        return openSession(connection, error);
     });
-    return succeeded;
 }

@@ -44,6 +44,9 @@ void SSHSession::stop() noexcept {
     SSHPlatform::assertionFailed("false", "-[SSHSession stop]", sourceName, 95);
 }
 
+// Nothing is under way.
+void SSHSession::cancel() noexcept {}
+
 bool SSHSession::execute(const std::shared_ptr<SSHCommand> & /*command*/,
                          SSHErrorRef * /*error*/) noexcept {
     SSHPlatform::assertionFailed("false", "-[SSHSession execute:error:]", sourceName, 101);

@@ -132,6 +132,17 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     // question returns when that has been answered. A running command is waited for.
     virtual void stop() noexcept;
 
+    // Ends what the session is doing, without waiting for it. A `start` that is under way and every
+    // `execute` that runs or waits for its turn answers false within moments, wherever it waits,
+    // with an error that says so (code ECANCELED), and the session disconnects; a question that is
+    // shown is taken down where its presenter can, and counts as refused. A session that is doing
+    // nothing is left alone: an idle one stays connected, and a call that begins later is not
+    // affected. Any thread, any notice, any number of times; not a signal handler.
+    //
+    // `stop` is for a session that is no longer needed, and waits for a running command; `cancel`
+    // is for a user who will not wait any longer. The command itself may go on at the server.
+    virtual void cancel() noexcept;
+
     // Runs a command to its end and fills the record's outputs. There is no time limit: a command
     // runs as long as it takes, and its end is waited for also when both outputs have ended before.
     // Holds session and command meanwhile. Fails at once when the session is not connected. True

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <utility>
 
+using SSHEngine::Ending;
 using SSHPlatform::MutexLock;
 
 namespace {
@@ -30,11 +31,6 @@ void setUpLibraryOnce() {
         return code;
     }();
     static_cast<void>(result);
-}
-
-SSHErrorRef notConnectedError() {
-    return SSHSession_libssh2::_errorWithDescription("Dravella could not execute the SSH command.",
-                                                     "The session is not connected.", 0);
 }
 
 } // namespace
@@ -70,9 +66,9 @@ bool SSHSession_libssh2::start(SSHErrorRef *error) noexcept {
         });
     if (runStages(*connection, error) && becomeConnected(connection))
         return true;
-    // Whatever the stage that `stop` fell into made of it.
+    // Whatever the stage that the end fell into made of it.
     if (!holds(*connection))
-        SSHEngine::fail(error, [this] { return SSHEngine::stoppedError(*this); });
+        SSHEngine::fail(error, [&] { return SSHEngine::endedStartError(*connection); });
     mSessionQueue.sync([&] { _cleanup(std::move(connection)); });
     return false;
 }
@@ -82,6 +78,7 @@ bool SSHSession_libssh2::runStages(Connection &connection, SSHErrorRef *error) {
     using enum SSHSessionStage;
     const auto run = [&](SSHSessionStage stage,
                          bool (Engine::*operation)(Connection &, SSHErrorRef *)) {
+        connection.noteProgress();
         willBeginStage(stage);
         const bool succeeded = (this->*operation)(connection, error);
         didEndStage(stage, succeeded);
@@ -108,7 +105,7 @@ bool SSHSession_libssh2::becomeConnected(const ConnectionRef &connection) {
 
     {
         const MutexLock lock(mMutex);
-        if (mConnection != connection || !connection->isEstablished())
+        if (mConnection != connection || !connection->isEstablished() || connection->isShutDown())
             return false;
         if (mKeepAliveTimer)
             SSHPlatform::assertionFailed("!mKeepAliveTimer", "-[SSHSession_libssh2 start:]",
@@ -120,8 +117,9 @@ bool SSHSession_libssh2::becomeConnected(const ConnectionRef &connection) {
                                                             [self] { self->keepAlive(); });
     {
         const MutexLock lock(mMutex);
-        if (mConnection == connection) {
+        if (mConnection == connection && !connection->isShutDown()) {
             mKeepAliveTimer = std::move(timer);
+            connection->isStarting = false; // in this very moment, so that no `cancel` is lost
             return true;
         }
     }
@@ -139,8 +137,15 @@ void SSHSession_libssh2::stop() noexcept {
 SSHSession_libssh2::ConnectionRef SSHSession_libssh2::shutDownUnlessEstablished() {
     const MutexLock lock(mMutex);
     if (mConnection && !mConnection->isEstablished())
-        mConnection->shutDown();
+        mConnection->shutDown(Ending::Stopped);
     return mConnection;
+}
+
+// Whoever uses the connection tears it down.
+void SSHSession_libssh2::cancel() noexcept {
+    const MutexLock lock(mMutex);
+    if (mConnection && (mConnection->isStarting || mCommandsUnderWay > 0))
+        mConnection->shutDown(Ending::Cancelled);
 }
 
 // The references are this call's own: the host may let go of its session and its command meanwhile.
@@ -150,15 +155,23 @@ bool SSHSession_libssh2::execute(const std::shared_ptr<SSHCommand> &command,
     const std::shared_ptr<SSHCommand> held = command;
     SSHErrorRef failure;
     bool succeeded = false;
+    beginCommand();
     willBeginStage(SSHSessionStage::Execute);
     ConnectionRef used = connection();
     if (used && !used->isEstablished()) {
-        failure = notConnectedError(); // a `start` is under way, which is left alone
+        // A `start` is under way, which is left alone.
+        endCommand();
+        failure = SSHEngine::notConnectedError();
     } else {
         mSessionQueue.sync([&] {
-            succeeded = used && holds(*used) ? _execute(*used, held, &failure) : false;
+            succeeded = used && holds(*used) && _execute(*used, held, &failure);
+            endCommand();
+            if (used && used->isShutDown()) {
+                succeeded = false;
+                failure = SSHEngine::endedCommandError(*used);
+            }
             if (!succeeded && !failure)
-                failure = notConnectedError();
+                failure = SSHEngine::notConnectedError();
             if (!succeeded)
                 _cleanup(std::move(used));
             used.reset(); // what a `stop` ends from here on is closed by then
@@ -168,6 +181,16 @@ bool SSHSession_libssh2::execute(const std::shared_ptr<SSHCommand> &command,
     if (!succeeded && error)
         *error = failure;
     return succeeded;
+}
+
+void SSHSession_libssh2::beginCommand() {
+    const MutexLock lock(mMutex);
+    ++mCommandsUnderWay;
+}
+
+void SSHSession_libssh2::endCommand() {
+    const MutexLock lock(mMutex);
+    --mCommandsUnderWay;
 }
 
 void SSHSession_libssh2::keepAlive() {
@@ -194,7 +217,7 @@ void SSHSession_libssh2::_cleanup(ConnectionRef ended) {
     if (timer)
         timer->invalidate();
     if (ended)
-        ended->shutDown();
+        ended->shutDown(Ending::Stopped);
     // Closes agent, session and socket here, unless a stage that waits for the user still holds
     // them.
     ended.reset();
@@ -207,9 +230,9 @@ bool SSHSession_libssh2::onSessionQueue(const Connection &connection, SSHErrorRe
                                         const std::function<bool(LIBSSH2_SESSION *)> &work) {
     bool succeeded = false;
     mSessionQueue.sync([&] {
-        succeeded = holds(connection)
-                        ? work(connection.session())
-                        : SSHEngine::fail(error, [this] { return SSHEngine::stoppedError(*this); });
+        succeeded = holds(connection) ? work(connection.session()) : SSHEngine::fail(error, [&] {
+            return SSHEngine::endedStartError(connection);
+        });
     });
     return succeeded;
 }

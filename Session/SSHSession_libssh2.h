@@ -51,6 +51,7 @@ class SSHSession_libssh2 : public SSHSession {
     // --- Session/SSHSession_libssh2.cpp: the life of a connection
     bool start(SSHErrorRef *error) noexcept override;
     void stop() noexcept override;
+    void cancel() noexcept override;
     bool execute(const std::shared_ptr<SSHCommand> &command, SSHErrorRef *error) noexcept override;
     bool isConnected() const noexcept override { return mIsConnected; }
 
@@ -117,10 +118,13 @@ class SSHSession_libssh2 : public SSHSession {
     mutable SSHPlatform::Mutex mMutex;
     ConnectionRef mConnection SSHSESSION_GUARDED_BY(mMutex);
     std::shared_ptr<SSHPlatform::RepeatingTimer> mKeepAliveTimer SSHSESSION_GUARDED_BY(mMutex);
+    int mCommandsUnderWay SSHSESSION_GUARDED_BY(mMutex) = 0; // that run or wait for their turn
     std::atomic<bool> mIsConnected = false;
 
   private:
     bool runStages(Connection &connection, SSHErrorRef *error);
     bool becomeConnected(const ConnectionRef &connection);
     ConnectionRef shutDownUnlessEstablished();
+    void beginCommand();
+    void endCommand();
 };

@@ -1,6 +1,8 @@
 // The first stage of `start`: name look-up and TCP.
 #include "Session/SSHSession_libssh2.h"
 
+#include "Platform/DetachedThread.h"
+#include "Platform/Socket.h"
 #include "Platform/Text.h"
 #include "Platform/Wakeup.h"
 #include "Session/Connection.h"
@@ -21,12 +23,11 @@
 #include <memory>
 #include <optional>
 #include <system_error>
-#include <thread>
 
 using SSHEngine::Connection;
 using SSHEngine::connectionError;
+using SSHEngine::endedStartError;
 using SSHEngine::fail;
-using SSHEngine::stoppedError;
 using SSHPlatform::WaitFor;
 
 namespace {
@@ -73,7 +74,7 @@ std::optional<Found> lookUpFor(const Connection &connection) {
         shared->isDone.signal();
     };
     try {
-        std::thread(work).detach();
+        SSHPlatform::startDetachedThread(work);
     } catch (const std::system_error &) { // no thread to be had: then here
         work();
     }
@@ -84,14 +85,41 @@ std::optional<Found> lookUpFor(const Connection &connection) {
     return shared->answer.get_future().get();
 }
 
-// Small requests wait for small answers here; without this each would lose 40 ms to delayed
-// acknowledgements. The other two keep the socket and its signal out of the host application's way.
+void set(int socket, int level, int option, int value) {
+    ::setsockopt(socket, level, option, &value, sizeof value);
+}
+
+// A server that has vanished answers nothing, and without these nobody would ever ask it: after a
+// minute of silence the system does, and gives up a minute later. What it was sent is waited for
+// just as long.
+void noticeVanishedPeer(int socket) {
+    constexpr int idleSeconds = 60;
+    constexpr int probeSeconds = 15;
+    constexpr int probes = 4;
+    set(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
+#ifdef TCP_KEEPIDLE
+    set(socket, IPPROTO_TCP, TCP_KEEPIDLE, idleSeconds);
+#elif defined(TCP_KEEPALIVE)
+    set(socket, IPPROTO_TCP, TCP_KEEPALIVE, idleSeconds);
+#endif
+#ifdef TCP_KEEPINTVL
+    set(socket, IPPROTO_TCP, TCP_KEEPINTVL, probeSeconds);
+    set(socket, IPPROTO_TCP, TCP_KEEPCNT, probes);
+#endif
+#ifdef TCP_USER_TIMEOUT
+    constexpr int milliseconds = 1000;
+    set(socket, IPPROTO_TCP, TCP_USER_TIMEOUT,
+        (idleSeconds + probes * probeSeconds) * milliseconds);
+#endif
+}
+
 void tune(int socket) {
-    const int on = 1;
-    ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    ::fcntl(socket, F_SETFD, FD_CLOEXEC);
+    // Small requests wait for small answers here; without this each would lose 40 ms to delayed
+    // acknowledgements.
+    set(socket, IPPROTO_TCP, TCP_NODELAY, 1);
+    noticeVanishedPeer(socket);
 #ifdef SO_NOSIGPIPE
-    ::setsockopt(socket, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on);
+    set(socket, SOL_SOCKET, SO_NOSIGPIPE, 1);
 #endif
 }
 
@@ -119,13 +147,13 @@ bool SSHSession_libssh2::_createSocket(Connection &connection, SSHErrorRef *erro
 
     const std::optional<Found> found = lookUpFor(connection);
     if (!found)
-        return fail(error, [this] { return stoppedError(*this); });
+        return fail(error, [&] { return endedStartError(connection); });
     if (found->code != 0)
         return failWith(fmt::format("Could not look up the host. Error: {} ({}).",
                                     ::gai_strerror(found->code), found->code),
                         found->number);
 
-    const int descriptor = ::socket(AF_INET, SOCK_STREAM, 0);
+    const int descriptor = SSHPlatform::openSocket(AF_INET);
     connection.adoptSocket(descriptor);
     if (descriptor == -1)
         return failNumbered("Could not create a socket.");

@@ -26,6 +26,7 @@ using testing::HasSubstr;
 namespace {
 
 const std::string stopped = "The session was stopped while it was connecting.";
+const std::string cancelled = "The session was cancelled while it was connecting.";
 const std::string notConnected = "libssh2ErrorDomain 0 | Dravella could not execute the SSH "
                                  "command. | The session is not connected. | -";
 const std::string idlePair = "will isConnected 0 queued did isConnected 0 queued ";
@@ -196,15 +197,20 @@ TEST_F(LifecycleTest, AnEndThatComesWhileStartRuns) {
         return session->start(&error);
     };
     for (const auto &[moment, rest] : std::vector<std::pair<std::string, std::string>>{
-             {"(0", idlePair + "-)"},
-             {"(2+)", idlePair + "(3-)(4-)"},
-             {"(4+)", idlePair + "will isConnected 0 did isConnected 0 "},
-             {"will isConnected 0 ", idlePair + "did isConnected 0 "},
+             {"(0", "-)" + idlePair},
+             {"(2+)", "(3-)(4-)" + idlePair},
+             {"(4+)", "will isConnected 0 did isConnected 0 " + idlePair},
+             {"will isConnected 0 ", "did isConnected 0 " + idlePair},
              {"did isConnected 1 ", endPair},
              {"every 30000 ms ", endPair}}) {
+        const std::string before = all.substr(0, all.find(moment) + moment.size());
         EXPECT_FALSE(startMeets(moment, [&] { session->stop(); })) << moment;
-        EXPECT_EQ(host->taken(), all.substr(0, all.find(moment) + moment.size()) + rest + idlePair);
+        EXPECT_EQ(host->taken(), before + (rest == endPair ? rest + idlePair : idlePair + rest));
         EXPECT_THAT(summary(error), HasSubstr(stopped));
+        EXPECT_TRUE(session->isIdle());
+        EXPECT_FALSE(startMeets(moment, [&] { session->cancel(); })) << moment;
+        EXPECT_EQ(host->taken(), before + rest);
+        EXPECT_THAT(summary(error), HasSubstr(cancelled));
         EXPECT_TRUE(session->isIdle());
     }
     const auto runNothing = [&] { EXPECT_FALSE(session->execute(nullptr, &error)); };
@@ -254,7 +260,7 @@ TEST_F(LifecycleTest, APasswordGoesOnlyToTheServerThatWasVerified) {
     EXPECT_EQ(scripted.received(1), Lines{"keepalive"});
 }
 
-TEST_F(LifecycleTest, StopEndsAStartThatHangs) {
+TEST_F(LifecycleTest, StopAndCancelEndAStartThatHangs) {
     asio::io_context context;
     tcp::acceptor full(context, {asio::ip::address_v4::loopback(), 0});
     full.listen(0); // with one connection in its queue, this never answers
@@ -265,28 +271,32 @@ TEST_F(LifecycleTest, StopEndsAStartThatHangs) {
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(4900));
     EXPECT_THAT(summary(error), HasSubstr("The connection timed out."));
 
-    const auto stopOnce = [&](const std::shared_ptr<TestSession> &session,
-                              const std::function<bool()> &isHanging) {
-        auto start = std::async(std::launch::async, [&] { return session->start(&error); });
-        EXPECT_TRUE(eventually(isHanging));
-        session->stop();
-        EXPECT_FALSE(start.get());
-        EXPECT_THAT(summary(error), HasSubstr(stopped));
+    const auto endEachWay = [&](const std::shared_ptr<TestSession> &session,
+                                const std::function<bool()> &isHanging) {
+        for (const auto &[end, text] :
+             {std::pair(&SSHSession::stop, stopped), std::pair(&SSHSession::cancel, cancelled)}) {
+            auto start = std::async(std::launch::async, [&] { return session->start(&error); });
+            EXPECT_TRUE(eventually(isHanging));
+            (*session.*end)();
+            EXPECT_FALSE(start.get());
+            EXPECT_THAT(summary(error), HasSubstr(text));
+            EXPECT_TRUE(session->isIdle());
+        }
     };
-    stopOnce(sessionAs("password silent", "sesame"), [&] {
+    endEachWay(sessionAs("password silent", "sesame"), [&] {
         scripted.received(2);
         return sessionAs("password", "sesame")->start(nullptr); // nor does one wait for another
     });
     scripted.received(2);
     // The library takes the end for a key that cannot sign; a pass phrase would be of no use.
-    stopOnce(sessionAs("publickey silent", std::nullopt, key()),
-             [&] { return scripted.received(2).back() == "key ssh-ed25519"; });
+    endEachWay(sessionAs("publickey silent", std::nullopt, key()),
+               [&] { return scripted.received(2).back() == "key ssh-ed25519"; });
     EXPECT_TRUE(user->shown.empty());
     const std::string path = home.directory.path("agent");
     stream_protocol::acceptor agent(context, path);
     ::setenv("SSH_AUTH_SOCK", path.c_str(), 1);
     stream_protocol::socket peer(context);
-    stopOnce(sessionAs("publickey"), [&] {
+    endEachWay(sessionAs("publickey"), [&] {
         agent.accept().close(); // a probe
         peer = agent.accept();
         char byte = 0;
@@ -299,8 +309,91 @@ TEST_F(LifecycleTest, StopEndsAStartThatHangs) {
         gate.wait();
         ++lookUps;
     };
-    stopOnce(sessionAs("password", "sesame"), [&] { return lookUps == 1; });
+    endEachWay(sessionAs("password", "sesame"), [&] { return lookUps.exchange(0) == 1; });
     released.set_value();
-    EXPECT_TRUE(eventually([&] { return lookUps == 2; })); // it was left behind
+    EXPECT_TRUE(eventually([&] { return lookUps == 2; })); // they were left behind
     wrapped().beforeLookUp = nullptr;
+}
+
+TEST_F(LifecycleTest, CancelEndsCommandsAndQuestions) {
+    const auto session = sessionAs("password", "sesame");
+    session->cancel(); // nothing is under way, here and below
+    ASSERT_TRUE(session->start(&error)) << summary(error);
+    session->cancel();
+    EXPECT_EQ(resultOf(*session, "eof; close"), "0 (null) |  | ");
+    scripted.received(3);
+    const auto runs = [&](const std::string &text, const std::string &input) {
+        return std::async(std::launch::async,
+                          [=] { return resultOf(*session, text, std::nullopt, input); });
+    };
+    auto running = runs("read; read; read", "input\n");
+    EXPECT_EQ(scripted.received(2), (Lines{"line b'input'", "line b'<end>'"}));
+    auto waiting = runs("eof; close", "");
+    session->cancel();
+    const std::string was = "The command was cancelled. It may still be running on the server.";
+    EXPECT_EQ(running.get(), fmt::format("libssh2ErrorDomain {} | Dravella could not execute the "
+                                         "SSH command. | {} | -",
+                                         ECANCELED, was));
+    EXPECT_THAT(waiting.get(), testing::AnyOf(HasSubstr(was), notConnected));
+    EXPECT_TRUE(session->isIdle());
+
+    // A question is taken down, and one that is still waiting for the main thread never shown. An
+    // answer that comes all the same does not count.
+    std::filesystem::remove(home.knownHosts());
+    user->answers = {AlertAnswer::FirstButton};
+    user->whileShown = [&] {
+        EXPECT_EQ(SSHPlatform::waitForSocket(user->withdrawal, SSHPlatform::WaitFor::Reading,
+                                             std::chrono::milliseconds(0)),
+                  0);
+        session->cancel();
+        EXPECT_EQ(SSHPlatform::waitForSocket(user->withdrawal, SSHPlatform::WaitFor::Reading,
+                                             std::chrono::milliseconds(0)),
+                  1);
+    };
+    EXPECT_FALSE(session->start(&error));
+    EXPECT_THAT(summary(error), HasSubstr(cancelled));
+    EXPECT_FALSE(std::filesystem::exists(home.knownHosts()));
+    std::atomic<bool> isAsking = false;
+    SSHPlatform::setLogSink(nullptr);
+    session->addObserver(host);
+    host->moment = "(2";
+    host->action = [&] { isAsking = true; };
+    auto start = std::async(std::launch::async, [&] { return session->start(&error); });
+    EXPECT_TRUE(eventually([&] { return isAsking.load(); }));
+    session->cancel();
+    EXPECT_FALSE(start.get());
+    EXPECT_THAT(summary(error), HasSubstr(cancelled));
+    SSHPlatform::RunLoop::main()->runFor(std::chrono::milliseconds(10));
+    EXPECT_EQ(user->shown.size(), 1U);
+}
+
+TEST_F(LifecycleTest, AServerThatNeverComesToThePointIsGivenUp) {
+    asio::io_context context;
+    tcp::acceptor listener(context, {asio::ip::address_v4::loopback(), 0});
+    std::jthread greeter([&] {
+        tcp::socket peer = listener.accept();
+        const std::string greeting(1000, 'x');
+        asio::error_code ended;
+        while (!ended)
+            asio::write(peer, asio::buffer(greeting + "\r\n"), ended);
+    });
+    EXPECT_FALSE(makeSession(listener.local_endpoint().port())->start(&error));
+    EXPECT_THAT(summary(error), HasSubstr("-2 | Dravella could not make an SSH connection to"));
+    EXPECT_THAT(summary(error), HasSubstr("The server has sent 1 MB without saying that it speaks "
+                                          "SSH. Another kind of server may be listening on this"));
+
+    std::string rounds = "keyboard-interactive";
+    for (int i = 0; i < 150; ++i)
+        rounds += " 1";
+    EXPECT_FALSE(sessionAs(rounds, "sesame")->start(&error));
+    EXPECT_THAT(summary(error),
+                HasSubstr("The server asked for the password again and again, and was given up"));
+    EXPECT_LE(scripted.received(100).size(), 101U); // a keepalive as well
+
+    const auto session = sessionAs("password", "sesame");
+    ASSERT_TRUE(session->start(&error)) << summary(error);
+    EXPECT_THAT(resultOf(*session, "out a; junk"),
+                testing::AllOf(HasSubstr("-14 | Dravella lost the connection to the SSH server"),
+                               HasSubstr("The server kept sending what nobody asked for, and was "
+                                         "given up after 64 MB.")));
 }

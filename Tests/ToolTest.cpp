@@ -115,6 +115,16 @@ TEST_F(ToolTest, RefusesAnUnknownServerWithoutATerminal) {
           "", R"(setsid -w "$0" "$@")");
 }
 
+TEST_F(ToolTest, ASignalCancels) {
+    // By which it ends in the end; the command itself lives on.
+    const std::string running = home.directory.path("running");
+    check({"127.0.0.1", "echo $$ > " + running + "; exec sleep 60"}, 143, "",
+          "Dravella could not execute the SSH command.\nThe command was cancelled. It may still be "
+          "running on the server.\nTerminated\n",
+          "", "r=" + running + R"(; "$0" "$@" & until [ -s $r ]; do sleep 0.01; done
+                 kill $!; wait $!; status=$?; kill $(cat $r); exit $status)");
+}
+
 using Answers = std::vector<std::pair<std::string, std::string>>;
 
 // Runs a shell's command on a terminal of its own and types each answer once the screen ends with

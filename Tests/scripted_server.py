@@ -14,6 +14,7 @@ A client's version may have "reset" in it, to be hung up on when the first keys 
 "; ", see Channel.run; one that runs through sudo may have the steps "prompt" and "success" as well.
 """
 import asyncio
+import os
 import re
 import shlex
 import sys
@@ -179,6 +180,11 @@ class Channel(asyncssh.SSHServerSession):
     def send(self, kind, *fields):
         self.server.connection.send_packet(kind, self.number, *fields)
 
+    async def junk(self):
+        while self.server.connection._transport:
+            self.server.connection.send_packet(ssh.MSG_IGNORE, String(os.urandom(30000)))
+            await asyncio.sleep(0)
+
     def request(self, name, *fields):
         self.send(ssh.MSG_CHANNEL_REQUEST, String(name), Boolean(False), *fields)
 
@@ -197,6 +203,7 @@ class Channel(asyncssh.SSHServerSession):
             "eof": lambda: self.send(ssh.MSG_CHANNEL_EOF),
             "close": lambda: self.send(ssh.MSG_CHANNEL_CLOSE),
             "disconnect": lambda *words: disconnect(self.server.connection, *words),
+            "junk": self.junk,  # without end
             "refuse": lambda *words: setattr(self.server, "refusal", words)}  # the next channels
         for name, *words in self.steps:
             name, *marker = self.markers.get(name, (name,))

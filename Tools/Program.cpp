@@ -3,6 +3,7 @@
 #include "ExitStatus.h"
 #include "Failure.h"
 #include "Inputs.h"
+#include "Interruption.h"
 #include "Options.h"
 #include "Output.h"
 #include "Report.h"
@@ -94,9 +95,14 @@ int runCommand(const Options &options) {
     const auto session = makeSession(options, user, inputs.password);
     session->setDelegate(&delegate);
     session->addObserver(clock);
+    const auto interruption = std::make_shared<Interruption>(session);
+    session->addObserver(interruption);
     const auto command = makeCommand(options, inputs);
     const Outcome outcome = {*command, runSession(*session, command)};
-    return options.asJson ? reportAsJson(outcome, clock->timings()) : reportPlainly(outcome);
+    const int status =
+        options.asJson ? reportAsJson(outcome, clock->timings()) : reportPlainly(outcome);
+    interruption->takeEffect();
+    return status;
 }
 
 int print(const Notice &notice) {

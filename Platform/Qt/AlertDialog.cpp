@@ -12,6 +12,7 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QScreen>
+#include <QSocketNotifier>
 #include <QStyle>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -76,6 +77,16 @@ bool firstButtonIsRightmost(const QWidget &dialog) {
 
 } // namespace
 
+void whenWithdrawn(const Alert &alert, QObject *owner, const std::function<void()> &action) {
+    if (alert.withdrawal < 0)
+        return;
+    auto *const notifier = new QSocketNotifier(alert.withdrawal, QSocketNotifier::Read, owner);
+    QObject::connect(notifier, &QSocketNotifier::activated, owner, [notifier, action] {
+        notifier->setEnabled(false); // the descriptor stays readable
+        action();
+    });
+}
+
 AlertDialog::AlertDialog(const Alert &alert, const std::string &defaultTitle)
     : mSettling(new QTimer(this)) {
     mSettling->setObjectName(QStringLiteral("settling"));
@@ -86,6 +97,7 @@ AlertDialog::AlertDialog(const Alert &alert, const std::string &defaultTitle)
     setAccessibleDescription(QString::fromStdString(alert.informativeText));
     setWindowTitle(QGuiApplication::applicationDisplayName());
     setAttribute(Qt::WA_QuitOnClose, false); // an alert is never the application's last window
+    whenWithdrawn(alert, this, [this] { reject(); });
     setFocusPolicy(Qt::StrongFocus);
     setFocus(); // rather than one of the texts; an accessory's field takes it from here
     auto *const columns = new QHBoxLayout;

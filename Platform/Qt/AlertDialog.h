@@ -15,6 +15,7 @@
 #include <QPointer>
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -24,6 +25,9 @@ class QPushButton;
 class QTimer;
 
 namespace SSHPlatform {
+
+// Calls `action` once, from the event loop, when nobody waits for the alert's answer any more.
+void whenWithdrawn(const Alert &alert, QObject *owner, const std::function<void()> &action);
 
 class AlertDialog final : public QDialog {
   public:

@@ -17,8 +17,8 @@ QtAlertPresenter::QtAlertPresenter(std::shared_ptr<QuestionQueue> questions)
     : mQuestions(std::move(questions)) {}
 
 AlertAnswer QtAlertPresenter::runModal(const Alert &alert) noexcept {
-    if (!waitForTurn()) {
-        log("The application is quitting; refused: " + alert.messageText);
+    if (!waitForTurn(alert)) {
+        log("Refused before it could be shown: " + alert.messageText);
         return AlertAnswer::Refused;
     }
     AlertDialog dialog(alert, localizedString("OK"));
@@ -28,10 +28,11 @@ AlertAnswer QtAlertPresenter::runModal(const Alert &alert) noexcept {
     return answer;
 }
 
-bool QtAlertPresenter::waitForTurn() const {
+bool QtAlertPresenter::waitForTurn(const Alert &alert) const {
     while (mOpen && mOpen->isVisible()) {
         QEventLoop loop;
         QObject::connect(mOpen, &QDialog::finished, &loop, &QEventLoop::quit);
+        whenWithdrawn(alert, &loop, [&loop] { loop.quit(); });
         loop.exec();
         if (mOpen && mOpen->isVisible())
             return false;

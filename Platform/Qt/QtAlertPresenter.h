@@ -29,8 +29,8 @@ class QtAlertPresenter final : public AlertPresenter {
     void beep() noexcept override;
 
   private:
-    // Answers false when the application quits first.
-    bool waitForTurn() const;
+    // Answers false when the application quits first, or the alert is withdrawn.
+    bool waitForTurn(const Alert &alert) const;
 
     const std::shared_ptr<QuestionQueue> mQuestions;
     QPointer<QDialog> mOpen;

@@ -85,23 +85,29 @@ class LineMode {
     bool mIsSet = false;
 };
 
-// Waits for what the user types; answers false when a signal comes first.
-bool waitForInput(const Terminal &terminal, const SignalWatch &signals) {
-    std::array<pollfd, 2> sources{
-        {{terminal.descriptor(), POLLIN, 0}, {signals.descriptor(), POLLIN, 0}}};
+// What ends the wait for a line.
+struct Interruptions {
+    const SignalWatch &signals;
+    const int withdrawal; // a descriptor
+};
+
+// Waits for what the user types; answers false when an interruption comes first.
+bool waitForInput(const Terminal &terminal, const Interruptions &by) {
+    std::array<pollfd, 3> sources{{{terminal.descriptor(), POLLIN, 0},
+                                   {by.signals.descriptor(), POLLIN, 0},
+                                   {by.withdrawal, POLLIN, 0}}};
     while (::poll(sources.data(), sources.size(), -1) < 0 && errno == EINTR &&
-           !signals.hasSeenAny())
+           !by.signals.hasSeenAny())
         ;
-    return !signals.hasSeenAny();
+    return !by.signals.hasSeenAny() && sources[2].revents == 0;
 }
 
 // Into room for it all, so that no secret is left behind by growing; and into the caller's own
 // string, since moving a short one copies it.
-void readLine(const Terminal &terminal, const SignalWatch &signals,
-              std::optional<std::string> &line) {
+void readLine(const Terminal &terminal, const Interruptions &by, std::optional<std::string> &line) {
     std::array<char, longestTerminalLine + 2> buffer{};
     std::size_t size = 0;
-    while (size < buffer.size() && waitForInput(terminal, signals)) {
+    while (size < buffer.size() && waitForInput(terminal, by)) {
         const ssize_t count =
             ::read(terminal.descriptor(), buffer.data() + size, buffer.size() - size);
         if (count < 0 && errno == EINTR)
@@ -119,13 +125,13 @@ void readLine(const Terminal &terminal, const SignalWatch &signals,
     wipe(buffer.data(), buffer.size());
 }
 
-void ask(const Terminal &terminal, std::string_view prompt, Echo echo, const SignalWatch &signals,
+void ask(const Terminal &terminal, std::string_view prompt, Echo echo, const Interruptions &by,
          std::optional<std::string> &line) {
-    const LineMode mode(terminal, echo, signals);
+    const LineMode mode(terminal, echo, by.signals);
     if (!mode.isSet())
         return;
     terminal.write(prompt);
-    readLine(terminal, signals, line);
+    readLine(terminal, by, line);
     if (!line || echo == Echo::Off) // the user's own line end has not been shown
         terminal.write("\n");
 }
@@ -138,7 +144,8 @@ void writeToTerminal(std::string_view text) {
         terminal.write(text);
 }
 
-std::optional<std::string> readLineFromTerminal(std::string_view prompt, Echo echo) {
+std::optional<std::string> readLineFromTerminal(std::string_view prompt, Echo echo,
+                                                int withdrawal) {
     static std::mutex oneAtATime;
     const std::lock_guard lock(oneAtATime);
     const Terminal terminal;
@@ -148,7 +155,7 @@ std::optional<std::string> readLineFromTerminal(std::string_view prompt, Echo ec
     bool wasStopped = false;
     do {
         const SignalWatch signals;
-        ask(terminal, prompt, echo, signals, line);
+        ask(terminal, prompt, echo, {.signals = signals, .withdrawal = withdrawal}, line);
         wasStopped = signals.hasSeenStop();
     } while (!line && wasStopped);
     return line;

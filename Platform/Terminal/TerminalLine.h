@@ -25,7 +25,9 @@ void writeToTerminal(std::string_view text);
 // Asks for one line, without its end; what was typed before the prompt came does not count. None
 // without a terminal, at end-of-file even in the middle of a line, after a signal that the process
 // survives, and when the line is longer than that. A signal finds the terminal as it was before,
-// and a process that goes on after a stop asks again. Any thread, one at a time.
-std::optional<std::string> readLineFromTerminal(std::string_view prompt, Echo echo);
+// and a process that goes on after a stop asks again. None as well once the descriptor `withdrawal`
+// is readable. Any thread, one at a time.
+std::optional<std::string> readLineFromTerminal(std::string_view prompt, Echo echo,
+                                                int withdrawal = -1);
 
 } // namespace SSHPlatform

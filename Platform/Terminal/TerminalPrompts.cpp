@@ -47,7 +47,7 @@ std::string menu(const Alert &alert) {
 
 AlertAnswer askForButton(const Alert &alert) {
     for (int attempt = 0; attempt < patience; ++attempt) {
-        const auto line = readLineFromTerminal(menu(alert), Echo::On);
+        const auto line = readLineFromTerminal(menu(alert), Echo::On, alert.withdrawal);
         if (!line)
             break;
         if (const auto button = chosenButton(alert, *line))
@@ -59,8 +59,8 @@ AlertAnswer askForButton(const Alert &alert) {
 }
 
 // Return ends the line and so presses the first button.
-AlertAnswer askForText(PlainTextField &field) {
-    auto line = readLineFromTerminal("> ", field.isSecret() ? Echo::Off : Echo::On);
+AlertAnswer askForText(PlainTextField &field, int withdrawal) {
+    auto line = readLineFromTerminal("> ", field.isSecret() ? Echo::Off : Echo::On, withdrawal);
     if (!line)
         return AlertAnswer::Refused;
     field.setStringValue(*line);
@@ -74,7 +74,7 @@ class TerminalAlertPresenter final : public AlertPresenter {
         writeToTerminal("\n" + printableText(alert.messageText) + "\n" +
                         printableText(alert.informativeText) + "\n");
         if (PlainTextField *const field = alert.plainTextField())
-            return askForText(*field);
+            return askForText(*field, alert.withdrawal);
         // Without a choice there is nothing to ask.
         return alert.buttons.empty() ? AlertAnswer::FirstButton : askForButton(alert);
     }

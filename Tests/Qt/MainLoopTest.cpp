@@ -91,7 +91,7 @@ TEST_F(MainLoopTest, QuestionsTakeTurnsUntilQuittingRefusesThem) {
     SSHPlatform::setLogSink([&](const std::string &line) { log += line; });
     EXPECT_EQ(show("here"), AlertAnswer::Refused);
     SSHPlatform::setLogSink(nullptr);
-    EXPECT_EQ(log, "The application is quitting; refused: here");
+    EXPECT_EQ(log, "Refused before it could be shown: here");
     EXPECT_EQ(later, AlertAnswer::Refused);
 }
 

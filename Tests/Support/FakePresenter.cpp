@@ -43,6 +43,7 @@ SSHPlatform::AlertAnswer FakePresenter::runModal(const SSHPlatform::Alert &alert
     }
     shown.push_back(text);
     thread = std::this_thread::get_id();
+    withdrawal = alert.withdrawal;
     if (whileShown)
         whileShown();
     if (answers.empty())

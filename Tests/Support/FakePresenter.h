@@ -17,6 +17,7 @@ class FakePresenter final : public SSHPlatform::AlertPresenter {
     // each button, then " | [view]" with what has been done to the view's parts.
     std::vector<std::string> shown;
     std::thread::id thread; // that the last alert was shown on
+    int withdrawal = -1;    // of the last alert
     // Taken from the front; refused when there is none.
     std::deque<SSHPlatform::AlertAnswer> answers;
     std::string typed; // into every field while an alert is shown
