@@ -67,7 +67,9 @@ class Connection::Watcher final : public SSHSessionDelegate, public SSHSessionOb
         });
     }
 
-    void willBeginStage(SSHSession & /*session*/, SSHSessionStage stage) noexcept override {
+    void willBeginStage(SSHSession &session, SSHSessionStage stage) noexcept override {
+        if (mConnection->mIsClosing)
+            session.cancel(); // what was called before, and begins only now
         if (stage == SSHSessionStage::Execute)
             return;
         mConnection->reportLater([connection = mConnection, stage] {
@@ -86,8 +88,11 @@ Connection::Connection(QObject *parent)
 
 // A session that is still connected outlives this object.
 Connection::~Connection() {
-    if (mSession)
-        mSession->setDelegate(nullptr);
+    if (!mSession)
+        return;
+    mSession->setDelegate(nullptr);
+    mIsClosing = true;
+    mSession->cancel();
 }
 
 void Connection::open(const ConnectionParameters &parameters) {
@@ -132,23 +137,15 @@ void Connection::close() {
     if (mIsClosing || isIdle())
         return;
     mIsClosing = true;
-    stopInBackground();
+    if (mIsCalling)
+        mSession->cancel();
+    else
+        stop();
     Q_EMIT changed();
-}
-
-void Connection::letGo() {
-    disconnect();
-    close();
-    connect(this, &Connection::changed, this, [this] {
-        if (isIdle())
-            deleteLater();
-    });
 }
 
 QString Connection::status() const {
     const QString elapsed = elapsedText(secondsOf(mSince));
-    if (mIsClosing && mIsCalling)
-        return QStringLiteral("Disconnecting as soon as the server has answered: %1").arg(elapsed);
     if (mIsClosing)
         return QStringLiteral("Disconnecting");
     if (mIsCalling)
@@ -171,27 +168,23 @@ void Connection::endCall(const std::optional<Problem> &problem) {
     settle();
 }
 
-// Not on the thread of the calls, which may be busy with the command that keeps `stop` waiting.
-void Connection::stopInBackground() {
-    mIsStopping = true;
-    mStops.post([this, session = mSession] {
-        session->stop();
-        reportLater([this] {
-            mIsStopping = false;
-            settle();
-        });
-    });
-}
-
-// A `stop` that came just before its `start` has stopped nothing.
+// What was cancelled too late has left the session connected.
 void Connection::settle() {
-    if (mIsClosing && !mIsCalling && !mIsStopping) {
+    if (mIsClosing && !mIsCalling) {
         if (mSession->isConnected())
-            stopInBackground();
+            stop();
         else
             mIsClosing = false;
     }
     Q_EMIT changed();
+}
+
+void Connection::stop() {
+    mIsCalling = true;
+    mCalls.post([this, session = mSession] {
+        session->stop();
+        reportLater([this] { endCall(std::nullopt); });
+    });
 }
 
 void Connection::reportLater(std::function<void()> report) {

@@ -11,6 +11,7 @@
 #include <QObject>
 #include <QString>
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -39,15 +40,11 @@ class Connection final : public QObject {
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
 
-    // One after another: `open` while idle, `run` while ready. `close` at any time; it waits, in
-    // the background, for a command that is running.
+    // One after another: `open` while idle, `run` while ready. `close` at any time; it cancels what
+    // is going on.
     void open(const ConnectionParameters &parameters);
     void run(const CommandRequest &request);
     void close();
-
-    // For what `close` waits for too long: no more signals, and this object deletes itself when its
-    // calls have returned. Its destructor waits for them.
-    void letGo();
 
     bool isConnected() const { return mIsConnected; }
     bool isCalling() const { return mIsCalling; }
@@ -67,8 +64,8 @@ class Connection final : public QObject {
 
     void beginCall(const QString &activity);
     void endCall(const std::optional<Problem> &problem);
-    void stopInBackground();
     void settle();
+    void stop();
     void reportLater(std::function<void()> report);
 
     std::shared_ptr<Watcher> mWatcher;
@@ -78,9 +75,6 @@ class Connection final : public QObject {
     QElapsedTimer mSince;
     bool mIsConnected = false;
     bool mIsCalling = false;
-    bool mIsClosing = false;
-    bool mIsStopping = false; // a `stop` is on its way
-    // Last, so that their threads end before anything they report to.
-    Lane mCalls;
-    Lane mStops;
+    std::atomic<bool> mIsClosing = false; // read by what is about to begin
+    Lane mCalls; // last, so that its thread ends before anything it reports to
 };

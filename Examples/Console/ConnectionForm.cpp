@@ -84,6 +84,7 @@ void ConnectionForm::follow(const Connection &connection) {
     if (connection.isClosing() && !mIsClosing)
         mSettling.start(QApplication::doubleClickInterval());
     mIsClosing = connection.isClosing();
+    mIsCalling = connection.isCalling();
     for (QWidget *const field :
          std::initializer_list<QWidget *>{mHost, mPort, mUser, mPassword, mKeyFile})
         field->setEnabled(mIsIdle);
@@ -101,12 +102,11 @@ void ConnectionForm::request() {
 
 void ConnectionForm::updateButton() {
     const bool isComplete = !mHost->text().trimmed().isEmpty() && !mUser->text().isEmpty();
-    const bool isSettling = mIsClosing && mSettling.isActive();
     if (mIsIdle)
         mButton->setText(QStringLiteral("&Connect"));
-    else if (mIsClosing && !isSettling)
-        mButton->setText(QStringLiteral("&Let go"));
+    else if (mIsCalling)
+        mButton->setText(QStringLiteral("&Cancel"));
     else
         mButton->setText(QStringLiteral("&Disconnect"));
-    mButton->setEnabled(mIsIdle ? isComplete : !isSettling);
+    mButton->setEnabled(!mIsClosing && !mSettling.isActive() && (!mIsIdle || isComplete));
 }

@@ -37,7 +37,8 @@ class ConnectionForm final : public QGroupBox {
     QLineEdit *mPassword;
     FileField *mKeyFile;
     QPushButton *mButton;
-    QTimer mSettling; // runs while a click may still be the second one on "Disconnect"
+    QTimer mSettling; // runs while a click may still be the second one on the same button
     bool mIsIdle = true;
     bool mIsClosing = false;
+    bool mIsCalling = false;
 };

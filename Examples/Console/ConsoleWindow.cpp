@@ -13,18 +13,10 @@
 #include <QVBoxLayout>
 
 #include <chrono>
-#include <cstdlib>
 
 namespace {
 
 constexpr std::chrono::milliseconds clockInterval(100);
-constexpr std::chrono::seconds patience(3);
-
-// A running command and a silent server cannot be interrupted, but their connection ends with the
-// process, whose status tells. No destructor may run beside a call that is still under way.
-[[noreturn]] void leaveNow() {
-    std::_Exit(EXIT_FAILURE);
-}
 
 } // namespace
 
@@ -67,7 +59,7 @@ void ConsoleWindow::wire() {
         mConnection->open(mConnectionForm->parameters());
     });
     connect(mConnectionForm, &ConnectionForm::disconnectRequested, this,
-            &ConsoleWindow::disconnectOrLetGo);
+            [this] { mConnection->close(); });
     connect(mCommandForm, &CommandForm::runRequested, this, &ConsoleWindow::run);
 }
 
@@ -76,14 +68,6 @@ void ConsoleWindow::makeConnection() {
     connect(mConnection, &Connection::changed, this, &ConsoleWindow::follow);
     connect(mConnection, &Connection::failed, mProblem, &ProblemPane::present);
     connect(mConnection, &Connection::ran, this, &ConsoleWindow::present);
-}
-
-void ConsoleWindow::disconnectOrLetGo() {
-    if (!mConnection->isClosing())
-        return mConnection->close();
-    mConnection->letGo();
-    makeConnection();
-    follow();
 }
 
 void ConsoleWindow::follow() {
@@ -113,13 +97,9 @@ void ConsoleWindow::present(const CommandOutcome &outcome) {
 }
 
 void ConsoleWindow::closeEvent(QCloseEvent *event) {
-    if (mConnection->isIdle()) {
-        if (findChildren<Connection *>().size() > 1)
-            leaveNow();
+    if (mConnection->isIdle())
         return;
-    }
     event->ignore();
     mIsLeaving = true;
     mConnection->close();
-    QTimer::singleShot(patience, this, leaveNow);
 }

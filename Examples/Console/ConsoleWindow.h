@@ -23,20 +23,18 @@ class ConsoleWindow final : public QWidget {
     CommandForm &commandForm() { return *mCommandForm; }
 
   protected:
-    // Disconnects first, and closes when that is done; but a session that does not end soon, or has
-    // been let go, does not keep the window open.
+    // Disconnects first, and closes when that is done.
     void closeEvent(QCloseEvent *event) override;
 
   private:
     void layOut();
     void wire();
     void makeConnection();
-    void disconnectOrLetGo();
     void follow();
     void run();
     void present(const CommandOutcome &outcome);
 
-    Connection *mConnection = nullptr; // those that were let go are children of the window, too
+    Connection *mConnection = nullptr;
     ConnectionForm *mConnectionForm;
     CommandForm *mCommandForm;
     StatusLine *mStatus;

@@ -6,6 +6,9 @@
 #include <QTest>
 #include <QTimer>
 
+#include <unistd.h>
+
+#include <array>
 #include <future>
 #include <thread>
 
@@ -14,8 +17,8 @@ using Answer = std::future<std::optional<AlertAnswer>>;
 
 namespace {
 
-AlertAnswer show(const std::string &message) {
-    return SSHPlatform::alertPresenter()->runModal({{}, message, {}, {}, {}, {}});
+AlertAnswer show(const std::string &message, int withdrawal = -1) {
+    return SSHPlatform::alertPresenter()->runModal({{}, message, {}, {}, {}, {}, withdrawal});
 }
 
 // Asks from a thread of its own. No answer means that the question has never been shown.
@@ -93,6 +96,19 @@ TEST_F(MainLoopTest, QuestionsTakeTurnsUntilQuittingRefusesThem) {
     SSHPlatform::setLogSink(nullptr);
     EXPECT_EQ(log, "Refused before it could be shown: here");
     EXPECT_EQ(later, AlertAnswer::Refused);
+}
+
+TEST_F(MainLoopTest, WithdrawnQuestionsGoAway) {
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe(ends.data()), 0);
+    AlertAnswer covered = AlertAnswer::FirstButton;
+    withNextAlert([&](QDialog & /*first*/) {
+        QTimer::singleShot(0, [&] { covered = show("second", ends[0]); }); // waits for its turn
+        QTimer::singleShot(1, [&] { ::close(ends[1]); });
+    });
+    EXPECT_EQ(show("first", ends[0]), AlertAnswer::Refused);
+    EXPECT_EQ(covered, AlertAnswer::Refused);
+    ::close(ends[0]);
 }
 
 TEST_F(MainLoopTest, ATimerOfAnyThreadIsCancelledFromAnyThread) {
