@@ -39,9 +39,7 @@ void libssh2_disconnect_callback(LIBSSH2_SESSION * /*session*/, int reason, cons
         add(userInfo, SSHError::languageKey, language, languageLength);
         error = std::make_shared<SSHError>(SSHError::disconnectDomain, reason, std::move(userInfo));
     }
-    SSHSession_libssh2 &session = Connection::of(abstract).engine;
-    if (SSHSessionDelegate *delegate = session.delegate())
-        delegate->sshSessionDisconnected(session, error);
+    Connection::of(abstract).engine.didDisconnect(error);
 }
 
 bool openSession(Connection &connection, SSHErrorRef *error) {

@@ -56,6 +56,22 @@ bool SSHSession::isConnected() const noexcept {
     return false;
 }
 
+SSHSessionDelegate *SSHSession::delegate() const noexcept {
+    const std::lock_guard lock(mDelegateMutex);
+    return mDelegate;
+}
+
+void SSHSession::setDelegate(SSHSessionDelegate *delegate) noexcept {
+    const std::lock_guard lock(mDelegateMutex);
+    mDelegate = delegate;
+}
+
+void SSHSession::didDisconnect(const SSHErrorRef &error) noexcept {
+    const std::lock_guard lock(mDelegateMutex);
+    if (mDelegate)
+        mDelegate->sshSessionDisconnected(*this, error);
+}
+
 void SSHSession::addObserver(const std::weak_ptr<SSHSessionObserver> &observer) noexcept {
     const SSHPlatform::MutexLock lock(mObserversMutex);
     std::erase_if(mObservers, [](const auto &known) { return known.expired(); });

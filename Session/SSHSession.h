@@ -42,9 +42,9 @@
 #include <SSHSession/SSHEscapeString.h>
 #include <SSHSession/SSHSessionExport.h>
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -64,7 +64,8 @@ class SSHSESSION_EXPORT SSHSessionDelegate {
     // failed command or `stop`.
     //
     // Called on the session queue, in the middle of the operation that met the server's message: do
-    // not call `start`, `stop` or `execute` from here, and do not wait for a thread that does.
+    // not call `start`, `stop` or `execute` from here, and do not wait for a thread that does, or
+    // that calls `setDelegate`.
     // Not called for a `stop`, nor for a failure of `start` or `execute` that the server did not
     // announce.
     virtual void sshSessionDisconnected(SSHSession &session, const SSHErrorRef &error) noexcept = 0;
@@ -160,10 +161,14 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     // Whether `start` has succeeded and nothing has failed since. Observable under "isConnected".
     virtual bool isConnected() const noexcept;
 
-    SSHSessionDelegate *delegate() const noexcept { return mDelegate; }
-    void setDelegate(SSHSessionDelegate *delegate) noexcept { mDelegate = delegate; }
+    // Once `setDelegate` has returned, the delegate of before is not called any more: a notice that
+    // it is given on another thread meanwhile is waited for. Any thread, also from inside a notice.
+    SSHSessionDelegate *delegate() const noexcept;
+    void setDelegate(SSHSessionDelegate *delegate) noexcept;
 
-    // Observers are held weakly and told in the order in which they were added. Any thread.
+    // Observers are held weakly and told in the order in which they were added. Any thread. A
+    // notice that has begun on another thread still reaches an observer after it was removed, which
+    // therefore lives until then.
     void addObserver(const std::weak_ptr<SSHSessionObserver> &observer) noexcept;
     void removeObserver(const std::weak_ptr<SSHSessionObserver> &observer) noexcept;
 
@@ -182,11 +187,14 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     void didChangeValueForKey(const std::string &key) noexcept;
     void willBeginStage(SSHSessionStage stage) noexcept;
     void didEndStage(SSHSessionStage stage, bool succeeded) noexcept;
+    // Tells the delegate, if there is one.
+    void didDisconnect(const SSHErrorRef &error) noexcept;
 
   private:
     std::vector<std::shared_ptr<SSHSessionObserver>> observers() const;
 
-    std::atomic<SSHSessionDelegate *> mDelegate = nullptr;
+    mutable std::recursive_mutex mDelegateMutex; // held while the delegate is called
+    SSHSessionDelegate *mDelegate = nullptr;     // guarded by it
     std::optional<std::string> mUUID;
     std::optional<std::string> mHost;
     std::optional<std::string> mUser;

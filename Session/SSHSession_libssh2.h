@@ -101,6 +101,7 @@ class SSHSession_libssh2 : public SSHSession {
     static std::string _stringForErrorCode(std::int32_t code);
 
     // --- For the stages
+    using SSHSession::didDisconnect;
     // Runs `work` on the session queue with the connection's live handle. Fails with an error of
     // its own when the connection has been torn down.
     bool onSessionQueue(const Connection &connection, SSHErrorRef *error,

@@ -244,6 +244,21 @@ TEST_F(LibraryFaultsTest, AStaleAgentSocketIsClosedOnce) {
     EXPECT_EQ(wrapped().badCloses, 0);
 }
 
+TEST_F(LibraryFaultsTest, NoDescriptorIsInherited) {
+    const std::string file = home.directory.path("rsa");
+    makeKey(file, "rsa");
+    server().authorize(file);
+    server().authorize(key());
+    const SshAgent agent({key()});
+    const int before = wrapped().inheritable;
+    EXPECT_TRUE(makeSession(server().port())->start(&error)) << summary(error);
+    ::unsetenv("SSH_AUTH_SOCK");
+    EXPECT_TRUE(makeSession(server().port(), {}, file)->start(&error)) << summary(error);
+    home.directory.write(".ssh/known_hosts", "");
+    EXPECT_FALSE(makeSession(server().port())->start(&error));
+    EXPECT_EQ(wrapped().inheritable, before);
+}
+
 TEST_F(AgentTest, AnAgentThatGoesAwayIsAnError) {
     {
         const auto agent = agentThatAnswers("");
@@ -254,9 +269,10 @@ TEST_F(AgentTest, AnAgentThatGoesAwayIsAnError) {
     EXPECT_EQ(wrapped().badCloses, 0) << "a descriptor was closed that others may have opened";
 }
 
-TEST_F(AgentTest, SignalsDoNotDisturbTheExchange) {
+TEST_F(AgentTest, AThousandSignalsASecondDisturbNothing) {
     const SshAgent agent({key()});
     server();
+    const auto other = sessionAs("password", "sesame");
     struct sigaction ignored {};
     ignored.sa_handler = [](int) {}; // without SA_RESTART
     ::sigaction(SIGALRM, &ignored, nullptr);
@@ -266,6 +282,10 @@ TEST_F(AgentTest, SignalsDoNotDisturbTheExchange) {
         EXPECT_TRUE(session->start(&error) && session->connection()->agent()) << summary(error);
         EXPECT_EQ(resultOf(*session, "echo out"), "0 (null) | out\n | ");
         session->stop();
+        EXPECT_TRUE(other->start(&error)) << summary(error);
+        EXPECT_EQ(resultOf(*other, "prompt; read; wait 0.1; success; out x; eof; close", "admin"),
+                  "0 (null) | x | ");
+        other->stop();
     }
     ::ualarm(0, 0);
 }

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <future>
 #include <regex>
 
 namespace {
@@ -92,6 +93,26 @@ TEST_F(OddServerTest, DisconnectsAreToldOnce) {
     session->setDelegate(nullptr); // nobody to tell
     EXPECT_EQ(result("disconnect 2"), lost);
     EXPECT_EQ(notices, Lines());
+}
+
+TEST_F(OddServerTest, ADelegateIsNotCalledOnceItWasCleared) {
+    struct Slow final : SSHSessionDelegate {
+        void sshSessionDisconnected(SSHSession & /*session*/,
+                                    const SSHErrorRef & /*why*/) noexcept override {
+            isCalled.set_value();
+            EXPECT_EQ(isCleared.get_future().wait_for(std::chrono::milliseconds(50)),
+                      std::future_status::timeout);
+        }
+        std::promise<void> isCalled;
+        std::promise<void> isCleared;
+    } slow;
+    ASSERT_TRUE(session->start(&error)) << summary(error);
+    session->setDelegate(&slow);
+    auto run = std::async(std::launch::async, [&] { return result("disconnect 2"); });
+    slow.isCalled.get_future().wait();
+    session->setDelegate(nullptr);
+    slow.isCleared.set_value();
+    EXPECT_EQ(run.get(), lost);
 }
 
 TEST_F(OddServerTest, ADelegateMayLetGoOfSessionAndCommand) {

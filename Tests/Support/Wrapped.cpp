@@ -2,8 +2,11 @@
 
 #include <netdb.h>
 #include <poll.h>
+#include <sys/socket.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <ctime>
 
 Wrapped &wrapped() {
@@ -33,6 +36,24 @@ int __wrap_poll(pollfd *entries, nfds_t count, int timeout) {
     if (count == 2 && entries[0].fd < 0)
         ++wrapped().plainPauses;
     return __real_poll(entries, count, timeout);
+}
+
+int __real_socket(int domain, int type, int protocol);
+int __wrap_socket(int domain, int type, int protocol) {
+    wrapped().inheritable += (type & SOCK_CLOEXEC) == 0;
+    return __real_socket(domain, type, protocol);
+}
+
+decltype(std::fopen) __real_fopen;
+std::FILE *__wrap_fopen(const char *path, const char *mode) {
+    wrapped().inheritable += !std::strchr(mode, 'e');
+    return __real_fopen(path, mode);
+}
+
+struct bio_st *__real_BIO_new_file(const char *path, const char *mode);
+struct bio_st *__wrap_BIO_new_file(const char *path, const char *mode) {
+    wrapped().inheritable += !std::strchr(mode, 'e');
+    return __real_BIO_new_file(path, mode);
 }
 
 decltype(::getaddrinfo) __real_getaddrinfo;
