@@ -1,6 +1,7 @@
 #include <SSHSession/Platform.h>
 
 #include <SSHSession/Mutex.h>
+#include <SSHSession/PrintableText.h>
 #include <SSHSession/RunLoop.h>
 
 #include <syslog.h>
@@ -81,11 +82,12 @@ void setLogSink(std::function<void(const std::string &)> sink) noexcept {
 }
 
 void log(const std::string &message) noexcept {
+    const std::string harmless = printableText(message, "\t\n");
     const MutexLock lock(logState().mutex);
     if (logState().sink)
-        logState().sink(message);
+        logState().sink(harmless);
     else
-        ::syslog(LOG_USER | LOG_NOTICE, "%s", message.c_str());
+        ::syslog(LOG_USER | LOG_NOTICE, "%s", harmless.c_str());
 }
 
 } // namespace SSHPlatform

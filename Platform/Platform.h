@@ -33,7 +33,7 @@ SSHSESSION_EXPORT bool askOnMainThread(const std::function<void()> &question) no
 // itself.
 SSHSESSION_EXPORT void setLogSink(std::function<void(const std::string &message)> sink) noexcept;
 
-// Writes one diagnostic line. Any thread.
+// Writes one diagnostic line, as `printableText` makes it. Any thread.
 SSHSESSION_EXPORT void log(const std::string &message) noexcept;
 
 } // namespace SSHPlatform

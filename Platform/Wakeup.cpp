@@ -1,27 +1,15 @@
 #include "Platform/Wakeup.h"
 
-#include <fcntl.h>
-#include <unistd.h>
+#include "Platform/Pipe.h"
 
-#include <array>
+#include <unistd.h>
 
 namespace SSHPlatform {
 
 Wakeup::Wakeup() noexcept {
-    std::array<int, 2> ends = {-1, -1};
-#if defined(__APPLE__)
-    if (::pipe(ends.data()) != 0)
-        return;
-    for (const int end : ends) {
-        ::fcntl(end, F_SETFD, FD_CLOEXEC);
-        ::fcntl(end, F_SETFL, O_NONBLOCK);
-    }
-#else
-    if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
-        return;
-#endif
-    mReader = ends[0];
-    mWriter = ends[1];
+    const auto [reader, writer] = openPipe();
+    mReader = reader;
+    mWriter = writer;
 }
 
 Wakeup::~Wakeup() {

@@ -47,10 +47,13 @@ TEST_F(ToolTest, HandsThroughOutputAndStatus) {
     check({"127.0.0.1", "echo out; kill -TRAP $$"}, 255, "out\n",
           "sshsession: The command was ended by the signal \"SIG@openssh.com\", which has no "
           "number on this system.\n");
-    check({"--json", "127.0.0.1", R"(printf 'a\377bc'; printf '\303\274' >&2; kill $$)"}, 143,
-          "{\"stdout\":\"a\uFFFDbc\",\"stdoutBase64\":\"Yf9iYw==\",\"stderr\":\"\u00fc\","
-          "\"exitStatus\":0,\"exitSignal\":\"TERM\",\"timings\":{\"connect\":,\"handshake\":,"
-          "\"hostKey\":,\"agent\":,\"authenticate\":,\"execute\":}}\n");
+    check(
+        {"--json", "127.0.0.1", R"(printf 'a\377bc'; printf '\303\274\177\302\233' >&2; kill $$)"},
+        143,
+        "{\"stdout\":\"a\uFFFDbc\",\"stdoutBase64\":\"Yf9iYw==\","
+        "\"stderr\":\"\u00fc\\u007f\\u009b\","
+        "\"exitStatus\":0,\"exitSignal\":\"TERM\",\"timings\":{\"connect\":,\"handshake\":,"
+        "\"hostKey\":,\"agent\":,\"authenticate\":,\"execute\":}}\n");
 }
 
 TEST_F(ToolTest, RefusesInOneLineWhatItCannotUse) {
@@ -150,6 +153,17 @@ std::string onTerminal(const std::string &command, Answers answers) {
     ::close(terminal);
     ::waitpid(child, nullptr, 0);
     return screen;
+}
+
+TEST_F(ToolTest, ATerminalDoesNotObeyTheServer) {
+    for (const auto &[words, screen] :
+         {std::pair("", "a?[1m\tb\r\nc?\u00e4??"),
+          std::pair("--raw ", "a\x1b[1m\tb\r\r\nc\r\u00e4\u009b\u202e")})
+        EXPECT_EQ(
+            onTerminal(SSHSESSION_TOOL " -p " + port + " -i " + key + ' ' + words +
+                           R"(127.0.0.1 "printf 'a\033[1m\tb\r\nc\r\303\244\302\233\342\200\256'")",
+                       {}),
+            screen);
 }
 
 TEST_F(ToolTest, OnlyALineIsAnAnswerAtATerminal) {

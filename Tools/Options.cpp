@@ -69,6 +69,9 @@ void declareOptions(CLI::App &app, Options &options) {
     app.add_flag("--json", options.asJson,
                  "Print one JSON object with output, status or error, and timings")
         ->group("Report");
+    app.add_flag("--raw", options.isRaw,
+                 "Let control characters of the command's output through to a terminal")
+        ->group("Report");
     app.add_flag("-v", options.isVerbose, "Tell each stage on standard error as it happens")
         ->group("Report");
     app.set_help_flag("--help", "Print this help")->group("Report");

@@ -16,6 +16,7 @@ struct Options {
     std::optional<std::string> adminPasswordFrom; // "prompt"
     std::optional<std::string> standardInputFrom;
     bool asJson = false;
+    bool isRaw = false;
     bool isVerbose = false;
     std::string command;
 };

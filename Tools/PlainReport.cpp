@@ -3,8 +3,13 @@
 #include "ExitStatus.h"
 #include "Output.h"
 
+#include <SSHSession/PrintableText.h>
+
+#include <unistd.h>
+
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -17,12 +22,23 @@ void tellError(const SSHError &error) {
             tellText(*text);
 }
 
+// On a terminal, line ends of both kinds do what they should, and nothing else does anything.
+void hand(std::string_view bytes, int descriptor, bool isRaw, void (*write)(std::string_view)) {
+    if (isRaw || ::isatty(descriptor) == 0)
+        return write(bytes);
+    std::string lines;
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        if (bytes.substr(i, 2) != "\r\n")
+            lines += bytes[i];
+    write(SSHPlatform::printableText(lines, "\t\n"));
+}
+
 } // namespace
 
-int reportPlainly(const Outcome &outcome) {
+int reportPlainly(const Outcome &outcome, bool isRaw) {
     if (outcome.command.stdoutData()) {
-        writeOutput(outcome.command.stdoutData()->view());
-        writeErrorOutput(outcome.command.stderrData()->view());
+        hand(outcome.command.stdoutData()->view(), STDOUT_FILENO, isRaw, writeOutput);
+        hand(outcome.command.stderrData()->view(), STDERR_FILENO, isRaw, writeErrorOutput);
     }
     if (!outcome.error)
         return exitStatusOf(outcome.command);

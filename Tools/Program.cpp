@@ -99,8 +99,8 @@ int runCommand(const Options &options) {
     session->addObserver(interruption);
     const auto command = makeCommand(options, inputs);
     const Outcome outcome = {*command, runSession(*session, command)};
-    const int status =
-        options.asJson ? reportAsJson(outcome, clock->timings()) : reportPlainly(outcome);
+    const int status = options.asJson ? reportAsJson(outcome, clock->timings())
+                                      : reportPlainly(outcome, options.isRaw);
     interruption->takeEffect();
     return status;
 }

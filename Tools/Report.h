@@ -13,5 +13,7 @@ struct Outcome {
 };
 
 // Both throw Failure when the outputs cannot be written.
-int reportPlainly(const Outcome &outcome);
+//
+// Byte for byte; but unless `isRaw`, no control character reaches a terminal.
+int reportPlainly(const Outcome &outcome, bool isRaw);
 int reportAsJson(const Outcome &outcome, const StageClock::Timings &timings);

@@ -1,6 +1,5 @@
 #include "Platform/Terminal/SignalWatch.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -32,11 +31,6 @@ bool isSeen(int signal) {
 } // namespace
 
 SignalWatch::SignalWatch() {
-    if (::pipe(mPipe.data()) == 0)
-        for (const int end : mPipe) {
-            ::fcntl(end, F_SETFD, FD_CLOEXEC);
-            ::fcntl(end, F_SETFL, O_NONBLOCK);
-        }
     std::fill(seen.begin(), seen.end(), 0);
     wakeDescriptor = mPipe[1];
     struct sigaction action {};

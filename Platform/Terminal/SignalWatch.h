@@ -1,6 +1,8 @@
 // Signals that come while a terminal is not as its user left it.
 #pragma once
 
+#include "Platform/Pipe.h"
+
 #include <array>
 #include <csignal>
 
@@ -30,7 +32,7 @@ class SignalWatch {
         struct sigaction before;
     };
 
-    std::array<int, 2> mPipe{-1, -1};
+    const std::array<int, 2> mPipe = openPipe();
     std::array<Watched, 9> mWatched{{{SIGALRM, {}},
                                      {SIGHUP, {}},
                                      {SIGINT, {}},

@@ -2,11 +2,11 @@
 #pragma once
 
 #include <SSHSession/Alert.h>
+#include <SSHSession/PrintableText.h>
 
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace SSHPlatform {
 
@@ -22,10 +22,5 @@ SSHSESSION_EXPORT std::shared_ptr<AlertPresenter> terminalAlertPresenter() noexc
 // of this system holds: 4094 bytes on Linux, 1000 elsewhere. An empty line is an answer.
 SSHSESSION_EXPORT std::optional<std::string>
 readSecretFromTerminal(const std::string &prompt) noexcept;
-
-// A text that may come from a server, in a form that a terminal does not obey: each control
-// character (of ASCII, and U+0080 to U+009F) but those in `allowed`, and each byte sequence that is
-// not UTF-8, becomes "?".
-SSHSESSION_EXPORT std::string printableText(std::string_view text, std::string_view allowed = "\n");
 
 } // namespace SSHPlatform

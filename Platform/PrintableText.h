@@ -1,0 +1,17 @@
+// Texts of others, made harmless to show.
+#pragma once
+
+#include <SSHSession/SSHSessionExport.h>
+
+#include <string>
+#include <string_view>
+
+namespace SSHPlatform {
+
+// A text that may come from a server, in a form that a terminal does not obey and that reads as it
+// stands: each control character (of ASCII, and U+0080 to U+009F) but those in `allowed`, each
+// character that steers the direction or the breaking of lines, and each byte sequence that is not
+// UTF-8, becomes "?".
+SSHSESSION_EXPORT std::string printableText(std::string_view text, std::string_view allowed = "\n");
+
+} // namespace SSHPlatform
