@@ -2,6 +2,7 @@
 // trusted one. Runs on the main thread.
 #include "Identity/HostKeyCheck.h"
 
+#include "Identity/KnownHostsFile.h"
 #include "Platform/Assertion.h"
 #include "Platform/Text.h"
 #include "Session/Connection.h"
@@ -74,14 +75,11 @@ void require(bool condition, const char *text, int line) {
         SSHPlatform::assertionFailed(text, thisFunction, engineSourceName, line);
 }
 
-// The plain host name, whatever the port, so that the key is found again on any port.
-int addToKnownHosts(const HostKeyCheck &check, const std::string &host, int keyBits) {
+// Whether the library takes the entry; the file is read again for it.
+int addToKnownHosts(const HostKeyCheck &check, const KnownHost &entry) {
     if (!check.knownHosts)
         return LIBSSH2_ERROR_ALLOC; // the only reason for which the library makes no collection
-    return libssh2_knownhost_addc(
-        check.knownHosts, host.c_str(), nullptr, check.hostPublicKey.data(),
-        check.hostPublicKey.size(), nullptr, 0,
-        keyBits | LIBSSH2_KNOWNHOST_TYPE_PLAIN | LIBSSH2_KNOWNHOST_KEYENC_RAW, nullptr);
+    return addKnownHost(check.knownHosts, entry);
 }
 
 std::string addFailureText(const Connection &connection, const HostKeyCheck &check, int code,
@@ -113,14 +111,14 @@ void confirmHostKey(const Connection &connection, HostKeyCheck &check) {
     require(check.hostPublicKey.data() != nullptr, "hostPublicKey.bytes != nil", __LINE__);
     require(!check.hostPublicKey.empty(), "hostPublicKey.length > 0", __LINE__);
 
-    const int keyBits = knownHostKeyBits(check.hostKeyType);
-    if (const int code = addToKnownHosts(check, hostName, keyBits)) {
+    // The plain host name, whatever the port, so that the key is found again on any port.
+    const KnownHost entry = {hostName, check.hostPublicKey, knownHostKeyBits(check.hostKeyType)};
+    if (const int code = addToKnownHosts(check, entry)) {
         tell(connection, "Adding the host fingerprint to the known hosts lists failed.",
-             addFailureText(connection, check, code, keyBits));
+             addFailureText(connection, check, code, entry.keyBits));
         return;
     }
-    if (const int code = libssh2_knownhost_writefile(check.knownHosts, check.knownHostsPath.c_str(),
-                                                     LIBSSH2_KNOWNHOST_FILE_OPENSSH)) {
+    if (const int code = recordKnownHost(connection.session(), check.knownHostsPath, entry)) {
         tell(connection, "Updating the known hosts file failed.",
              fmt::format("An error {} occurred. The connection will still continue.", code));
     }
