@@ -139,7 +139,7 @@ File read(const fs::path &path) {
         return {};
     if (!fs::is_regular_file(kind))
         fail(EINVAL);
-    const Descriptor file(path, O_NONBLOCK); // should it be a pipe by now
+    const Descriptor file(path, 0);
     // Its directory alone decides whether it can be replaced.
     checked([&] { return ::faccessat(AT_FDCWD, path.c_str(), W_OK, AT_EACCESS); });
     const struct stat status = file.status();
