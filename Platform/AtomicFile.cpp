@@ -149,7 +149,7 @@ File read(const fs::path &path) {
 // A file beside another one, whose place it may take; else it goes with its object.
 class Replacement {
   public:
-    explicit Replacement(const fs::path &target) : mTarget(target) {}
+    explicit Replacement(fs::path target) : mTarget(std::move(target)) {}
     Replacement(const Replacement &) = delete;
     Replacement &operator=(const Replacement &) = delete;
     ~Replacement() {

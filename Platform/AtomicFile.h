@@ -13,8 +13,9 @@ using FileChange = std::function<std::optional<std::string>(const std::string &c
 
 // Puts what `change` answers in the place of what the file holds. Whoever reads the file finds the
 // old content or the new one, also when the disk is full or this process is killed, and after
-// every failure the old one. Symbolic links stay, and what they lead to is changed; mode and owner
-// of the file stay; one that was not there gets the mode 0600.
+// every failure the old one. (What a killed process may leave behind is a file beside it, of its
+// name with seven characters more.) Symbolic links stay, and what they lead to is changed; mode and
+// owner of the file stay; one that was not there gets the mode 0600.
 //
 // Calls for files of the same directory, in this process and in others, take turns. Changes by
 // those who do not use this function are not overwritten either, unless they come in the instant
