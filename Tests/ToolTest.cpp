@@ -235,6 +235,12 @@ TEST_F(ToolTest, SignalsFindTheTerminalAsItWas) {
     // Nobody could continue the program, so that it goes on at once after a stop, and asks again.
     EXPECT_EQ(onTerminal(command, {{prompt, "s\x1a"}, {prompt + "\r\n" + prompt, "s\3"}}),
               prompt + "\r\n" + prompt + "\r\n130\r\necho\r\n");
+    home.directory.write(".ssh/known_hosts", "");
+    EXPECT_THAT(
+        onTerminal("trap : INT; " SSHSESSION_TOOL " -p " + port + " 127.0.0.1 true; echo $?",
+                   {{"Your choice [1]: ", "\3"}}),
+        testing::ContainsRegex("an SSH connection to .+\\.\r\nThe session was cancelled "
+                               "while it was connecting\\.\r\n130\r\n$"));
 }
 
 } // namespace

@@ -1,56 +1,75 @@
 #include "Interruption.h"
 
-#include <asio/io_context.hpp>
-#include <asio/signal_set.hpp>
+#include <fcntl.h>
+#include <unistd.h>
 
-#include <atomic>
+#include <cerrno>
 #include <csignal>
-#include <thread>
 
 namespace {
 
-bool isIgnored(int signal) {
-    struct sigaction current {};
-    return ::sigaction(signal, nullptr, &current) == 0 && current.sa_handler == SIG_IGN;
+constexpr std::array signals = {SIGINT, SIGTERM, SIGHUP};
+
+// All that a handler can reach.
+volatile std::sig_atomic_t caught = 0;
+volatile std::sig_atomic_t wakeDescriptor = -1;
+
+void set(void (*handler)(int)) {
+    for (const int signal : signals)
+        if (std::signal(signal, handler) == SIG_IGN)
+            std::signal(signal, SIG_IGN);
+}
+
+void handle(int signal) {
+    const int number = errno;
+    caught = signal;
+    set(SIG_DFL); // the next one has its usual effect
+    [[maybe_unused]] const ssize_t written = ::write(wakeDescriptor, "c", 1);
+    errno = number;
 }
 
 } // namespace
 
-struct Interruption::State {
-    std::atomic<int> signal = 0;
-    asio::io_context context;
-    asio::signal_set signals{context};
-    std::thread thread;
-};
-
-Interruption::Interruption(const std::shared_ptr<SSHSession> &session)
-    : mState(std::make_unique<State>()) {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-        if (!isIgnored(signal))
-            mState->signals.add(signal);
-    mState->signals.async_wait([state = mState.get(), session](auto failure, int signal) {
-        if (failure)
-            return;
-        state->signal = signal;
-        state->signals.clear(); // the next one has its usual effect
-        session->cancel();
+Interruption::Interruption(const std::shared_ptr<SSHSession> &session) {
+    if (::pipe(mPipe.data()) != 0)
+        return; // then a signal ends the process, as ever
+    for (const int end : mPipe)
+        ::fcntl(end, F_SETFD, FD_CLOEXEC);
+    mThread = std::thread([session, descriptor = mPipe[0]] {
+        char why = 0;
+        while (::read(descriptor, &why, 1) < 0 && errno == EINTR)
+            ;
+        if (why == 'c')
+            session->cancel();
     });
-    mState->thread = std::thread([state = mState.get()] { state->context.run(); });
+    wakeDescriptor = mPipe[1];
+    set(handle);
 }
 
 Interruption::~Interruption() {
-    mState->context.stop();
-    mState->thread.join();
+    if (!mThread.joinable())
+        return;
+    set(SIG_DFL);
+    [[maybe_unused]] const ssize_t written = ::write(mPipe[1], "e", 1);
+    mThread.join();
+    wakeDescriptor = -1;
+    for (const int end : mPipe)
+        ::close(end);
 }
 
 void Interruption::willBeginStage(SSHSession &session, SSHSessionStage /*stage*/) noexcept {
-    if (mState->signal != 0)
+    if (caught != 0)
         session.cancel();
 }
 
-void Interruption::takeEffect() const {
-    if (mState->signal == 0)
+void Interruption::didEndStage(SSHSession &session, SSHSessionStage stage,
+                               bool /*succeeded*/) noexcept {
+    willBeginStage(session, stage);
+}
+
+void Interruption::takeEffect() {
+    if (caught == 0)
         return;
-    std::signal(mState->signal, SIG_DFL);
-    ::raise(mState->signal);
+    std::signal(caught, SIG_DFL);
+    ::raise(caught);
 }

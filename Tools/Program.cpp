@@ -101,7 +101,7 @@ int runCommand(const Options &options) {
     const Outcome outcome = {*command, runSession(*session, command)};
     const int status = options.asJson ? reportAsJson(outcome, clock->timings())
                                       : reportPlainly(outcome, options.isRaw);
-    interruption->takeEffect();
+    Interruption::takeEffect();
     return status;
 }
 
