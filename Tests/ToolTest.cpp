@@ -123,8 +123,9 @@ TEST_F(ToolTest, ASignalCancels) {
     const std::string running = home.directory.path("running");
     check({"127.0.0.1", "echo $$ > " + running + "; exec sleep 60"}, 143, "",
           "Dravella could not execute the SSH command.\nThe command was cancelled. It may still be "
-          "running on the server.\nTerminated\n",
-          "", "r=" + running + R"(; "$0" "$@" & until [ -s $r ]; do sleep 0.01; done
+          "running on the server.\n",
+          "", "r=" + running + R"(; exec 3>&2 2>/dev/null # for the shell's own words
+                 "$0" "$@" 2>&3 & until [ -s $r ]; do sleep 0.01; done
                  kill $!; wait $!; status=$?; kill $(cat $r); exit $status)");
 }
 
