@@ -76,7 +76,7 @@ std::string standardizedPath(const std::string &path) {
         else
             result /= component;
     }
-    return result.string();
+    return result.empty() && !path.empty() ? "." : result.string();
 }
 
 bool fileExists(const std::string &path) {

@@ -137,5 +137,6 @@ TEST(Path, Operations) {
     std::filesystem::create_directory_symlink(directory + "/real/deep", directory + "/link");
     EXPECT_EQ(standardizedPath("~//./link/../key"), directory + "/real/key");
     EXPECT_EQ(standardizedPath("a//b/../c"), "a/b/../c");
+    EXPECT_EQ(standardizedPath(".//"), ".");
     EXPECT_EQ(standardizedPath("/no-such-directory/../key"), "/key");
 }
