@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
@@ -29,6 +30,15 @@ using namespace std::string_view_literals;
         ::_exit(1);
     ::execl(program, program, "-s", nullptr);
     ::_exit(1);
+}
+
+// libFuzzer has an alarm go off every few seconds.
+template <typename Call>
+auto uninterrupted(Call call) {
+    auto result = call();
+    while (result == -1 && errno == EINTR)
+        result = call();
+    return result;
 }
 
 class Shell {
@@ -63,7 +73,8 @@ class Shell {
   private:
     void write(std::string_view bytes) const {
         while (!bytes.empty()) {
-            const ssize_t written = ::send(mSocket, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+            const ssize_t written = uninterrupted(
+                [&] { return ::send(mSocket, bytes.data(), bytes.size(), MSG_NOSIGNAL); });
             if (written <= 0)
                 return; // read() then finds nothing
             bytes.remove_prefix(static_cast<std::size_t>(written));
@@ -75,8 +86,9 @@ class Shell {
         std::string bytes(count, '\0');
         std::size_t size = 0;
         pollfd readable = {mSocket, POLLIN, 0};
-        while (size<count && ::poll(&readable, 1, patience)> 0) {
-            const ssize_t got = ::recv(mSocket, bytes.data() + size, count - size, 0);
+        while (size < count && uninterrupted([&] { return ::poll(&readable, 1, patience); }) > 0) {
+            const ssize_t got = uninterrupted(
+                [&] { return ::recv(mSocket, bytes.data() + size, count - size, 0); });
             if (got <= 0)
                 break;
             size += static_cast<std::size_t>(got);
