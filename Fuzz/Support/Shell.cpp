@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -45,8 +46,8 @@ class Shell {
   public:
     explicit Shell(const char *program, std::string preamble = "")
         : mName(program), mPreamble(std::move(preamble)) {
-        int ends[2];
-        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0)
+        std::array<int, 2> ends{};
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0)
             return;
         if (::fork() == 0)
             become(ends[1], program);
