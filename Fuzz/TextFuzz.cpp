@@ -4,7 +4,7 @@
 
 #include "Platform/Text.h"
 
-#include <SSHSession/TerminalPrompts.h>
+#include <SSHSession/PrintableText.h>
 
 #include <utf8.h>
 
