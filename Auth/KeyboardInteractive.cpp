@@ -4,17 +4,17 @@
 
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/WipingAllocator.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 
 namespace {
 
 // Whatever a single prompt asks, it gets the password; several prompts at once cannot all mean it,
-// so they get nothing. The library frees the text, hence the allocator.
+// so they get nothing. The library frees the text.
 void libssh2_keyboard_callback(const char * /*name*/, int /*nameLength*/,
                                const char * /*instruction*/, int /*instructionLength*/,
                                int promptCount, const LIBSSH2_USERAUTH_KBDINT_PROMPT * /*prompts*/,
@@ -25,7 +25,7 @@ void libssh2_keyboard_callback(const char * /*name*/, int /*nameLength*/,
     const auto &password = connection.engine.password();
     if (!password)
         return;
-    auto *const text = static_cast<char *>(std::malloc(password->size()));
+    auto *const text = static_cast<char *>(SSHEngine::allocateForLibrary(password->size()));
     if (!text)
         return;
     std::copy(password->begin(), password->end(), text);

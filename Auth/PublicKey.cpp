@@ -9,6 +9,7 @@
 #include "Session/Question.h"
 
 #include <SSHSession/SSHSessionPasswordPanel.h>
+#include <SSHSession/Secret.h>
 
 #include <array>
 #include <cstring>
@@ -16,15 +17,17 @@
 using SSHEngine::Connection;
 using SSHEngine::KeyFiles;
 using SSHEngine::KeyTranscript;
+using SSHPlatform::Secret;
 
 namespace {
 
 // Asked on the main thread; none when the user cancels or enters nothing, or nobody can be asked.
-std::optional<std::string> requestPassphrase(const Connection &connection,
-                                             const std::string &keyName) {
-    std::optional<std::string> passphrase;
+Secret requestPassphrase(const Connection &connection, const std::string &keyName) {
+    Secret passphrase = Secret::none();
     SSHEngine::askOnMainThread(connection, [&] {
-        passphrase = SSHSessionPasswordPanel(connection.endDescriptor()).passwordForSSHKey(keyName);
+        std::optional<std::string> typed =
+            SSHSessionPasswordPanel(connection.endDescriptor()).passwordForSSHKey(keyName);
+        passphrase = Secret::takenFrom(typed);
     });
     return passphrase;
 }
@@ -35,6 +38,13 @@ std::optional<std::string> standardized(const std::optional<std::string> &path) 
 
 const char *textOrNull(const std::optional<std::string> &text) {
     return text ? text->c_str() : nullptr;
+}
+
+// OpenSSL leaves a pass phrase on its part of the stack (in ui_read, on the way from the library's
+// callback), which nothing may overwrite for a long time. The sanitizer would put this elsewhere.
+[[gnu::noinline, gnu::no_sanitize_address]] void wipeDeadStack() {
+    std::array<char, 16384> dead; // NOLINT(*-member-init): its content is what is to be wiped
+    SSHPlatform::wipe(dead.data(), dead.size());
 }
 
 // The turns of the keys, one after another, on one connection.
@@ -50,7 +60,7 @@ class KeyTrials {
 
   private:
     bool tryKeyWithPrompt(const KeyFiles &files);
-    int tryKey(const KeyFiles &files, const std::optional<std::string> &passphrase);
+    int tryKey(const KeyFiles &files, const Secret &passphrase);
 
     SSHSession_libssh2 &mEngine;
     const Connection &mConnection;
@@ -87,11 +97,11 @@ bool KeyTrials::tryStandardKey(const std::string &name) {
 // nothing to ask for. No library object of this stage lives while the question shows; the
 // connection itself stays, shut down or not.
 bool KeyTrials::tryKeyWithPrompt(const KeyFiles &files) {
-    const int code = tryKey(files, std::nullopt);
+    const int code = tryKey(files, Secret::none());
     if (code != LIBSSH2_ERROR_PUBLICKEY_UNVERIFIED || !mEngine.holds(mConnection))
         return code == 0;
     mTranscript.asking();
-    const std::optional<std::string> passphrase = requestPassphrase(
+    const Secret passphrase = requestPassphrase(
         mConnection,
         SSHPlatform::deletingPathExtension(SSHPlatform::lastPathComponent(files.privateKey)));
     if (!passphrase) {
@@ -103,15 +113,16 @@ bool KeyTrials::tryKeyWithPrompt(const KeyFiles &files) {
     return tryKey(exact, passphrase) == 0;
 }
 
-int KeyTrials::tryKey(const KeyFiles &files, const std::optional<std::string> &passphrase) {
+int KeyTrials::tryKey(const KeyFiles &files, const Secret &passphrase) {
     const char *const user =
         SSHEngine::requiredUser(mEngine, "-[SSHSession_libssh2 _authenticateWithPublicKey:]");
-    mTranscript.trying(files, passphrase.has_value());
+    mTranscript.trying(files, static_cast<bool>(passphrase));
     int code = LIBSSH2_ERROR_SOCKET_DISCONNECT; // when the connection has been torn down
     mEngine.onSessionQueue(mConnection, nullptr, [&](LIBSSH2_SESSION *session) {
         code = libssh2_userauth_publickey_fromfile_ex(
             session, user, static_cast<unsigned>(std::strlen(user)), textOrNull(files.publicKey),
-            files.privateKey.c_str(), textOrNull(passphrase));
+            files.privateKey.c_str(), textOrNull(passphrase.text()));
+        wipeDeadStack();
         return code == 0;
     });
     mTranscript.result(code);

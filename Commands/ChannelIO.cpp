@@ -54,16 +54,17 @@ bool SSHSession_libssh2::_readFromChannel(const Connection &connection, LIBSSH2_
 // Answers that there may be more to write even when this call took the last byte; only the next one
 // says no. While the socket has no room for what was written before, nothing is added to that.
 bool SSHSession_libssh2::_writeToChannel(const Connection &connection, LIBSSH2_CHANNEL *channel,
-                                         SSHPlatform::ByteBuffer &data, bool *keepWriting,
+                                         SSHEngine::InputQueue &input, bool *keepWriting,
                                          SSHErrorRef *error) {
-    if (data.empty()) {
+    if (input.empty()) {
         *keepWriting = false;
         return true;
     }
     ssize_t result = LIBSSH2_ERROR_EAGAIN;
     while (!connection.hasUnsent() &&
-           (result = libssh2_channel_write_ex(channel, 0, data.data(), data.size())) > 0) {
-        data.removeFromFront(static_cast<std::size_t>(result));
+           (result = libssh2_channel_write_ex(channel, 0, input.front().data(),
+                                              input.front().size())) > 0) {
+        input.removeFromFront(static_cast<std::size_t>(result));
         result = LIBSSH2_ERROR_EAGAIN;
     }
     if (result == 0 || result == LIBSSH2_ERROR_EAGAIN) {
@@ -119,8 +120,8 @@ bool ChannelPump::read(SSHErrorRef *error) {
     return true;
 }
 
-void ChannelPump::queueInput(std::string_view bytes) {
-    input.append(bytes);
+void ChannelPump::queueInput(std::shared_ptr<const void> owner, std::string_view bytes) {
+    input.append(std::move(owner), bytes);
     doNotWait();
 }
 

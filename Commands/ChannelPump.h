@@ -1,5 +1,7 @@
-// Moves bytes between one channel and three buffers, a step at a time.
+// Moves bytes from one queue into a channel, and from that into two buffers, a step at a time.
 #pragma once
+
+#include "Commands/InputQueue.h"
 
 #include <SSHSession/ByteBuffer.h>
 #include <SSHSession/SSHError.h>
@@ -26,12 +28,12 @@ class ChannelPump {
     bool read(SSHErrorRef *error);
 
     // Bytes for the command's standard input. The next step writes before it waits.
-    void queueInput(std::string_view bytes);
+    void queueInput(std::shared_ptr<const void> owner, std::string_view bytes);
     void doNotWait() { mMayWait = false; }
 
     bool keepReading = true;
     bool keepWriting = true;
-    SSHPlatform::ByteBuffer input; // still to be written
+    InputQueue input; // still to be written
     const std::shared_ptr<SSHPlatform::ByteBuffer> output =
         std::make_shared<SSHPlatform::ByteBuffer>();
     const std::shared_ptr<SSHPlatform::ByteBuffer> errorOutput =

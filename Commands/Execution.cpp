@@ -8,7 +8,6 @@
 #include "Session/ErrorReporting.h"
 
 #include <chrono>
-#include <cstdlib>
 #include <optional>
 #include <string_view>
 
@@ -120,7 +119,7 @@ bool CommandRun::converseWithSudo(SSHErrorRef *error) {
         if (outcome == SudoConversation::Outcome::Accepted)
             return true;
         if (outcome == SudoConversation::Outcome::Asked)
-            mPump.queueInput(conversation.answer());
+            mPump.queueInput(conversation.answer().shared(), conversation.answer().view());
         if (outcome == SudoConversation::Outcome::Refused ||
             outcome == SudoConversation::Outcome::TimedOut)
             return fail(error, [&] {
@@ -143,7 +142,7 @@ bool CommandRun::drain(SSHErrorRef *error) {
             return false;
         if (!isInputQueued) {
             const SSHDataRef data = mCommand.stdinData();
-            mPump.queueInput(bytesOf(data));
+            mPump.queueInput(data, bytesOf(data));
             isInputQueued = true;
         }
         if (mHasInput && mPump.input.empty())
@@ -182,8 +181,11 @@ void CommandRun::close() {
 std::string CommandRun::exitSignal() const {
     char *name = nullptr;
     libssh2_channel_get_exit_signal(mChannel, &name, nullptr, nullptr, nullptr, nullptr, nullptr);
-    const std::unique_ptr<char, decltype(&std::free)> owned(name, std::free);
-    return name ? SSHPlatform::decodedUTF8(name) : std::string(SSHPlatform::nullText);
+    if (!name)
+        return std::string(SSHPlatform::nullText);
+    std::string text = SSHPlatform::decodedUTF8(name);
+    libssh2_free(mConnection.session(), name);
+    return text;
 }
 
 void CommandRun::fillRecord() {

@@ -1,5 +1,7 @@
 #include <SSHSession/SSHCommand.h>
 
+#include <SSHSession/Secret.h>
+
 #include "Platform/Text.h"
 
 using SSHPlatform::MutexLock;
@@ -42,7 +44,7 @@ void SSHCommand::setAdminPassword(SSHStringRef value) noexcept {
 }
 
 void SSHCommand::setAdminPassword(std::string_view value) noexcept {
-    setAdminPassword(std::make_shared<const std::string>(value));
+    setAdminPassword(SSHPlatform::Secret::of(value).shared());
 }
 
 SSHDataRef SSHCommand::stdinData() const noexcept {
@@ -56,7 +58,8 @@ void SSHCommand::setStdinData(SSHDataRef value) noexcept {
 }
 
 void SSHCommand::setStdinData(std::string_view value) noexcept {
-    setStdinData(std::make_shared<const SSHPlatform::ByteBuffer>(value));
+    using SSHPlatform::ByteBuffer;
+    setStdinData(std::make_shared<const ByteBuffer>(value, ByteBuffer::Contents::Secret));
 }
 
 SSHDataRef SSHCommand::stdoutData() const noexcept {

@@ -39,7 +39,9 @@ class SSHSESSION_EXPORT SSHCommand {
     // When not null, the command runs as root through sudo(8), and this answers sudo's prompt. The
     // user's own shell then reads the command inside double quotes, once more than otherwise: write
     // a backslash before every backslash, dollar sign and back-quote that is meant for root's
-    // shell, also in what SSHEscapeString quoted.
+    // shell, also in what SSHEscapeString quoted. A plain text is copied into memory that is wiped
+    // when the last reference to it goes; a reference is what its maker made it: hand over
+    // SSHPlatform::Secret's `shared` to have it wiped.
     SSHStringRef adminPassword() const noexcept;
     void setAdminPassword(SSHStringRef value) noexcept;
     void setAdminPassword(std::string_view value) noexcept;
@@ -48,7 +50,8 @@ class SSHSESSION_EXPORT SSHCommand {
     // The command's standard input, followed by end-of-file. When null or empty nothing is written
     // and no end-of-file is sent: a command that reads its standard input then waits for ever.
     // While the command runs on, end-of-file is sent repeatedly, which OpenSSH takes; a stricter
-    // server may end the connection.
+    // server may end the connection. A plain text is copied into a buffer that is wiped in the end;
+    // one that is handed over is not copied, and wiped when it was made with Contents::Secret.
     SSHDataRef stdinData() const noexcept;
     void setStdinData(SSHDataRef value) noexcept;
     void setStdinData(std::string_view value) noexcept;

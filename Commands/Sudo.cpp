@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -21,6 +22,13 @@ bool saysThreeAttempts(std::string_view errorOutput) {
            errorOutput.find("sudo: 3 incorrect password attempts") != std::string_view::npos;
 }
 
+SSHPlatform::Secret lineOf(std::string_view password) {
+    std::optional<std::string> line(std::in_place);
+    line->reserve(password.size() + 1);
+    line->append(password).push_back('\n');
+    return SSHPlatform::Secret::takenFrom(line);
+}
+
 } // namespace
 
 std::string sudoCommand(const std::string &command) {
@@ -31,8 +39,8 @@ std::string sudoCommand(const std::string &command) {
                        successMarker, escaped);
 }
 
-SudoConversation::SudoConversation(std::string password, Clock::time_point now)
-    : mPassword(std::move(password)), mLastActivity(now) {}
+SudoConversation::SudoConversation(std::string_view password, Clock::time_point now)
+    : mAnswer(lineOf(password)), mLastActivity(now) {}
 
 SudoConversation::Outcome SudoConversation::examine(SSHPlatform::ByteBuffer &output,
                                                     SSHPlatform::ByteBuffer &errorOutput,

@@ -3,9 +3,11 @@
 #pragma once
 
 #include <SSHSession/ByteBuffer.h>
+#include <SSHSession/Secret.h>
 
 #include <chrono>
 #include <string>
+#include <string_view>
 
 namespace SSHEngine {
 
@@ -28,7 +30,7 @@ class SudoConversation {
         TimedOut, // ten seconds of silence
     };
 
-    SudoConversation(std::string password, Clock::time_point now);
+    SudoConversation(std::string_view password, Clock::time_point now);
 
     // To be called after each pump step. Empties `errorOutput` when sudo asks, and removes the
     // marker from `output` when it has accepted.
@@ -36,10 +38,10 @@ class SudoConversation {
                     bool keepReading, Clock::time_point now);
 
     // What sudo wants to read each time it asks.
-    std::string answer() const { return mPassword + "\n"; }
+    const SSHPlatform::Secret &answer() const { return mAnswer; }
 
   private:
-    std::string mPassword;
+    SSHPlatform::Secret mAnswer;
     Clock::time_point mLastActivity;
 };
 

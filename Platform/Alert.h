@@ -36,6 +36,7 @@
 #pragma once
 
 #include <SSHSession/SSHSessionExport.h>
+#include <SSHSession/Secret.h>
 
 #include <cstddef>
 #include <memory>
@@ -55,6 +56,7 @@ class SSHSESSION_EXPORT View {
     virtual ~View();
 };
 
+// Whoever asks for a secret wipes the value that it was given, and sets another one.
 class SSHSESSION_EXPORT TextField : public View {
   public:
     ~TextField() override;
@@ -77,7 +79,7 @@ class SSHSESSION_EXPORT PlainTextField final : public TextField {
 
   private:
     const bool mIsSecret;
-    std::string mValue;
+    Secret mValue = Secret::none();
 };
 
 class SSHSESSION_EXPORT CheckBox : public View {

@@ -1,4 +1,5 @@
 #include <SSHSession/ByteBuffer.h>
+#include <SSHSession/Secret.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -6,11 +7,12 @@
 
 namespace SSHPlatform {
 
-ByteBuffer::ByteBuffer(std::string_view bytes) noexcept {
+ByteBuffer::ByteBuffer(std::string_view bytes, Contents contents) noexcept : mContents(contents) {
     append(bytes);
 }
 
 ByteBuffer::~ByteBuffer() {
+    forget();
     std::free(mStorage);
 }
 
@@ -29,6 +31,7 @@ void ByteBuffer::removeFromFront(std::size_t count) noexcept {
 }
 
 void ByteBuffer::clear() noexcept {
+    forget();
     mBegin = mEnd = 0;
 }
 
@@ -37,7 +40,7 @@ void ByteBuffer::makeRoom(std::size_t count) noexcept {
         return;
     // Closing the gap at the front pays only when it is at least as large as what must be moved;
     // otherwise a queue that is never quite empty would be moved again and again.
-    if (mBegin >= size() && mCapacity - size() >= count) {
+    if (mContents == Contents::Plain && mBegin >= size() && mCapacity - size() >= count) {
         if (!empty())
             std::copy(data(), data() + size(), mStorage);
         mEnd -= mBegin;
@@ -46,11 +49,27 @@ void ByteBuffer::makeRoom(std::size_t count) noexcept {
     }
     constexpr std::size_t smallest = 4096;
     const std::size_t capacity = std::max({mEnd + count, mCapacity + mCapacity / 2, smallest});
-    auto *storage = static_cast<char *>(std::realloc(mStorage, capacity));
+    moveTo(capacity);
+}
+
+void ByteBuffer::moveTo(std::size_t capacity) noexcept {
+    const bool isPlain = mContents == Contents::Plain;
+    auto *storage =
+        static_cast<char *>(isPlain ? std::realloc(mStorage, capacity) : std::malloc(capacity));
     if (!storage)
         std::terminate();
+    if (!isPlain) {
+        std::copy(mStorage, mStorage + mEnd, storage);
+        forget();
+        std::free(mStorage);
+    }
     mStorage = storage;
     mCapacity = capacity;
+}
+
+void ByteBuffer::forget() noexcept {
+    if (mContents == Contents::Secret)
+        wipe(mStorage, mEnd);
 }
 
 } // namespace SSHPlatform

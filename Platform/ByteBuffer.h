@@ -18,7 +18,10 @@ namespace SSHPlatform {
 class SSHSESSION_EXPORT ByteBuffer {
   public:
     ByteBuffer() noexcept = default;
-    explicit ByteBuffer(std::string_view bytes) noexcept;
+    // Of a buffer with a secret every byte is overwritten before its memory is given back, also
+    // when it grows, which then always copies.
+    enum class Contents { Plain, Secret };
+    explicit ByteBuffer(std::string_view bytes, Contents contents = Contents::Plain) noexcept;
     ByteBuffer(const ByteBuffer &) = delete;
     ByteBuffer &operator=(const ByteBuffer &) = delete;
     ~ByteBuffer();
@@ -39,11 +42,14 @@ class SSHSESSION_EXPORT ByteBuffer {
 
   private:
     void makeRoom(std::size_t count) noexcept;
+    void moveTo(std::size_t capacity) noexcept;
+    void forget() noexcept;
 
     char *mStorage = nullptr;
     std::size_t mBegin = 0;
     std::size_t mEnd = 0;
     std::size_t mCapacity = 0;
+    const Contents mContents = Contents::Plain;
 };
 
 using ByteBufferRef = std::shared_ptr<const ByteBuffer>;

@@ -1,22 +1,17 @@
 #include "Platform/PlainNib.h"
 
-#include <SSHSession/Secret.h>
-
 namespace SSHPlatform {
 
 PlainTextField::PlainTextField(bool isSecret) noexcept : mIsSecret(isSecret) {}
 
-PlainTextField::~PlainTextField() {
-    wipe(mValue);
-}
+PlainTextField::~PlainTextField() = default;
 
 std::string PlainTextField::stringValue() const {
-    return mValue;
+    return std::string(mValue.view());
 }
 
 void PlainTextField::setStringValue(const std::string &value) {
-    wipe(mValue);
-    mValue = value;
+    mValue = Secret::of(value);
 }
 
 namespace {

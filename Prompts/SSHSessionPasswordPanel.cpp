@@ -1,6 +1,7 @@
 #include <SSHSession/SSHSessionPasswordPanel.h>
 
 #include <SSHSession/Platform.h>
+#include <SSHSession/Secret.h>
 
 #include <utility>
 
@@ -50,11 +51,13 @@ std::optional<std::string> SSHSessionPasswordPanel::ask(SSHPlatform::Alert alert
     if (field)
         field->setStringValue("");
     const SSHPlatform::AlertAnswer answer = mPresenter->runModal(alert);
+    std::optional<std::string> given; // in the caller's place: moving a short text copies it
     if (!field)
-        return std::nullopt;
+        return given;
     std::string text = field->stringValue();
     field->setStringValue(""); // a secret stays no longer than it must, whatever the answer is
-    if (answer != SSHPlatform::AlertAnswer::FirstButton || text.empty())
-        return std::nullopt;
-    return text;
+    if (answer == SSHPlatform::AlertAnswer::FirstButton && !text.empty())
+        given.emplace(text);
+    SSHPlatform::wipe(text);
+    return given;
 }

@@ -24,7 +24,8 @@ class SSHSESSION_EXPORT SSHSessionPasswordPanel {
     SSHSessionPasswordPanel &operator=(const SSHSessionPasswordPanel &) = delete;
 
     // The pass phrase of the named private key, typed into a masked field. None when the user
-    // cancels or enters nothing. The check box that offers the keychain has no effect.
+    // cancels or enters nothing. The check box that offers the keychain has no effect. The panel
+    // keeps no copy; the caller wipes what it is given (SSHPlatform::wipe).
     std::optional<std::string> passwordForSSHKey(const std::string &keyName) noexcept;
 
     // The answer to a keyboard-interactive prompt, typed in the clear. None as above. For host

@@ -1,6 +1,7 @@
 #include "Session/Connection.h"
 
 #include "Session/LibraryCallback.h"
+#include "Session/WipingAllocator.h"
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -78,7 +79,7 @@ void Connection::adoptSocket(int descriptor) noexcept {
 }
 
 LIBSSH2_SESSION *Connection::openSession() noexcept {
-    mSession = libssh2_session_init_ex(nullptr, nullptr, nullptr, this);
+    mSession = makeWipingSession(this);
     if (!mSession)
         return nullptr;
     setLibraryCallback(mSession, LIBSSH2_CALLBACK_SEND, sendForLibrary);

@@ -29,10 +29,16 @@ void SSHSessionObserver::didEndStage(SSHSession & /*session*/, SSHSessionStage /
                                      bool /*succeeded*/) noexcept {}
 
 SSHSession::SSHSession(std::optional<std::string> host, std::uint16_t port,
-                       std::optional<std::string> user, std::optional<std::string> password,
+                       std::optional<std::string> user, SSHPlatform::Secret password,
                        std::optional<std::string> keyFilePath) noexcept
     : mHost(std::move(host)), mUser(std::move(user)), mPassword(std::move(password)),
       mKeyFilePath(std::move(keyFilePath)), mPort(port) {}
+
+SSHSession::SSHSession(std::optional<std::string> host, std::uint16_t port,
+                       std::optional<std::string> user, std::optional<std::string> password,
+                       std::optional<std::string> keyFilePath) noexcept
+    : SSHSession(std::move(host), port, std::move(user), SSHPlatform::Secret::takenFrom(password),
+                 std::move(keyFilePath)) {}
 
 SSHSession::~SSHSession() = default;
 

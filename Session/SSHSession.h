@@ -41,6 +41,7 @@
 #include <SSHSession/SSHError.h>
 #include <SSHSession/SSHEscapeString.h>
 #include <SSHSession/SSHSessionExport.h>
+#include <SSHSession/Secret.h>
 
 #include <cstdint>
 #include <memory>
@@ -112,12 +113,19 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     sessionWithHost(std::optional<std::string> host, std::uint16_t port,
                     std::optional<std::string> user, std::optional<std::string> password,
                     std::optional<std::string> keyFilePath) noexcept;
+    // The same, for a password that the caller keeps as a secret too.
+    static std::shared_ptr<SSHSession>
+    sessionWithHost(std::optional<std::string> host, std::uint16_t port,
+                    std::optional<std::string> user, SSHPlatform::Secret password,
+                    std::optional<std::string> keyFilePath) noexcept;
 
     // An abstract session that only carries its parameters: `start`, `stop` and `execute` end the
     // process. Use `sessionWithHost`.
     SSHSession(std::optional<std::string> host, std::uint16_t port, std::optional<std::string> user,
                std::optional<std::string> password,
                std::optional<std::string> keyFilePath) noexcept;
+    SSHSession(std::optional<std::string> host, std::uint16_t port, std::optional<std::string> user,
+               SSHPlatform::Secret password, std::optional<std::string> keyFilePath) noexcept;
     SSHSession(const SSHSession &) = delete;
     SSHSession &operator=(const SSHSession &) = delete;
     virtual ~SSHSession();
@@ -177,7 +185,7 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     const std::optional<std::string> &uuid() const noexcept { return mUUID; }
     const std::optional<std::string> &host() const noexcept { return mHost; }
     const std::optional<std::string> &user() const noexcept { return mUser; }
-    const std::optional<std::string> &password() const noexcept { return mPassword; }
+    const std::optional<std::string> &password() const noexcept { return mPassword.text(); }
     const std::optional<std::string> &keyFilePath() const noexcept { return mKeyFilePath; }
     std::uint16_t port() const noexcept { return mPort; }
 
@@ -198,7 +206,7 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     std::optional<std::string> mUUID;
     std::optional<std::string> mHost;
     std::optional<std::string> mUser;
-    std::optional<std::string> mPassword;
+    SSHPlatform::Secret mPassword;
     std::optional<std::string> mKeyFilePath;
     std::uint16_t mPort;
 

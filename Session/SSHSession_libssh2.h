@@ -30,6 +30,7 @@
 
 namespace SSHEngine {
 class Connection;
+class InputQueue;
 using ConnectionRef = std::shared_ptr<Connection>;
 } // namespace SSHEngine
 
@@ -42,7 +43,7 @@ class SSHSession_libssh2 : public SSHSession {
     using ConnectionRef = SSHEngine::ConnectionRef;
 
     SSHSession_libssh2(std::optional<std::string> host, std::uint16_t port,
-                       std::optional<std::string> user, std::optional<std::string> password,
+                       std::optional<std::string> user, SSHPlatform::Secret password,
                        std::optional<std::string> keyFilePath) noexcept;
 
     // Waits for the session queue to drain; does not disconnect.
@@ -83,7 +84,7 @@ class SSHSession_libssh2 : public SSHSession {
                                  SSHPlatform::ByteBuffer &data, bool isStderr, bool *keepReading,
                                  SSHErrorRef *error);
     static bool _writeToChannel(const Connection &connection, LIBSSH2_CHANNEL *channel,
-                                SSHPlatform::ByteBuffer &data, bool *keepWriting,
+                                SSHEngine::InputQueue &input, bool *keepWriting,
                                 SSHErrorRef *error);
 
     // --- The one teardown, from any state. Session queue only. Does nothing when the engine holds

@@ -1,3 +1,4 @@
+#include "Commands/InputQueue.h"
 #include "Tests/Support/Relay.h"
 #include "Tests/Support/SessionTest.h"
 #include "Tests/Support/Wrapped.h"
@@ -51,7 +52,8 @@ TEST_F(CommandTest, OnALinkThatTakesAPacketOnlyInPieces) {
 
 TEST_F(CommandTest, AFailureToWriteGoesByTheNameOfAnotherFunction) {
     const auto session = makeSession(1);
-    SSHPlatform::ByteBuffer input("x");
+    SSHEngine::InputQueue input;
+    input.append(nullptr, "x");
     bool more = true;
     EXPECT_FALSE(
         session->_writeToChannel(*session->beginConnection(), nullptr, input, &more, &error));

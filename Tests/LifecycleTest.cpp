@@ -101,8 +101,8 @@ TEST_F(LifecycleTest, MisuseEndsTheProcess) {
     EXPECT_DEATH(plain.execute(nullptr, nullptr),
                  HasSubstr(where + "execute:error:], file SSHSession, line 101"));
     const auto startTwice = [&](const std::optional<std::string> &name) {
-        const auto session = std::make_shared<TestSession>("127.0.0.1", scripted.port(), name,
-                                                           "sesame", std::nullopt);
+        const auto session = std::make_shared<TestSession>(
+            "127.0.0.1", scripted.port(), name, SSHPlatform::Secret::of("sesame"), std::nullopt);
         session->start(nullptr);
         session->start(nullptr);
     };

@@ -7,15 +7,18 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <memory>
 #include <optional>
+#include <string_view>
 #include <system_error>
 
 namespace {
 
-// So large that a password never has to be moved, which would leave a copy behind.
-constexpr std::size_t firstCapacity = 64UL * 1024;
+using SSHPlatform::ByteBuffer;
+using SSHPlatform::Secret;
+
+constexpr std::size_t pieceSize = 64UL * 1024;
 
 class Source {
   public:
@@ -32,24 +35,22 @@ class Source {
             ::close(mDescriptor);
     }
 
-    std::string content() const {
-        std::string bytes;
-        std::size_t size = 0;
-        while (const std::size_t count = readSome(bytes, size))
-            size += count;
-        bytes.resize(size);
+    SSHDataRef content() const {
+        const auto bytes = std::make_shared<ByteBuffer>("", ByteBuffer::Contents::Secret);
+        std::string piece(pieceSize, '\0');
+        while (const std::size_t count = readSome(piece))
+            bytes->append(std::string_view(piece).substr(0, count));
+        SSHPlatform::wipe(piece);
         return bytes;
     }
 
   private:
     bool isStandardInput() const { return mName == "-"; }
 
-    std::size_t readSome(std::string &bytes, std::size_t size) const {
-        if (size == bytes.size())
-            bytes.resize(std::max(firstCapacity, 2 * size));
+    std::size_t readSome(std::string &piece) const {
         ssize_t count = 0;
         do {
-            count = ::read(mDescriptor, bytes.data() + size, bytes.size() - size);
+            count = ::read(mDescriptor, piece.data(), piece.size());
         } while (count < 0 && errno == EINTR);
         if (count < 0)
             fail();
@@ -67,32 +68,29 @@ class Source {
     const int mDescriptor;
 };
 
-void removeLineEnd(std::string &text) {
-    if (!text.ends_with('\n'))
-        return;
-    text.pop_back();
-    if (text.ends_with('\r'))
-        text.pop_back();
+std::string_view withoutLineEnd(std::string_view text) {
+    if (text.ends_with('\n'))
+        text.remove_suffix(text.ends_with("\r\n") ? 2 : 1);
+    return text;
 }
 
 Secret askForPassword(const std::string &prompt) {
-    std::optional<std::string> answer = SSHPlatform::readSecretFromTerminal(prompt + ": ");
+    Secret answer = SSHPlatform::readSecretFromTerminal(prompt + ": ");
     if (!answer)
         throw Failure("Nobody gave a password at the terminal.");
-    return makeSecret(*answer);
+    return answer;
 }
 
 Secret passwordFrom(const std::string &source) {
-    std::string text = Source(source).content();
-    removeLineEnd(text);
-    return makeSecret(text);
+    return Secret::of(withoutLineEnd(Source(source).content()->view()));
 }
 
 Secret readPassword(const std::optional<std::string> &source, const std::string &prompt) {
     if (!source)
-        return nullptr;
+        return Secret::none();
     Secret secret = *source == "prompt" ? askForPassword(prompt) : passwordFrom(*source);
-    if (secret->find('\0') != std::string::npos) // the protocol's library would cut it there
+    if (secret.view().find('\0') !=
+        std::string_view::npos) // the protocol's library would cut it there
         throw Failure("The password in \"" + *source + "\" holds a zero byte.");
     return secret;
 }
@@ -101,12 +99,9 @@ Secret readPassword(const std::optional<std::string> &source, const std::string 
 
 Inputs readInputs(const Options &options, const std::string &user) {
     const std::string account = user + "@" + options.host;
-    Inputs inputs;
-    inputs.password = readPassword(options.passwordFrom, "Password for " + account);
-    inputs.adminPassword =
-        readPassword(options.adminPasswordFrom, "Administrator password for " + account);
-    if (options.standardInputFrom)
-        inputs.standardInput = std::make_shared<const SSHPlatform::ByteBuffer>(
-            Source(*options.standardInputFrom).content());
-    return inputs;
+    return {.password = readPassword(options.passwordFrom, "Password for " + account),
+            .adminPassword =
+                readPassword(options.adminPasswordFrom, "Administrator password for " + account),
+            .standardInput =
+                options.standardInputFrom ? Source(*options.standardInputFrom).content() : nullptr};
 }

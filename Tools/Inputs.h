@@ -2,15 +2,15 @@
 #pragma once
 
 #include "Options.h"
-#include "Secret.h"
 
 #include <SSHSession/SSHCommand.h>
+#include <SSHSession/Secret.h>
 
 #include <string>
 
 struct Inputs {
-    Secret password;
-    Secret adminPassword;
+    SSHPlatform::Secret password;
+    SSHPlatform::Secret adminPassword;
     SSHDataRef standardInput;
 };
 

@@ -1,5 +1,6 @@
 #include "Program.h"
 
+#include "CoreDump.h"
 #include "ExitStatus.h"
 #include "Failure.h"
 #include "Inputs.h"
@@ -39,16 +40,14 @@ std::string currentUser() {
 }
 
 std::shared_ptr<SSHSession> makeSession(const Options &options, const std::string &user,
-                                        const Secret &password) {
-    return SSHSession::sessionWithHost(options.host, options.port, user,
-                                       password ? std::optional(*password) : std::nullopt,
-                                       options.keyFile);
+                                        const SSHPlatform::Secret &password) {
+    return SSHSession::sessionWithHost(options.host, options.port, user, password, options.keyFile);
 }
 
 std::shared_ptr<SSHCommand> makeCommand(const Options &options, const Inputs &inputs) {
     auto command = std::make_shared<SSHCommand>();
     command->setCommand(options.command);
-    command->setAdminPassword(inputs.adminPassword);
+    command->setAdminPassword(inputs.adminPassword.shared());
     command->setStdinData(inputs.standardInput);
     return command;
 }
@@ -85,6 +84,7 @@ SSHErrorRef runSession(SSHSession &session, const std::shared_ptr<SSHCommand> &c
 
 int runCommand(const Options &options) {
     const std::string user = options.user ? *options.user : currentUser();
+    forbidCoreDump(); // any session may come to ask for a pass phrase
     const Inputs inputs = readInputs(options, user);
     SSHPlatform::install(nullptr, SSHPlatform::terminalAlertPresenter());
     if (options.isVerbose)

@@ -3,6 +3,8 @@
 #include "Examples/Console/FileField.h"
 #include "Examples/Console/HistoryLineEdit.h"
 
+#include <SSHSession/QtSecret.h>
+
 #include <QCheckBox>
 #include <QGridLayout>
 #include <QLabel>
@@ -43,11 +45,15 @@ CommandForm::CommandForm()
     updateFields();
 }
 
+CommandForm::~CommandForm() {
+    SSHPlatform::wipe(*mAdminPassword);
+}
+
 CommandRequest CommandForm::request() const {
     CommandRequest request;
     request.command = mCommand->text().toStdString();
     if (mAsAdministrator->isChecked())
-        request.adminPassword = mAdminPassword->text().toStdString();
+        request.adminPassword = SSHPlatform::secretOf(*mAdminPassword);
     request.stdinFile = mStdin->path();
     return request;
 }

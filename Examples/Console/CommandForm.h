@@ -16,6 +16,9 @@ class CommandForm final : public QGroupBox {
 
   public:
     CommandForm();
+    CommandForm(const CommandForm &) = delete;
+    CommandForm &operator=(const CommandForm &) = delete;
+    ~CommandForm() override; // wipes the password, which stays in its field till then
 
     CommandRequest request() const;
     void setCommand(const QString &command);

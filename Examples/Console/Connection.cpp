@@ -40,8 +40,9 @@ std::optional<Problem> readInput(const QString &path, SSHCommand &command) {
                        .suggestion = {},
                        .reason = path + QStringLiteral("\n") + file.errorString(),
                        .origin = {}};
-    const QByteArray bytes = file.readAll();
+    QByteArray bytes = file.readAll();
     command.setStdinData({bytes.constData(), static_cast<std::size_t>(bytes.size())});
+    SSHPlatform::wipe(bytes.data(), static_cast<std::size_t>(bytes.size()));
     return std::nullopt;
 }
 
@@ -117,8 +118,7 @@ void Connection::run(const CommandRequest &request) {
     mCalls.post([this, session = mSession, request, since = mSince] {
         const auto command = std::make_shared<SSHCommand>();
         command->setCommand(request.command);
-        if (request.adminPassword)
-            command->setAdminPassword(*request.adminPassword);
+        command->setAdminPassword(request.adminPassword.shared());
         std::optional<Problem> problem = readInput(request.stdinFile, *command);
         SSHErrorRef error;
         if (!problem && !session->execute(command, &error))

@@ -6,6 +6,7 @@
 #include "Examples/Console/Outcome.h"
 
 #include <SSHSession/SSHSession.h>
+#include <SSHSession/Secret.h>
 
 #include <QElapsedTimer>
 #include <QObject>
@@ -21,13 +22,13 @@ struct ConnectionParameters {
     std::string host;
     std::uint16_t port = 22;
     std::string user;
-    std::optional<std::string> password;
+    SSHPlatform::Secret password = SSHPlatform::Secret::none();
     std::optional<std::string> keyFile;
 };
 
 struct CommandRequest {
     std::string command;
-    std::optional<std::string> adminPassword;
+    SSHPlatform::Secret adminPassword = SSHPlatform::Secret::none();
     QString stdinFile; // empty: none
 };
 

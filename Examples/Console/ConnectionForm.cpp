@@ -2,6 +2,8 @@
 
 #include "Examples/Console/FileField.h"
 
+#include <SSHSession/QtSecret.h>
+
 #include <QApplication>
 #include <QGridLayout>
 #include <QLabel>
@@ -63,11 +65,16 @@ ConnectionForm::ConnectionForm()
     updateButton();
 }
 
+ConnectionForm::~ConnectionForm() {
+    SSHPlatform::wipe(*mPassword);
+}
+
 ConnectionParameters ConnectionForm::parameters() const {
     return {.host = mHost->text().trimmed().toStdString(),
             .port = static_cast<std::uint16_t>(mPort->value()),
             .user = mUser->text().toStdString(),
-            .password = textOrNone(mPassword->text()),
+            .password = mPassword->text().isEmpty() ? SSHPlatform::Secret::none()
+                                                    : SSHPlatform::secretOf(*mPassword),
             .keyFile = textOrNone(mKeyFile->path())};
 }
 

@@ -16,6 +16,9 @@ class ConnectionForm final : public QGroupBox {
 
   public:
     ConnectionForm();
+    ConnectionForm(const ConnectionForm &) = delete;
+    ConnectionForm &operator=(const ConnectionForm &) = delete;
+    ~ConnectionForm() override; // wipes the password, which stays in its field till then
 
     ConnectionParameters parameters() const;
     void fill(const QString &host, int port, const QString &user, const QString &keyFile);

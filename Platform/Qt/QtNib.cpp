@@ -1,5 +1,7 @@
 #include "Platform/Qt/QtNib.h"
 
+#include <SSHSession/QtSecret.h>
+
 #include <QCheckBox>
 #include <QFile>
 #include <QLineEdit>
@@ -19,12 +21,14 @@ class QtTextField final : public TextField, public WidgetHolder {
     explicit QtTextField(QLineEdit *held) : WidgetHolder(held), mField(held) {}
 
     std::string stringValue() const override {
-        return mField ? mField->text().toStdString() : std::string();
+        return std::string(mField ? secretOf(*mField).view() : "");
     }
 
     void setStringValue(const std::string &value) override {
-        if (mField)
-            mField->setText(QString::fromStdString(value));
+        if (!mField)
+            return;
+        wipe(*mField);
+        mField->setText(QString::fromStdString(value));
     }
 
   private:

@@ -102,9 +102,9 @@ bool waitForInput(const Terminal &terminal, const Interruptions &by) {
     return !by.signals.hasSeenAny() && sources[2].revents == 0;
 }
 
-// Into room for it all, so that no secret is left behind by growing; and into the caller's own
-// string, since moving a short one copies it.
-void readLine(const Terminal &terminal, const Interruptions &by, std::optional<std::string> &line) {
+// Into room for it all, so that no secret is left behind by growing.
+Secret readLine(const Terminal &terminal, const Interruptions &by) {
+    Secret line = Secret::none();
     std::array<char, longestTerminalLine + 2> buffer{};
     std::size_t size = 0;
     while (size < buffer.size() && waitForInput(terminal, by)) {
@@ -119,21 +119,22 @@ void readLine(const Terminal &terminal, const Interruptions &by, std::optional<s
         if (!typed.ends_with('\n'))
             continue;
         if (size - 1 <= longestTerminalLine)
-            line.emplace(typed.substr(0, size - 1));
+            line = Secret::of(typed.substr(0, size - 1));
         break;
     }
     wipe(buffer.data(), buffer.size());
+    return line;
 }
 
-void ask(const Terminal &terminal, std::string_view prompt, Echo echo, const Interruptions &by,
-         std::optional<std::string> &line) {
+Secret ask(const Terminal &terminal, std::string_view prompt, Echo echo, const Interruptions &by) {
     const LineMode mode(terminal, echo, by.signals);
     if (!mode.isSet())
-        return;
+        return Secret::none();
     terminal.write(prompt);
-    readLine(terminal, by, line);
+    Secret line = readLine(terminal, by);
     if (!line || echo == Echo::Off) // the user's own line end has not been shown
         terminal.write("\n");
+    return line;
 }
 
 } // namespace
@@ -144,18 +145,17 @@ void writeToTerminal(std::string_view text) {
         terminal.write(text);
 }
 
-std::optional<std::string> readLineFromTerminal(std::string_view prompt, Echo echo,
-                                                int withdrawal) {
+Secret readLineFromTerminal(std::string_view prompt, Echo echo, int withdrawal) {
     static std::mutex oneAtATime;
     const std::lock_guard lock(oneAtATime);
     const Terminal terminal;
     if (!terminal.isOpen())
-        return std::nullopt;
-    std::optional<std::string> line;
+        return Secret::none();
+    Secret line = Secret::none();
     bool wasStopped = false;
     do {
         const SignalWatch signals;
-        ask(terminal, prompt, echo, {.signals = signals, .withdrawal = withdrawal}, line);
+        line = ask(terminal, prompt, echo, {.signals = signals, .withdrawal = withdrawal});
         wasStopped = signals.hasSeenStop();
     } while (!line && wasStopped);
     return line;

@@ -3,9 +3,9 @@
 // readpassphrase(3) does nearly this, but answers the empty line at end-of-file.
 #pragma once
 
+#include <SSHSession/Secret.h>
+
 #include <cstddef>
-#include <optional>
-#include <string>
 #include <string_view>
 
 namespace SSHPlatform {
@@ -27,7 +27,6 @@ void writeToTerminal(std::string_view text);
 // survives, and when the line is longer than that. A signal finds the terminal as it was before,
 // and a process that goes on after a stop asks again. None as well once the descriptor `withdrawal`
 // is readable. Any thread, one at a time.
-std::optional<std::string> readLineFromTerminal(std::string_view prompt, Echo echo,
-                                                int withdrawal = -1);
+Secret readLineFromTerminal(std::string_view prompt, Echo echo, int withdrawal = -1);
 
 } // namespace SSHPlatform

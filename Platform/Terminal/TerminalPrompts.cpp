@@ -1,7 +1,6 @@
 #include <SSHSession/TerminalPrompts.h>
 
 #include <SSHSession/Platform.h>
-#include <SSHSession/Secret.h>
 
 #include "Platform/Terminal/TerminalLine.h"
 
@@ -50,7 +49,7 @@ AlertAnswer askForButton(const Alert &alert) {
         const auto line = readLineFromTerminal(menu(alert), Echo::On, alert.withdrawal);
         if (!line)
             break;
-        if (const auto button = chosenButton(alert, *line))
+        if (const auto button = chosenButton(alert, line.view()))
             return answerOfButton(*button);
         writeToTerminal("Please type a number from 1 to " + std::to_string(alert.buttons.size()) +
                         ".\n");
@@ -60,11 +59,11 @@ AlertAnswer askForButton(const Alert &alert) {
 
 // Return ends the line and so presses the first button.
 AlertAnswer askForText(PlainTextField &field, int withdrawal) {
-    auto line = readLineFromTerminal("> ", field.isSecret() ? Echo::Off : Echo::On, withdrawal);
+    const Secret line =
+        readLineFromTerminal("> ", field.isSecret() ? Echo::Off : Echo::On, withdrawal);
     if (!line)
         return AlertAnswer::Refused;
-    field.setStringValue(*line);
-    wipe(*line);
+    field.setStringValue(*line.text());
     return AlertAnswer::FirstButton;
 }
 
@@ -88,7 +87,7 @@ std::shared_ptr<AlertPresenter> terminalAlertPresenter() noexcept {
     return std::make_shared<TerminalAlertPresenter>();
 }
 
-std::optional<std::string> readSecretFromTerminal(const std::string &prompt) noexcept {
+Secret readSecretFromTerminal(const std::string &prompt) noexcept {
     return readLineFromTerminal(printableText(prompt), Echo::Off);
 }
 

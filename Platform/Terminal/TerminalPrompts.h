@@ -3,9 +3,9 @@
 
 #include <SSHSession/Alert.h>
 #include <SSHSession/PrintableText.h>
+#include <SSHSession/Secret.h>
 
 #include <memory>
-#include <optional>
 #include <string>
 
 namespace SSHPlatform {
@@ -20,7 +20,6 @@ SSHSESSION_EXPORT std::shared_ptr<AlertPresenter> terminalAlertPresenter() noexc
 // Asks for one line without echo, for a program's own questions. None without a terminal, at
 // end-of-file even in the middle of a line, or when the line is longer than every terminal's driver
 // of this system holds: 4094 bytes on Linux, 1000 elsewhere. An empty line is an answer.
-SSHSESSION_EXPORT std::optional<std::string>
-readSecretFromTerminal(const std::string &prompt) noexcept;
+SSHSESSION_EXPORT Secret readSecretFromTerminal(const std::string &prompt) noexcept;
 
 } // namespace SSHPlatform

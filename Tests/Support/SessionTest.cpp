@@ -45,8 +45,8 @@ std::shared_ptr<TestSession> SessionTest::makeSession(unsigned short port,
                                                       std::optional<std::string> password,
                                                       std::optional<std::string> key,
                                                       const std::string &name) {
-    auto session =
-        std::make_shared<TestSession>("127.0.0.1", port, name, std::move(password), std::move(key));
+    auto session = std::make_shared<TestSession>(
+        "127.0.0.1", port, name, SSHPlatform::Secret::takenFrom(password), std::move(key));
     mSessions.push_back(session);
     return session;
 }
