@@ -33,6 +33,13 @@
 // Secrets. The session keeps its password as long as it lives. A password, a command, its input and
 // an administrator's password are sent only to a server whose host key has been accepted for the
 // very connection that they go through.
+//
+// Their memory is overwritten when it is given back: the session's password with the session, a
+// pass phrase after the key has been tried, an administrator's password and a command's input with
+// the last reference to them (if SSHCommand made the copy), and all of libssh2's memory, whose
+// compression window holds what was sent last, with the connection. A text that the host passes as
+// a std::string stays the host's to wipe; SSHPlatform::Secret is a text that needs no such care.
+// Memory is not locked: it can be swapped out. The README lists what cannot be reached.
 #pragma once
 
 #include <SSHSession/Mutex.h>

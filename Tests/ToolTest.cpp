@@ -263,8 +263,7 @@ TEST_F(ToolTest, LeavesNoCoreWhileItHoldsAPassword) {
     };
     const std::string password = directory.write("password", "sesame");
     EXPECT_FALSE(dumpsCore(SSHSESSION_TOOL " -p " + std::to_string(scripted.port()) +
-                               " --password-from " + password +
-                               " 'password silent@127.0.0.1' true",
+                               " --password-from " + password + " 'password silent@127.0.0.1' true",
                            directory, hasArrived));
 }
 
