@@ -84,10 +84,10 @@ bool ChannelPump::step(SSHErrorRef *error) {
     keepWriting = false;
     if ((std::exchange(mMayWait, true) && !wait(error)) || !read(error))
         return false;
-    const std::size_t before = input.size();
+    const char *const before = input.front().data();
     const bool succeeded =
         SSHSession_libssh2::_writeToChannel(mConnection, mChannel, input, &keepWriting, error);
-    if (input.size() < before)
+    if (input.front().data() != before)
         mConnection.noteProgress();
     return succeeded;
 }

@@ -21,9 +21,9 @@ std::string lastPathComponent(const std::string &path);
 // "server.pem" becomes "server". A name that only begins with a dot has no extension.
 std::string deletingPathExtension(const std::string &path);
 
-// Tilde expanded, empty and "." components dropped, unless there is nothing else. In an absolute path ".." is resolved too,
-// through the real parent where the directory before it exists, so that the result names the same
-// file.
+// Tilde expanded, empty and "." components dropped, unless there is nothing else. In an absolute
+// path ".." is resolved too, through the real parent where the directory before it exists, so that
+// the result names the same file.
 std::string standardizedPath(const std::string &path);
 
 // Whether anything, a directory included, can be found at the path.
