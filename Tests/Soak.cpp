@@ -1,5 +1,6 @@
-// Many sessions, used by many threads at once in every way that is allowed, for as long as
-// SSHSESSION_SOAK_SECONDS says: what has been there before is there afterwards, and nothing else.
+// Many sessions, used by many threads at once in every way that is allowed: what was there before
+// is there afterwards, and nothing else. SSHSESSION_SOAK_SECONDS says how long, SSHSESSION_SEED
+// repeats the choices of an earlier time.
 #include "Tests/Support/Relay.h"
 #include "Tests/Support/ScriptedServer.h"
 
@@ -13,50 +14,52 @@
 #include <iostream>
 #include <map>
 #include <random>
+#include <regex>
 #include <thread>
 
-using namespace std::chrono_literals;
+using namespace std::literals;
 using Clock = std::chrono::steady_clock;
-using SSHPlatform::AlertAnswer;
+using SSHPlatform::RunLoop;
 
 namespace {
 
-using Random = std::mt19937;
-using Session = std::shared_ptr<TestSession>;
+constexpr unsigned workers = 12;
+constexpr std::size_t longestLine = 200;
+const std::string failure = "libssh2ErrorDomain "; // begins the account of every one
+const std::string rest = "eof; status 3; close";
 
-constexpr int workers = 12;
-constexpr std::size_t logEnd = 10'000; // bytes to be shown
+struct Random : std::mt19937 {
+    using std::mt19937::mt19937;
+    int below(int end) { return std::uniform_int_distribution<int>(0, end - 1)(*this); }
+    template <typename Choices>
+    auto &of(Choices &choices) {
+        return choices[static_cast<std::size_t>(below(static_cast<int>(choices.size())))];
+    }
+};
 
-int pick(Random &random, int below) {
-    return std::uniform_int_distribution<int>(0, below - 1)(random);
-}
-
-// One that all threads share. Only who holds `starting` may start it, and only when it is not
-// connected: to start a connected session is a programming error.
+// One that all threads share. To start a connected session is a programming error, so only who
+// holds `starting` may start it, having seen that it is not connected.
 struct Shared {
-    const Session session;
-    const std::string logIn;
-    const bool isScripted;
+    std::string logIn;
+    std::shared_ptr<TestSession> session;
     std::mutex starting;
 };
 
 // Does something in the middle of a `start`, once.
 struct Intruder final : SSHSessionObserver {
-    Intruder(SSHSessionStage when, std::function<void()> what)
-        : stage(when), action(std::move(what)) {}
+    Intruder(int when, std::function<void()> what) : stage(when), action(std::move(what)) {}
     void willBeginStage(SSHSession & /*session*/, SSHSessionStage begun) noexcept override {
-        if (begun == stage && action)
+        if (static_cast<int>(begun) == stage && action)
             std::exchange(action, nullptr)();
     }
-    const SSHSessionStage stage;
+    const int stage;
     std::function<void()> action;
 };
 
 struct Resources {
-    std::size_t descriptors = 0;
-    std::size_t threads = 0;
-    std::size_t heap = 0;     // bytes in use
-    std::size_t resident = 0; // bytes
+    std::size_t descriptors = 1000;
+    std::size_t threads = 1000;
+    std::size_t heap = 0; // bytes in use
 };
 
 std::size_t entries(const char *directory) {
@@ -64,297 +67,253 @@ std::size_t entries(const char *directory) {
     return static_cast<std::size_t>(std::distance(begin(all), end(all)));
 }
 
-class Soak : public SessionTest, SSHSessionDelegate {
-  protected:
-    void SetUp() override;
-    void TearDown() override;
-
-    Session fresh(const std::string &host, unsigned short port, const std::string &name,
-                  std::optional<std::string> password = std::nullopt) {
-        return std::make_shared<TestSession>(host, port, name, std::move(password), key());
-    }
-    void answer();
-    bool start(TestSession &session, const std::string &how);
-    void start(Shared &shared, Random &random);
-    void execute(Shared &shared, Random &random);
-    void endStart(Random &random);
-    void askUser(Random &random);
-    void refuseLogIn();
-    void step(Random &random);
-    void work(std::chrono::duration<double> time, unsigned seed);
-    Resources settled(const Resources &before);
-    void count(const std::string &what) {
-        const std::lock_guard lock(mMutex);
-        ++mCounts[what];
-    }
-    void sshSessionDisconnected(SSHSession & /*session*/,
-                                const SSHErrorRef & /*why*/) noexcept override {
-        count("delegate told");
-    }
-
-    ScriptedServer scripted;
-    const std::string agentKey = home.directory.path("in-agent");
-    const std::string settings = "MaxStartups 1000\n";
-    Sshd direct{{"ecdsa"}, settings};
-    Sshd behindRelay{{"ecdsa"}, settings};
-    std::unique_ptr<Relay> relay = std::make_unique<Relay>(behindRelay.port());
-    std::unique_ptr<SshAgent> agent;
-    std::vector<std::unique_ptr<Shared>> pool;
-    const std::shared_ptr<Intruder> onlooker =
-        std::make_shared<Intruder>(SSHSessionStage::Handshake, nullptr);
-
-    std::mutex mMutex;
-    std::map<std::string, int> mCounts;
-};
-
-void Soak::SetUp() {
-    SSHPlatform::setLogSink([this](const std::string &line) { count("logged: " + line); });
-    for (const std::string &hostKey : {scripted.hostKey(), direct.hostKey(), behindRelay.hostKey()})
-        know(hostKey);
-    makeKey(agentKey, "ed25519");
-    agent = std::make_unique<SshAgent>(Lines{agentKey});
-    direct.authorize(agentKey);
-    behindRelay.authorize(key());
-    user->whileShown = [this] { answer(); };
-    const auto add = [this](const std::string &logIn, const Session &session) {
-        pool.push_back(
-            std::unique_ptr<Shared>(new Shared{session, logIn, logIn == "password", {}}));
-    };
-    for (int i = 0; i < 3; ++i) {
-        add("agent", fresh("127.0.0.1", direct.port(), currentUser()));
-        add("key file", fresh("127.0.0.1", relay->port(), currentUser()));
-        add("password", fresh("127.0.0.1", scripted.port(), "password", "sesame"));
-    }
-}
-
-void Soak::TearDown() {
-    relay.reset();
-    SessionTest::TearDown();
-    if (HasFailure())
-        for (const std::string &whole : {scripted.log(), direct.log(), behindRelay.log()})
-            std::cerr << "--- a server's log ends:\n"
-                      << std::string_view(whole).substr(whole.size() -
-                                                        std::min(whole.size(), logEnd));
-}
-
-// The user: the name of the server says what to do. On the main thread.
-void Soak::answer() {
-    const std::string text = std::exchange(user->shown, {}).at(0);
-    if (text.find("can't be established") == std::string::npos) {
-        count("prompt: " + text);
-        return;
-    }
-    const auto asksAbout = [&](const char *host) { return text.find(host) != std::string::npos; };
-    if (asksAbout("'127.1:")) {
-        count("prompt refused");
-        return;
-    }
-    if (asksAbout("'127.0.1:")) {
-        const int withdrawn =
-            SSHPlatform::waitForSocket(user->withdrawal, SSHPlatform::WaitFor::Reading, 20s);
-        EXPECT_EQ(withdrawn, 1) << "nobody took the question back";
-        count("prompt withdrawn");
-        return;
-    }
-    count(asksAbout("'127.0.0.1:") ? "prompt for a known host" : "prompt accepted");
-    user->answers = {AlertAnswer::FirstButton};
-}
-
-// Answers false for a failure, which has an error.
-bool Soak::start(TestSession &session, const std::string &how) {
-    SSHErrorRef why;
-    const bool succeeded = session.start(&why);
-    EXPECT_TRUE(succeeded || why) << how;
-    count("start " + how + ": " +
-          (succeeded ? "connected"
-           : why     ? why->localizedFailureReason().value_or("-")
-                     : ""));
-    return succeeded;
-}
-
-void Soak::start(Shared &shared, Random &random) {
-    const std::unique_lock starting(shared.starting, std::try_to_lock);
-    if (!starting || shared.session->isConnected())
-        return;
-    // A second one in the middle of the first, at any of its stages.
-    const auto second =
-        std::make_shared<Intruder>(static_cast<SSHSessionStage>(pick(random, 5)), [&] {
-            std::thread([&] { start(*shared.session, "a second time"); }).join();
-        });
-    if (pick(random, 3) == 0)
-        shared.session->addObserver(second);
-    start(*shared.session, "by " + shared.logIn);
-    shared.session->removeObserver(second);
-}
-
-void Soak::execute(Shared &shared, Random &random) {
-    struct Job {
-        const char *kind;
-        std::string text;
-        std::string output;
-        std::string input = {};
-        bool isSudo = false;
-    };
-    const std::string input(static_cast<std::size_t>(pick(random, 300'000)) + 1, 'x');
-    const std::string rest = "eof; status 3; close";
-    const std::vector<Job> jobs =
-        shared.isScripted
-            ? std::vector<Job>{{"plain", "out out; err err; " + rest, "out"},
-                               {"input", "read; out out; " + rest, "out", "line\n" + input},
-                               {"slow", "wait 0.3; out out; " + rest, "out"},
-                               {"sudo", "prompt; read; success; out out; " + rest, "out", "", true},
-                               {"disconnect", "disconnect 2 bye en", ""}}
-            : std::vector<Job>{{"plain", "echo out; echo err >&2; exit 3", "out\n"},
-                               {"input", "cat; exit 3", input, input},
-                               {"slow", "sleep 0.3; echo out; exit 3", "out\n"}};
-    const Job &job = jobs[static_cast<std::size_t>(pick(random, static_cast<int>(jobs.size())))];
-    const auto command = makeCommand(job.text);
-    command->setStdinData(job.input);
-    if (job.isSudo)
-        command->setAdminPassword("sesame");
-    SSHErrorRef why;
-    if (!shared.session->execute(command, &why)) {
-        EXPECT_TRUE(why) << job.kind;
-        count(fmt::format("execute {}: {}", job.kind,
-                          why ? why->localizedFailureReason().value_or("-") : ""));
-    } else if (command->isClosedInOrder()) {
-        EXPECT_TRUE(command->stdoutData()->view() == job.output) << job.kind;
-        EXPECT_EQ(command->exitStatus(), 3) << job.kind;
-        count(fmt::format("execute {}: done", job.kind));
-    } else {
-        EXPECT_TRUE(std::string_view(job.output).starts_with(command->stdoutData()->view()));
-        count(fmt::format("execute {}: cut off", job.kind));
-    }
-}
-
-// A session that is let go of while it starts, and ended at any of its stages, also while a
-// question is shown, which nobody answers.
-void Soak::endStart(Random &random) {
-    const bool isAsked = pick(random, 2) == 0;
-    Session session = isAsked ? fresh("127.0.1", behindRelay.port(), currentUser())
-                              : fresh("127.0.0.1", scripted.port(), "password silent", "sesame");
-    std::promise<void> reached;
-    const auto stage =
-        isAsked ? SSHSessionStage::HostKey : static_cast<SSHSessionStage>(pick(random, 5));
-    const auto intruder = std::make_shared<Intruder>(stage, [&] { reached.set_value(); });
-    session->addObserver(intruder);
-    const bool isStopped = pick(random, 2) == 0;
-    auto result = std::async(std::launch::async, [&, held = session.get()] {
-        return start(*held, isStopped ? "to be stopped" : "to be cancelled");
-    });
-    const auto moment = reached.get_future();
-    while (moment.wait_for(1ms) != std::future_status::ready &&
-           result.wait_for(0s) != std::future_status::ready) {
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(pick(random, 20)));
-    isStopped ? session->stop() : session->cancel();
-    session.reset();
-    EXPECT_FALSE(result.get());
-    count("let go of");
-}
-
-// A server that is unknown under this name.
-void Soak::askUser(Random &random) {
-    const auto part = [&] { return std::string(static_cast<std::size_t>(pick(random, 16)), '0'); };
-    const bool isTrusted = pick(random, 2) == 0;
-    const std::string name =
-        isTrusted ? "127.0" + part() + ".0" + part() + ".0" + part() + "1" : "127.1";
-    const Session session = fresh(name, behindRelay.port(), currentUser());
-    SSHErrorRef why;
-    const bool started = session->start(&why);
-    EXPECT_EQ(started, isTrusted);
-    EXPECT_TRUE(started || !why) << summary(why);
-    EXPECT_FALSE(started && resultOf(*session, "echo out") != "0 (null) | out\n | ");
-    session->stop();
-}
-
-void Soak::refuseLogIn() {
-    const Session session = fresh("127.0.0.1", scripted.port(), "password", "wrong");
-    EXPECT_FALSE(start(*session, "with a wrong password"));
-    EXPECT_TRUE(session->isIdle());
-}
-
-void Soak::step(Random &random) {
-    Shared &shared = *pool[static_cast<std::size_t>(pick(random, static_cast<int>(pool.size())))];
-    const std::vector<std::pair<int, std::function<void()>>> actions = {
-        {30, [&] { start(shared, random); }},
-        {50, [&] { execute(shared, random); }},
-        {3, [&] { shared.session->stop(); }},
-        {5, [&] { shared.session->cancel(); }},
-        {5, [&] { shared.session->setDelegate(pick(random, 3) == 0 ? nullptr : this); }},
-        {5, [&] { shared.session->addObserver(onlooker); }},
-        {5, [&] { shared.session->removeObserver(onlooker); }},
-        {1, [&] { relay->reset(); }},
-        {3, [&] { endStart(random); }},
-        {3, [&] { askUser(random); }},
-        {3, [&] { refuseLogIn(); }},
-    };
-    int chosen = pick(random, 113);
-    for (const auto &[weight, action] : actions)
-        if ((chosen -= weight) < 0)
-            return action();
-}
-
-// The calling thread is the user's and the timers' meanwhile.
-void Soak::work(std::chrono::duration<double> time, unsigned seed) {
-    const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(time);
-    std::atomic<int> running = workers;
-    std::vector<std::jthread> threads;
-    for (unsigned i = 0; i < workers; ++i)
-        threads.emplace_back([&, i] {
-            for (Random random(seed + i); Clock::now() < end;)
-                step(random);
-            --running;
-        });
-    while (running > 0) {
-        SSHPlatform::RunLoop::main()->runFor(10ms);
-        if (Clock::now() > end + 1min) {
-            std::cerr << "Calls that do not return: " << running << std::endl;
-            std::abort();
-        }
-    }
-}
-
-// Once nothing runs any more.
-Resources Soak::settled(const Resources &before) {
-    for (const auto &shared : pool)
-        shared->session->stop();
-    relay->reset();
-    Resources now;
-    eventually([&] {
-        SSHPlatform::RunLoop::main()->runFor(10ms);
-        now.descriptors = entries("/dev/fd");
-        now.threads = entries("/proc/self/task");
-        return now.descriptors <= before.descriptors && now.threads <= before.threads;
-    });
-    ::malloc_trim(0);
-    now.heap = heapSize();
-    std::size_t ignored = 0;
-    std::ifstream("/proc/self/statm") >> ignored >> now.resident;
-    now.resident *= static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
-    fmt::print("{} descriptors, {} threads, {} kB of heap, {} kB resident\n", now.descriptors,
-               now.threads, now.heap / 1024, now.resident / 1024);
-    return now;
-}
-
 unsigned number(const char *variable, unsigned otherwise) {
     const char *const value = std::getenv(variable);
     return value ? static_cast<unsigned>(std::stoul(value)) : otherwise;
 }
 
+class Soak : public ScriptedServerTest {
+  protected:
+    void count(const std::string &what) {
+        const std::lock_guard lock(mutex);
+        ++counts[what.substr(0, std::min(what.find('\n'), longestLine))];
+    }
+    void sshSessionDisconnected(SSHSession & /*session*/,
+                                const SSHErrorRef & /*why*/) noexcept override {
+        count("delegate told");
+    }
+    std::shared_ptr<TestSession> fresh(const std::string &host, unsigned short port,
+                                       const std::string &name, const std::string &password = "") {
+        return std::make_shared<TestSession>(host, port, name, password, key());
+    }
+
+    // The agent's key opens the scripted server, which takes any, and the key file the other one.
+    void SetUp() override {
+        const std::string path = home.directory.path("in-agent");
+        makeKey(path, "ed25519");
+        agent = std::make_unique<SshAgent>(Lines{path});
+        relay = std::make_unique<Relay>(server().port());
+        for (std::size_t i = 0; i < pool.size(); i += 3) {
+            pool[i].session = fresh("127.0.0.1", scripted.port(), pool[i].logIn = "publickey");
+            pool[i + 1].session =
+                fresh("127.0.0.1", scripted.port(), pool[i + 1].logIn = "password", "-");
+            pool[i + 2].session = fresh("127.0.0.1", relay->port(), pool[i + 2].logIn = me);
+        }
+        user->whileShown = [this] { answer(); };
+        SSHPlatform::setLogSink([this](const std::string &line) { count("logged: " + line); });
+    }
+
+    void TearDown() override {
+        relay.reset();
+        ScriptedServerTest::TearDown();
+    }
+
+    // The user: the name of the server says what to do. On the main thread.
+    void answer() {
+        const std::string text = std::exchange(user->shown, {}).at(0);
+        const auto isAbout = [&](const char *what) { return text.find(what) != std::string::npos; };
+        if (!isAbout("can't be established"))
+            return count("prompt: " + text);
+        if (isAbout("'127.1:"))
+            return count("prompt refused");
+        if (isAbout("'127.0.1:")) {
+            EXPECT_EQ(
+                SSHPlatform::waitForSocket(user->withdrawal, SSHPlatform::WaitFor::Reading, 20s),
+                1);
+            return count("prompt withdrawn");
+        }
+        count(isAbout("'127.0.0.1:") ? "prompt for a known host" : "prompt accepted");
+        user->answers = {SSHPlatform::AlertAnswer::FirstButton};
+    }
+
+    bool start(SSHSession &session, const std::string &how) {
+        SSHErrorRef why;
+        const bool succeeded = session.start(&why);
+        EXPECT_TRUE(succeeded || why) << how;
+        count("start " + how + ": " + (succeeded ? "connected" : summary(why)));
+        return succeeded;
+    }
+
+    void start(Shared &shared, Random &random) {
+        const std::unique_lock starting(shared.starting, std::try_to_lock);
+        if (!starting || shared.session->isConnected())
+            return;
+        const auto second = std::make_shared<Intruder>(random.below(15), [&] {
+            std::thread([&] { start(*shared.session, "in the middle of one"); }).join();
+        });
+        if (second->stage < static_cast<int>(SSHSessionStage::Execute))
+            shared.session->addObserver(second);
+        start(*shared.session, "as " + shared.logIn);
+        shared.session->removeObserver(second);
+    }
+
+    void execute(Shared &shared, Random &random) {
+        struct Job {
+            const char *kind;
+            std::string text;
+            std::string outputs;
+            std::string input;
+            std::optional<std::string> adminPassword = std::nullopt;
+        };
+        const std::string bulk(static_cast<std::size_t>(random.below(300'000)) + 1, 'x');
+        const std::vector<Job> jobs =
+            shared.logIn == me
+                ? std::vector<Job>{{"plain", "echo out; echo err >&2; exit 3", "out\n | err\n", ""},
+                                   {"input", "cat; exit 3", bulk + " | ", bulk},
+                                   {"slow", "sleep 0.3; exit 3", " | ", ""}}
+                : std::vector<Job>{
+                      {"plain", "out out; err err; " + rest, "out | err", ""},
+                      {"input", "read; out out; " + rest, "out | ", "line\n" + bulk},
+                      {"slow", "wait 0.3; " + rest, " | ", ""},
+                      {"sudo", "prompt; read; success; out x; " + rest, "x | ", "", "-"},
+                      {"disconnect", "disconnect 2 bye en", "", ""}};
+        const Job &job = random.of(jobs);
+        const std::string result =
+            resultOf(*shared.session, job.text, job.adminPassword, job.input);
+        const bool isDone = result == "3 (null) | " + job.outputs;
+        EXPECT_TRUE(isDone || result.starts_with(failure) || result.ends_with(", cut off"))
+            << job.kind << ": " << result.substr(0, longestLine);
+        count(fmt::format("execute {}: {}", job.kind, isDone ? "done" : result));
+    }
+
+    // A session that is let go of while it starts, and ended at any of its stages, also while a
+    // question is shown, which nobody answers.
+    void endStart(Random &random) {
+        const bool isAsked = random.below(2) == 0;
+        auto session = isAsked ? fresh("127.0.1", server().port(), me)
+                               : fresh("127.0.0.1", scripted.port(), "password silent", "-");
+        std::promise<void> reached;
+        const auto intruder =
+            std::make_shared<Intruder>(isAsked ? 2 : random.below(5), [&] { reached.set_value(); });
+        session->addObserver(intruder);
+        const bool isStopped = random.below(2) == 0;
+        auto result = std::async(std::launch::async, [&, held = session.get()] {
+            const bool succeeded = start(*held, isStopped ? "to be stopped" : "to be cancelled");
+            if (const auto never = std::exchange(intruder->action, nullptr))
+                never();
+            return succeeded;
+        });
+        reached.get_future().wait();
+        std::this_thread::sleep_for(std::chrono::milliseconds(random.below(20)));
+        isStopped ? session->stop() : session->cancel();
+        session.reset();
+        EXPECT_FALSE(result.get());
+    }
+
+    // About a server that is unknown under this name.
+    void askUser(Random &random) {
+        const auto zeros = [&] {
+            return std::string(static_cast<std::size_t>(random.below(16)), '0');
+        };
+        const bool isTrusted = random.below(2) == 0;
+        const std::string name = "127.0" + zeros() + ".0" + zeros() + ".0" + zeros() + "1";
+        const auto session = fresh(isTrusted ? name : "127.1", server().port(), me);
+        SSHErrorRef why;
+        EXPECT_EQ(session->start(&why), isTrusted) << summary(why);
+        EXPECT_TRUE(isTrusted || !why) << summary(why);
+        session->stop();
+    }
+
+    void refuseLogIn() {
+        EXPECT_FALSE(start(*fresh("127.0.0.1", scripted.port(), "password", "wrong"), "wrongly"));
+    }
+
+    void step(Random &random) {
+        Shared &shared = random.of(pool);
+        const std::vector<std::pair<int, std::function<void()>>> actions = {
+            {40, [&] { start(shared, random); }},
+            {50, [&] { execute(shared, random); }},
+            {3, [&] { shared.session->stop(); }},
+            {5, [&] { shared.session->cancel(); }},
+            {9, [&] { shared.session->setDelegate(random.below(3) == 0 ? nullptr : this); }},
+            {1, [&] { relay->reset(); }},
+            {3, [&] { endStart(random); }},
+            {3, [&] { askUser(random); }},
+            {3, [&] { refuseLogIn(); }}};
+        int chosen = random.below(117);
+        for (const auto &[weight, action] : actions)
+            if ((chosen -= weight) < 0)
+                return action();
+    }
+
+    // The main thread is the user's and the timers' meanwhile.
+    void work(Clock::duration time, unsigned seed) {
+        const auto end = Clock::now() + time;
+        std::atomic<unsigned> running = workers;
+        std::vector<std::jthread> threads;
+        for (unsigned i = 0; i < workers; ++i)
+            threads.emplace_back([&, i] {
+                for (Random random(seed + i); Clock::now() < end;)
+                    step(random);
+                --running;
+            });
+        for (Random random(seed); running > 0;) {
+            RunLoop::main()->runFor(10ms);
+            random.of(pool).session->keepAlive(); // its timer's work, more often
+            if (Clock::now() > end + 1min) {
+                std::cerr << running << " calls do not return." << std::endl;
+                std::abort();
+            }
+        }
+    }
+
+    // Once nothing runs any more.
+    Resources settled(const Resources &before) {
+        for (const Shared &shared : pool)
+            shared.session->stop();
+        relay->reset();
+        Resources now;
+        eventually([&] {
+            RunLoop::main()->runFor(10ms);
+            now = {entries("/dev/fd"), entries("/proc/self/task")};
+            return now.descriptors <= before.descriptors && now.threads <= before.threads;
+        });
+        ::malloc_trim(0);
+        now.heap = heapSize();
+        std::size_t residentPages = 0;
+        std::ifstream("/proc/self/statm").ignore(longestLine, ' ') >> residentPages;
+        fmt::print("{} descriptors, {} threads, {} kB in use on the heap, {} pages resident\n",
+                   now.descriptors, now.threads, now.heap / 1024, residentPages);
+        return now;
+    }
+
+    const std::string me = currentUser();
+    std::unique_ptr<SshAgent> agent;
+    std::unique_ptr<Relay> relay;
+    std::array<Shared, 9> pool;
+    std::mutex mutex;
+    std::map<std::string, int> counts;
+};
+
 } // namespace
 
 TEST_F(Soak, LeavesNothingBehind) {
-    const unsigned seconds = number("SSHSESSION_SOAK_SECONDS", 60);
+    const std::chrono::seconds time(number("SSHSESSION_SOAK_SECONDS", 60));
     const unsigned seed = number("SSHSESSION_SEED", std::random_device()());
-    fmt::print("{} s with {} threads; SSHSESSION_SEED={}\n", seconds, workers, seed);
-    const Resources idle = settled({1000, 1000});
-    work(std::chrono::seconds(seconds) / 4., seed);
+    fmt::print("{} s, {} threads, SSHSESSION_SEED={}\n", time.count(), workers, seed);
+    const Resources idle = settled({});
+    work(time / 4, seed);
     const Resources before = settled(idle);
-    work(std::chrono::seconds(seconds) * 3 / 4., seed + workers);
+    work(time * 3 / 4, seed + workers);
     const Resources after = settled(idle);
-    for (const auto &[what, times] : mCounts)
+    for (const auto &[what, times] : counts)
         fmt::print("{:6} {}\n", times, what);
+
+    for (const std::string &pattern :
+         {"start as publickey: connected"s, "start as password: connected"s,
+          "start as " + me + ": connected", "start as " + me + ": .* the handshake"s,
+          "start in the middle of one: .*is being started already"s,
+          "start to be stopped: .*was stopped while"s,
+          "start to be cancelled: .*was cancelled while"s,
+          "start wrongly: .*could not authenticate with any"s, "execute plain: done"s,
+          "execute input: done"s, "execute slow: done"s, "execute sudo: done"s,
+          "execute slow: .*was cancelled"s, "execute slow: .*transport read"s,
+          "execute disconnect: .*was disconnected"s, "delegate told"s, "prompt accepted"s,
+          "prompt refused"s, "prompt withdrawn"s})
+        EXPECT_TRUE(std::any_of(
+            counts.begin(), counts.end(),
+            [&](const auto &each) { return std::regex_search(each.first, std::regex(pattern)); }))
+            << "never seen: " << pattern;
     EXPECT_EQ(after.descriptors, idle.descriptors);
     EXPECT_EQ(after.threads, idle.threads);
     EXPECT_LE(after.heap, before.heap + 100'000);

@@ -13,6 +13,7 @@
 #include <iostream>
 
 using namespace std::chrono_literals;
+namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 namespace {
@@ -71,36 +72,55 @@ class VanishedServerTest : public SessionTest {
 
 } // namespace
 
+// Its silence is an error after 30 s of waiting for a channel, or after the two minutes that the
+// system takes to give a connection up. The bound is there against hanging.
 TEST_F(VanishedServerTest, IsNoticed) {
     const std::string silent = home.directory.path("silent");
     const std::string busy = home.directory.path("busy");
-    const std::string input(64UL << 20, 'x');
     Clock::time_point cut;
-    const auto timed = [&](const std::shared_ptr<TestSession> &session, const std::string &text,
-                           const std::string &given = "") {
-        return std::async(std::launch::async, [&, session, text, given] {
-            const std::string result = resultOf(*session, text, std::nullopt, given);
-            return fmt::format("{} s: {}", (Clock::now() - cut) / 1s, result);
+    const auto begin = [&](const std::shared_ptr<TestSession> &session, const std::string &text,
+                           const std::string &input = "") {
+        return std::async(std::launch::async, [&cut, session, text, input] {
+            const std::string result = resultOf(*session, text, std::nullopt, input);
+            fmt::print("{} s after the cut: \"{}\": {}\n", (Clock::now() - cut) / 1s, text, result);
+            return result;
         });
     };
-    // These end with their server: a silent command, one that takes 3 MB of input a second.
-    auto silence = timed(connectedOverLink(), "touch " + silent + "; exec cat");
-    auto sending =
-        timed(connectedOverLink(),
-              "while head -c 32768 | grep -q x; do touch " + busy + "; sleep .01; done", input);
-    const auto asked = connectedOverLink();
-    const auto idle = connectedOverLink();
-    EXPECT_TRUE(eventually(
-        [&] { return std::filesystem::exists(silent) && std::filesystem::exists(busy); }));
+    std::vector<std::shared_ptr<TestSession>> sessions(4);
+    for (auto &session : sessions)
+        session = connectedOverLink();
+    const auto &idle = sessions[3];
+    // Both end with the server. The second takes some 3 MB a second, so that there are always bytes
+    // on their way.
+    auto silence = begin(sessions[0], "touch " + silent + "; exec cat");
+    auto sending = begin(sessions[1],
+                         "while head -c 32768 | grep -q x; do touch " + busy + "; sleep .01; done",
+                         std::string(200 << 20, 'x'));
+    EXPECT_TRUE(eventually([&] { return fs::exists(silent) && fs::exists(busy); }));
     atServer({"link", "set", "server", "down"});
     cut = Clock::now();
-    auto next = timed(asked, "true");
-    // An idle one sends keepalives, whose failure nobody hears of: the next command does.
+    auto next = begin(sessions[2], "echo soon");
+    // The idle one's keepalives fail, but nobody listens for that: the next command does.
     pollfd socket = {idle->connection()->socket(), 0, 0};
-    while (::poll(&socket, 1, 0) == 0 && Clock::now() < cut + 210s)
+    const auto isOver = [&](const auto &result) {
+        return result.wait_for(0s) == std::future_status::ready;
+    };
+    while (Clock::now() < cut + 210s &&
+           !(isOver(silence) && isOver(sending) && isOver(next) && ::poll(&socket, 1, 0) != 0))
         SSHPlatform::RunLoop::main()->runFor(100ms);
-    fmt::print("idle: given up after {} s\n", (Clock::now() - cut) / 1s);
-    auto late = timed(idle, "true");
-    fmt::print("late: {}\n", late.get());
-    fmt::print("silence: {}\nsending: {}\nnext: {}\n", silence.get(), sending.get(), next.get());
+    for (const auto &session : sessions)
+        session->cancel();
+    EXPECT_TRUE(idle->isConnected());
+    const std::string readFailure =
+        "libssh2ErrorDomain -43 | An error occurred in libssh2_channel_read. (-43) | Error -43. "
+        "transport read | Error -43. transport read";
+    EXPECT_EQ(silence.get(), readFailure);
+    EXPECT_EQ(sending.get(), readFailure);
+    EXPECT_EQ(next.get(),
+              "libssh2ErrorDomain -9 | Dravella lost the connection to the SSH server " +
+                  currentUser() + "@192.0.2.2. | The socket timed out. | -");
+    EXPECT_EQ(begin(idle, "echo late").get(),
+              "libssh2ErrorDomain -7 | An error occurred in libssh2_channel_open_session. (-7) | "
+              "Unable to send data on socket. Unable to send channel-open request | Unable to send "
+              "data on socket. Unable to send channel-open request");
 }
