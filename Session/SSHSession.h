@@ -161,9 +161,11 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
 
     // Runs a command to its end and fills the record's outputs. There is no time limit: a command
     // runs as long as it takes, and its end is waited for also when both outputs have ended before.
-    // Holds session and command meanwhile. Fails at once when the session is not connected. True
-    // while SSHCommand::isClosedInOrder is false means that the connection ended before the command
-    // did.
+    // Only a server that cannot be reached any more is given up, two to three minutes after its
+    // last sign of life, where the system can be told when to ask (TCP_KEEPIDLE in tcp(7)); a
+    // session that was idle finds out with its next command. Holds session and command meanwhile.
+    // Fails at once when the session is not connected. True while SSHCommand::isClosedInOrder is
+    // false means that the connection ended before the command did.
     //
     // With an `adminPassword`, a wrong password fails once sudo gives up after three attempts and
     // says so in English, and ten seconds without an answer from sudo fail as a time-out. Any other
