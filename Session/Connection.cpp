@@ -89,6 +89,7 @@ LIBSSH2_SESSION *Connection::openSession() noexcept {
 
 LIBSSH2_AGENT *Connection::openAgent() noexcept {
     mAgent = libssh2_agent_init(mSession);
+    mAgentReplies = AgentReplies();
     return mAgent;
 }
 
@@ -230,12 +231,15 @@ ssize_t Connection::sendToAgent(int descriptor, std::string_view bytes, int flag
 }
 
 // The end of the agent is an error: the library would ask for the rest again and again.
-ssize_t Connection::receiveFromAgent(int descriptor, void *bytes, std::size_t count,
-                                     int flags) const {
+ssize_t Connection::receiveFromAgent(int descriptor, void *bytes, std::size_t count, int flags) {
     if (waitFor(descriptor, WaitFor::Reading, forever) < 0)
         return -errno;
     const ssize_t received = receiveSome(descriptor, bytes, count, flags);
-    return received == 0 ? -ECONNRESET : received;
+    if (received == 0)
+        return -ECONNRESET;
+    const std::string_view content(static_cast<const char *>(bytes),
+                                   received < 0 ? 0 : static_cast<std::size_t>(received));
+    return mAgentReplies.admit(content) ? received : -EMSGSIZE;
 }
 
 } // namespace SSHEngine

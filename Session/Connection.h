@@ -13,6 +13,7 @@
 
 #include "Platform/Socket.h"
 #include "Platform/Wakeup.h"
+#include "Session/AgentReplies.h"
 
 #include <SSHSession/ByteBuffer.h>
 
@@ -128,7 +129,7 @@ class Connection {
     ssize_t sendToServer(std::string_view bytes, int flags);
     ssize_t receiveFromServer(void *bytes, std::size_t count, int flags);
     ssize_t sendToAgent(int descriptor, std::string_view bytes, int flags) const;
-    ssize_t receiveFromAgent(int descriptor, void *bytes, std::size_t count, int flags) const;
+    ssize_t receiveFromAgent(int descriptor, void *bytes, std::size_t count, int flags);
     std::chrono::milliseconds patience() const; // of a read that finds nothing
     void sendUnsent();
     void sendAllUnsent();
@@ -141,6 +142,7 @@ class Connection {
     std::atomic<int> mSocket = 0;
     LIBSSH2_SESSION *mSession = nullptr;
     LIBSSH2_AGENT *mAgent = nullptr;
+    AgentReplies mAgentReplies;
     // What the library takes for sent. It would keep a packet that went out in part for exactly the
     // same call to repeat, and let no other call send meanwhile.
     SSHPlatform::ByteBuffer mUnsent;

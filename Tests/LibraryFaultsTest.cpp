@@ -20,6 +20,7 @@
 #include <map>
 #include <thread>
 
+using namespace std::string_literals;
 using asio::local::stream_protocol;
 using testing::HasSubstr;
 
@@ -263,6 +264,11 @@ TEST_F(AgentTest, AnAgentThatGoesAwayIsAnError) {
     {
         const auto agent = agentThatAnswers("");
         EXPECT_THAT(stage(), HasSubstr("An error occurred in libssh2_agent_list_identities."));
+    }
+    // With a room of 4 GB for it only the reply itself would fail, which is -7.
+    for (const auto &[length, code] : {std::pair("\0\4\0\1"s, -43), {"\0\4\0\0"s, -7}}) {
+        const auto agent = agentThatAnswers(length);
+        EXPECT_THAT(stage(), HasSubstr(fmt::format("list_identities. ({})", code)));
     }
     EXPECT_THAT(stage(), HasSubstr("-42 | An error occurred in libssh2_agent_connect. (-42) | "
                                    "Error -42. failed connecting with agent"));
