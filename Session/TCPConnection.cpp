@@ -80,7 +80,8 @@ std::optional<Found> lookUpFor(const Connection &connection) {
     }
     if (shared->isDone.descriptor() >= 0 &&
         connection.waitFor(shared->isDone.descriptor(), WaitFor::Reading, std::chrono::hours(24)) <=
-            0)
+            0 &&
+        connection.isShutDown())
         return std::nullopt;
     return shared->answer.get_future().get();
 }
