@@ -211,6 +211,8 @@ bool SSHSession_libssh2::_execute(Connection &connection,
     if (!run.start(error) || !run.converseWithSudo(error) || !run.drain(error))
         return false;
     run.close();
+    if (connection.isShutDown())
+        return fail(error, [&] { return SSHEngine::endedCommandError(connection); });
     run.fillRecord();
     return true;
 }

@@ -174,13 +174,12 @@ bool SSHSession_libssh2::execute(const std::shared_ptr<SSHCommand> &command,
         mSessionQueue.sync([&] {
             succeeded = used && holds(*used) && _execute(*used, held, &failure);
             endCommand();
-            if (used && used->isShutDown()) {
-                succeeded = false;
+            const bool isShutDown = used && used->isShutDown();
+            if (!succeeded && isShutDown)
                 failure = SSHEngine::endedCommandError(*used);
-            }
             if (!succeeded && !failure)
                 failure = SSHEngine::notConnectedError();
-            if (!succeeded)
+            if (!succeeded || isShutDown) // at once after the command had ended, perhaps
                 _cleanup(std::move(used));
             used.reset(); // what a `stop` ends from here on is closed by then
         });
