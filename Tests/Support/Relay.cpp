@@ -4,6 +4,8 @@
 #include <netinet/tcp.h>
 #include <poll.h>
 
+#include <algorithm>
+#include <random>
 #include <vector>
 
 using asio::ip::tcp;
@@ -36,7 +38,12 @@ Relay::Relay(unsigned short target, const RelaySettings &settings)
 }
 
 void Relay::accept(const std::stop_token &stop) {
-    while (waitFor(stop, mListener.native_handle(), POLLIN)) {
+    while (!stop.stop_requested()) {
+        if (mIsResetDue.exchange(false))
+            reset();
+        pollfd entry = {mListener.native_handle(), POLLIN, 0};
+        if (mIsCut || ::poll(&entry, 1, 5) <= 0)
+            continue;
         tcp::socket client = mListener.accept();
         tcp::socket server(mContext, tcp::v4());
         prepare(client, mSettings.bufferSize);
@@ -47,24 +54,43 @@ void Relay::accept(const std::stop_token &stop) {
         const std::lock_guard lock(mMutex);
         mLines.push_back({std::move(client), std::move(server), {}, {}});
         Line &line = mLines.back();
-        line.toServer = std::jthread([&, this](auto end) { carry(end, line.client, line.server); });
-        line.toClient = std::jthread([&, this](auto end) { carry(end, line.server, line.client); });
+        line.toServer =
+            std::jthread([&, this](auto end) { carry(end, line.client, line.server, true); });
+        line.toClient =
+            std::jthread([&, this](auto end) { carry(end, line.server, line.client, false); });
     }
 }
 
-void Relay::carry(const std::stop_token &stop, tcp::socket &from, tcp::socket &to) const {
+void Relay::carry(const std::stop_token &stop, tcp::socket &from, tcp::socket &to, bool toServer) {
+    using End = RelaySettings::End;
+    std::minstd_rand random(mSettings.seed.value_or(0) + (toServer ? 1 : 0));
+    std::atomic<std::size_t> &carried = mCarried[toServer ? 1 : 0];
+    const bool hasEnd = mSettings.end != End::Never && mSettings.isEndToServer == toServer;
     std::vector<char> piece(mSettings.bufferSize);
     asio::error_code over;
     while (!over) {
+        if (hasEnd && carried >= mSettings.bytesBeforeEnd && !mHasEnded.exchange(true)) {
+            mIsCut = mSettings.end == End::Cut;
+            mIsResetDue = mSettings.end == End::Reset;
+            if (mSettings.end != End::Close)
+                return;
+            break;
+        }
         Seconds pause = from.available(over) > 0 ? Seconds(0) : mSettings.delay;
         if (!waitFor(stop, from.native_handle(), POLLIN))
             return;
-        const std::size_t size = from.read_some(asio::buffer(piece), over);
+        std::size_t most = piece.size();
+        if (mSettings.seed)
+            most = random() % 3 == 0 ? random() % most + 1 : random() % 20 + 1;
+        if (hasEnd && !mHasEnded)
+            most = std::min(most, mSettings.bytesBeforeEnd - carried);
+        const std::size_t size = from.read_some(asio::buffer(piece.data(), most), over);
         pause += Seconds(static_cast<double>(size) / mSettings.bytesPerSecond);
         std::this_thread::sleep_for(pause);
         for (std::size_t sent = 0;
              sent < size && !over && waitFor(stop, to.native_handle(), POLLOUT);)
             sent += to.write_some(asio::buffer(piece.data() + sent, size - sent), over);
+        carried += size;
     }
     to.shutdown(tcp::socket::shutdown_send, over);
 }
