@@ -326,7 +326,7 @@ TEST_F(LifecycleTest, CancelEndsCommandsAndQuestions) {
         return std::async(std::launch::async,
                           [=] { return resultOf(*session, text, std::nullopt, input); });
     };
-    auto running = runs("read; read; read", "input\n");
+    auto running = runs("eof; read; wait 0.3; read; read", "input\n"); // and its end
     EXPECT_EQ(scripted.received(2), (Lines{"line b'input'", "line b'<end>'"}));
     auto waiting = runs("eof; close", "");
     session->cancel();
