@@ -10,8 +10,8 @@ using asio::ip::tcp;
 
 namespace {
 
-// RSA with SHA-1 is all that libssh2 1.10 offers for such a key. By itself sshd turns some away when
-// ten log in at once.
+// RSA with SHA-1 is all that libssh2 1.10 offers for such a key. By itself sshd turns some away
+// when ten log in at once.
 constexpr const char *configuration = R"(ListenAddress 127.0.0.1
 AuthorizedKeysFile {0}/authorized_keys
 PidFile none
