@@ -133,8 +133,9 @@ const std::map<std::string, std::string> sayings = {
     {"libssh2_session_handshake", "{0} | {3} | Could not complete the handshake. {1} | -"},
     {"libssh2_session_hostkey", "{0} | {3} | Could not check against known_hosts because "},
     {"libssh2_knownhost_checkp", "0 | {3} | Could not check against known_hosts because libssh2_"},
-    {"libssh2_knownhost_init", "lists failed. | The connection will still continue.\n\nError -6\n"},
-    {"libssh2_knownhost_addc", "failed. | The connection will still continue.\n\nError {0}\n"},
+    // To what was read at first, or to what the file holds by then.
+    {"libssh2_knownhost_init", " failed. | "},
+    {"libssh2_knownhost_addc", " failed. | "},
     {"libssh2_knownhost_writeline", "file failed. | An error {0} occurred. The connection will "},
     {"libssh2_userauth_list", "could not get a list of the available authentication methods. {1}"},
     {"libssh2_userauth_password_ex", "authenticate using the ssh user password. ({0})\n"},

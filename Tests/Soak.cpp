@@ -84,7 +84,8 @@ class Soak : public ScriptedServerTest {
     }
     std::shared_ptr<TestSession> fresh(const std::string &host, unsigned short port,
                                        const std::string &name, const std::string &password = "") {
-        return std::make_shared<TestSession>(host, port, name, password, key());
+        return std::make_shared<TestSession>(host, port, name, SSHPlatform::Secret::of(password),
+                                             key());
     }
 
     // The agent's key opens the scripted server, which takes any, and the key file the other one.

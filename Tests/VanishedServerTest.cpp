@@ -54,7 +54,7 @@ class VanishedServerTest : public SessionTest {
 
     std::shared_ptr<TestSession> connectedOverLink() {
         auto session = std::make_shared<TestSession>("192.0.2.2", sshd->port(), currentUser(),
-                                                     std::nullopt, key());
+                                                     SSHPlatform::Secret::none(), key());
         EXPECT_TRUE(session->start(&error)) << summary(error);
         return session;
     }
