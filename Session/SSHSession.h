@@ -153,7 +153,8 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     // with an error that says so (code ECANCELED), and the session disconnects; a question that is
     // shown is taken down where its presenter can, and counts as refused. A session that is doing
     // nothing is left alone: an idle one stays connected, and a call that begins later is not
-    // affected. Any thread, any notice, any number of times; not a signal handler.
+    // affected. A command that had just ended may answer true even so. Any thread, any notice, any
+    // number of times; not a signal handler.
     //
     // `stop` is for a session that is no longer needed, and waits for a running command; `cancel`
     // is for a user who will not wait any longer. The command itself may go on at the server.

@@ -214,13 +214,13 @@ void FaultInjectionTest::endLinks(const Scenario &scenario) {
         right = was;
     }
     watch->action = nullptr;
-    for (unsigned i = 0; i < 144; ++i) {
+    for (unsigned i = 0; i < 96; ++i) {
         const std::size_t stage = i / 2 % (places.size() - 1);
         const bool toServer = i % 2 == 0;
         const std::size_t direction = toServer ? 1 : 0;
         const std::size_t begin = places[stage][direction];
         const std::size_t size = places[stage + 1][direction] - begin;
-        const std::size_t place = begin + (i < 48 || size == 0 ? 0 : random() % size);
+        const std::size_t place = begin + (i < 24 || size == 0 ? 0 : random() % size);
         const End end = std::array{End::Reset, End::Close, End::Cut}.at(random() % 3);
         const Relay link(scripted.port(),
                          {.end = end, .isEndToServer = toServer, .bytesBeforeEnd = place});
@@ -255,6 +255,9 @@ void FaultInjectionTest::failAllocations(const Scenario &scenario) {
         EXPECT_EQ(wrapped().liveAllocations, 0);
 #endif
     }
+#ifndef SSHSESSION_MENDED_LIBSSH2
+    GTEST_LOG_(WARNING) << "*** leaks are not looked for: the system's libssh2 has some ***";
+#endif
     wrapped().goodAllocations.reset();
 }
 
@@ -267,7 +270,7 @@ const Scenario byKeyFile = {
     .input = "data\n",
     .adminPassword = "admin",
     .hasKeyFile = true,
-    .functions = std::regex("poll|send|recv|libssh2_(channel|userauth).*")};
+    .functions = std::regex("poll|libssh2_(channel_(read|write|wait).*|userauth_pub.*)")};
 
 } // namespace
 
