@@ -162,11 +162,13 @@ WITH_A_HOOK(2, fopen) {
     wrapped().inheritable += !std::strchr(b, 'e');
     return pass("fopen", __real_fopen, a, b);
 }
+#ifdef SSHSESSION_WRAPS_LIBSSH2
 struct bio_st *BIO_new_file(const char *path, const char *mode); // of libcrypto
 WITH_A_HOOK(2, BIO_new_file) {
     wrapped().inheritable += !std::strchr(b, 'e');
     return pass("BIO_new_file", __real_BIO_new_file, a, b);
 }
+#endif
 WITH_A_HOOK(4, getaddrinfo) {
     if (wrapped().beforeLookUp)
         wrapped().beforeLookUp();
