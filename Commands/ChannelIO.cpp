@@ -32,14 +32,18 @@ SSHPlatform::WaitFor blockedDirections(LIBSSH2_SESSION *session) {
 
 } // namespace
 
-bool SSHSession_libssh2::_readFromChannel(const Connection &connection, LIBSSH2_CHANNEL *channel,
+// Each piece is progress: while the server is faster than this computer, there is always another
+// one.
+bool SSHSession_libssh2::_readFromChannel(Connection &connection, LIBSSH2_CHANNEL *channel,
                                           SSHPlatform::ByteBuffer &data, bool isStderr,
                                           bool *keepReading, SSHErrorRef *error) {
     const int stream = isStderr ? SSH_EXTENDED_DATA_STDERR : 0;
     std::array<char, 4096> piece; // NOLINT(*-member-init): filled by the read
     ssize_t result = 0;
-    while ((result = libssh2_channel_read_ex(channel, stream, piece.data(), piece.size())) > 0)
+    while ((result = libssh2_channel_read_ex(channel, stream, piece.data(), piece.size())) > 0) {
         data.append({piece.data(), static_cast<std::size_t>(result)});
+        connection.noteProgress();
+    }
     if (result == 0 || result == LIBSSH2_ERROR_EAGAIN) {
         *keepReading = result != 0;
         return true;
@@ -106,7 +110,6 @@ bool ChannelPump::wait(SSHErrorRef *error) {
 
 // At the end of the channel nothing more would end a wait before its time.
 bool ChannelPump::read(SSHErrorRef *error) {
-    const std::size_t before = output->size() + errorOutput->size();
     bool outputContinues = false;
     bool errorOutputContinues = false;
     if (!SSHSession_libssh2::_readFromChannel(mConnection, mChannel, *output, false,
@@ -114,8 +117,6 @@ bool ChannelPump::read(SSHErrorRef *error) {
         !SSHSession_libssh2::_readFromChannel(mConnection, mChannel, *errorOutput, true,
                                               &errorOutputContinues, error))
         return false;
-    if (output->size() + errorOutput->size() > before)
-        mConnection.noteProgress();
     keepReading = (outputContinues || errorOutputContinues) && libssh2_channel_eof(mChannel) == 0;
     return true;
 }

@@ -80,7 +80,7 @@ class SSHSession_libssh2 : public SSHSession {
     bool _execute(Connection &connection, const std::shared_ptr<SSHCommand> &command,
                   SSHErrorRef *error);
     // Commands/ChannelIO.cpp
-    static bool _readFromChannel(const Connection &connection, LIBSSH2_CHANNEL *channel,
+    static bool _readFromChannel(Connection &connection, LIBSSH2_CHANNEL *channel,
                                  SSHPlatform::ByteBuffer &data, bool isStderr, bool *keepReading,
                                  SSHErrorRef *error);
     static bool _writeToChannel(const Connection &connection, LIBSSH2_CHANNEL *channel,
