@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <csignal>
+#include <system_error>
 
 namespace {
 
@@ -35,13 +36,19 @@ Interruption::Interruption(const std::shared_ptr<SSHSession> &session) {
         return; // then a signal ends the process, as ever
     for (const int end : mPipe)
         ::fcntl(end, F_SETFD, FD_CLOEXEC);
-    mThread = std::thread([session, descriptor = mPipe[0]] {
-        char why = 0;
-        while (::read(descriptor, &why, 1) < 0 && errno == EINTR)
-            ;
-        if (why == 'c')
-            session->cancel();
-    });
+    try {
+        mThread = std::thread([session, descriptor = mPipe[0]] {
+            char why = 0;
+            while (::read(descriptor, &why, 1) < 0 && errno == EINTR)
+                ;
+            if (why == 'c')
+                session->cancel();
+        });
+    } catch (const std::system_error &) { // no thread to be had: the same
+        for (const int end : mPipe)
+            ::close(end);
+        return;
+    }
     wakeDescriptor = mPipe[1];
     set(handle);
 }
