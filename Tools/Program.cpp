@@ -95,10 +95,11 @@ int runCommand(const Options &options) {
     const auto session = makeSession(options, user, inputs.password);
     session->setDelegate(&delegate);
     session->addObserver(clock);
-    const auto interruption = std::make_shared<Interruption>(session);
+    auto interruption = std::make_shared<Interruption>(session);
     session->addObserver(interruption);
     const auto command = makeCommand(options, inputs);
     const Outcome outcome = {*command, runSession(*session, command)};
+    interruption.reset(); // whoever reads the output may never come to it: signals end that wait
     const int status = options.asJson ? reportAsJson(outcome, clock->timings())
                                       : reportPlainly(outcome, options.isRaw);
     Interruption::takeEffect();
