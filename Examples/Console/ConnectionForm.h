@@ -28,7 +28,7 @@ class ConnectionForm final : public QGroupBox {
 
   Q_SIGNALS:
     void connectRequested();
-    void disconnectRequested(); // again while closing: the button says "Let go" then
+    void disconnectRequested();
 
   private:
     void request();
