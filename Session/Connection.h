@@ -68,6 +68,8 @@ class Connection {
 
     // Whether the `start` that makes it has not returned yet. Guarded by the engine's mutex.
     bool isStarting = true;
+    // Commands that run on it or wait for their turn; guarded in the same way.
+    int commandsUnderWay = 0;
 
     // Takes over what socket(2) has answered. 0 means none; a failed call leaves -1.
     void adoptSocket(int descriptor) noexcept;

@@ -144,8 +144,9 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     virtual bool start(SSHErrorRef *error) noexcept;
 
     // Disconnects and releases everything the connection held. Any state, any number of times. A
-    // `start` that is under way ends at once, wherever it waits, and fails; only one that shows a
-    // question returns when that has been answered. A running command is waited for.
+    // `start` that is under way ends at once, wherever it waits, and fails; a question that it
+    // shows is taken down, or waited for where its presenter cannot. A running command is waited
+    // for.
     virtual void stop() noexcept;
 
     // Ends what the session is doing, without waiting for it. A `start` that is under way and every

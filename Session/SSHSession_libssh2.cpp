@@ -152,7 +152,7 @@ SSHSession_libssh2::ConnectionRef SSHSession_libssh2::shutDownUnlessEstablished(
 // Whoever uses the connection tears it down.
 void SSHSession_libssh2::cancel() noexcept {
     const MutexLock lock(mMutex);
-    if (mConnection && (mConnection->isStarting || mCommandsUnderWay > 0))
+    if (mConnection && (mConnection->isStarting || mConnection->commandsUnderWay > 0))
         mConnection->shutDown(Ending::Cancelled);
 }
 
@@ -163,17 +163,17 @@ bool SSHSession_libssh2::execute(const std::shared_ptr<SSHCommand> &command,
     const std::shared_ptr<SSHCommand> held = command;
     SSHErrorRef failure;
     bool succeeded = false;
-    beginCommand();
+    ConnectionRef used = countCommand(nullptr);
     willBeginStage(SSHSessionStage::Execute);
-    ConnectionRef used = connection();
+    used = countCommand(used); // an observer may have put another one in its place
     if (used && !used->isEstablished()) {
         // A `start` is under way, which is left alone.
-        endCommand();
+        endCommand(used);
         failure = SSHEngine::notConnectedError();
     } else {
         mSessionQueue.sync([&] {
             succeeded = used && holds(*used) && _execute(*used, held, &failure);
-            endCommand();
+            endCommand(used);
             const bool isShutDown = used && used->isShutDown();
             if (!succeeded && isShutDown)
                 failure = SSHEngine::endedCommandError(*used);
@@ -190,14 +190,19 @@ bool SSHSession_libssh2::execute(const std::shared_ptr<SSHCommand> &command,
     return succeeded;
 }
 
-void SSHSession_libssh2::beginCommand() {
+SSHSession_libssh2::ConnectionRef SSHSession_libssh2::countCommand(const ConnectionRef &before) {
     const MutexLock lock(mMutex);
-    ++mCommandsUnderWay;
+    if (before)
+        --before->commandsUnderWay;
+    if (mConnection)
+        ++mConnection->commandsUnderWay;
+    return mConnection;
 }
 
-void SSHSession_libssh2::endCommand() {
+void SSHSession_libssh2::endCommand(const ConnectionRef &used) {
     const MutexLock lock(mMutex);
-    --mCommandsUnderWay;
+    if (used)
+        --used->commandsUnderWay;
 }
 
 void SSHSession_libssh2::keepAlive() {

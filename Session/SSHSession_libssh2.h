@@ -120,13 +120,14 @@ class SSHSession_libssh2 : public SSHSession {
     mutable SSHPlatform::Mutex mMutex;
     ConnectionRef mConnection SSHSESSION_GUARDED_BY(mMutex);
     std::shared_ptr<SSHPlatform::RepeatingTimer> mKeepAliveTimer SSHSESSION_GUARDED_BY(mMutex);
-    int mCommandsUnderWay SSHSESSION_GUARDED_BY(mMutex) = 0; // that run or wait for their turn
     std::atomic<bool> mIsConnected = false;
 
   private:
     bool runStages(Connection &connection, SSHErrorRef *error);
     bool becomeConnected(const ConnectionRef &connection);
     ConnectionRef shutDownUnlessEstablished();
-    void beginCommand();
-    void endCommand();
+    // Counts a command on the connection that the engine holds, and no more on `before`. Either may
+    // be null.
+    ConnectionRef countCommand(const ConnectionRef &before);
+    void endCommand(const ConnectionRef &used);
 };

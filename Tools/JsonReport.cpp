@@ -5,7 +5,6 @@
 
 #include <SSHSession/Base64.h>
 
-#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 #include <utf8.h>
 
@@ -56,27 +55,6 @@ Json asJson(const StageClock::Timings &timings) {
     return object;
 }
 
-// The library escapes the control characters that JSON demands, and leaves the others that a
-// terminal obeys: U+007F, and U+0080 to U+009F. All of them stand inside texts.
-std::string withoutControls(const std::string &json) {
-    std::string text;
-    for (std::size_t i = 0; i < json.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(json[i]);
-        const auto next = static_cast<unsigned char>(i + 1 < json.size() ? json[i + 1] : '\0');
-        constexpr unsigned char del = 0x7F;
-        constexpr unsigned char leadOfC1 = 0xC2;
-        if (byte == del) {
-            text += "\\u007f";
-        } else if (byte == leadOfC1 && next < 0xA0) {
-            text += fmt::format("\\u{:04x}", next);
-            ++i;
-        } else {
-            text += json[i];
-        }
-    }
-    return text;
-}
-
 } // namespace
 
 int reportAsJson(const Outcome &outcome, const StageClock::Timings &timings) {
@@ -88,7 +66,7 @@ int reportAsJson(const Outcome &outcome, const StageClock::Timings &timings) {
     else
         addEnd(object, outcome.command);
     object["timings"] = asJson(timings);
-    writeOutput(withoutControls(object.dump(-1, ' ', false, Json::error_handler_t::replace)) +
-                "\n");
+    // In ASCII: a terminal obeys control characters beyond it, and others turn its lines about.
+    writeOutput(object.dump(-1, ' ', true, Json::error_handler_t::replace) + "\n");
     return outcome.error ? failedStatus : exitStatusOf(outcome.command);
 }
