@@ -1,4 +1,3 @@
-#include "Commands/InputQueue.h"
 #include "Tests/Support/Relay.h"
 #include "Tests/Support/SessionTest.h"
 #include "Tests/Support/Wrapped.h"
@@ -48,15 +47,4 @@ TEST_F(CommandTest, OnALinkThatTakesAPacketOnlyInPieces) {
             << text;
         session->keepAlive();
     }
-}
-
-TEST_F(CommandTest, AFailureToWriteGoesByTheNameOfAnotherFunction) {
-    const auto session = makeSession(1);
-    SSHEngine::InputQueue input;
-    input.append(nullptr, "x");
-    bool more = true;
-    EXPECT_FALSE(
-        session->_writeToChannel(*session->beginConnection(), nullptr, input, &more, &error));
-    EXPECT_THAT(summary(error),
-                testing::HasSubstr("An error occurred in libssh2_channel_read_stderr. (-39)"));
 }
