@@ -10,7 +10,6 @@
 #include <sched.h>
 
 #include <future>
-#include <iostream>
 
 using namespace std::chrono_literals;
 namespace fs = std::filesystem;
@@ -28,9 +27,9 @@ class VanishedServerTest : public SessionTest {
         require({"ip", "link", "set", "lo", "up"});
         require({"ip", "link", "add", "client", "type", "veth", "peer", "name", "server"});
         setUpLink("server", "192.0.2.2/24");
-        sshd = std::make_unique<Sshd>(Lines{"ecdsa"}, "ListenAddress 192.0.2.2\n");
-        sshd->authorize(key());
-        know(sshd->hostKey(), "192.0.2.2");
+        mServer = std::make_unique<Sshd>(Lines{"ecdsa"}, "ListenAddress 192.0.2.2\n");
+        mServer->authorize(key());
+        know(mServer->hostKey(), "192.0.2.2");
         mServersNetwork = ::open("/proc/thread-self/ns/net", O_RDONLY | O_CLOEXEC);
         ASSERT_EQ(::unshare(CLONE_NEWNET), 0);
         atServer({"link", "set", "client", "netns", std::to_string(::getpid())});
@@ -41,8 +40,6 @@ class VanishedServerTest : public SessionTest {
         if (mServersNetwork >= 0)
             ::close(mServersNetwork);
         SessionTest::TearDown();
-        if (HasFailure() && sshd)
-            std::cerr << "--- sshd's log:\n" << sshd->log();
     }
 
     void atServer(Lines words) const {
@@ -53,13 +50,11 @@ class VanishedServerTest : public SessionTest {
     }
 
     std::shared_ptr<TestSession> connectedOverLink() {
-        auto session = std::make_shared<TestSession>("192.0.2.2", sshd->port(), currentUser(),
+        auto session = std::make_shared<TestSession>("192.0.2.2", mServer->port(), currentUser(),
                                                      SSHPlatform::Secret::none(), key());
         EXPECT_TRUE(session->start(&error)) << summary(error);
         return session;
     }
-
-    std::unique_ptr<Sshd> sshd;
 
   private:
     static void setUpLink(const std::string &name, const std::string &address) {

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <iostream>
 
 namespace fs = std::filesystem;
 
@@ -21,18 +20,16 @@ class RealSudoTest : public SessionTest {
         const Lines add = {"useradd", "-M", "-d", "/", "-s", "/bin/sh", name};
         ASSERT_TRUE(eventually([&] { return runProcess(add).status == 0; }));
         require({"chpasswd"}, name + ":" + password + "\n");
-        sshd = std::make_unique<Sshd>(Lines{"ecdsa"}, "AuthorizedKeysCommandUser root\n"
-                                                      "AuthorizedKeysCommand /usr/bin/cat " +
-                                                          key() + ".pub\n");
-        know(sshd->hostKey());
+        mServer = std::make_unique<Sshd>(Lines{"ecdsa"}, "AuthorizedKeysCommandUser root\n"
+                                                         "AuthorizedKeysCommand /usr/bin/cat " +
+                                                             key() + ".pub\n");
+        know(mServer->hostKey());
     }
 
     void TearDown() override {
         SessionTest::TearDown();
         if (IsSkipped())
             return;
-        if (HasFailure() && sshd)
-            std::cerr << "--- sshd's log:\n" << sshd->log();
         // Not while the last of the user's processes is going away.
         EXPECT_TRUE(eventually([&] { return runProcess({"userdel", name}).status == 0; }));
         for (const std::string &file : {rules, "/run/sudo/ts/" + name})
@@ -49,13 +46,12 @@ class RealSudoTest : public SessionTest {
     const std::string name = "sshs" + std::to_string(::getpid());
     const std::string password = "p\u00e4\u20ac \"'$HOME`id`\\";
     const std::string rules = "/etc/sudoers.d/" + name;
-    std::unique_ptr<Sshd> sshd;
 };
 
 } // namespace
 
 TEST_F(RealSudoTest, Commands) {
-    auto session = makeSession(sshd->port(), std::nullopt, key(), name);
+    auto session = makeSession(mServer->port(), std::nullopt, key(), name);
     ASSERT_TRUE(session->start(&error)) << summary(error);
     allow("(ALL) NOPASSWD: ALL");
     EXPECT_EQ(resultOf(*session, "id -u; cat", password, "input"), "0 (null) | 0\ninput | ");

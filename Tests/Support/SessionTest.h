@@ -48,9 +48,9 @@ class SessionTest : public testing::Test {
     const std::shared_ptr<FakePresenter> user = std::make_shared<FakePresenter>();
     Lines log;
     SSHErrorRef error;
+    std::unique_ptr<Sshd> mServer; // `server`, or another one whose log is to be seen
 
   private:
-    std::unique_ptr<Sshd> mServer;
     std::string mKey;
     std::vector<std::weak_ptr<TestSession>> mSessions;
     std::size_t mDescriptors;
