@@ -8,7 +8,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <tuple>
@@ -76,17 +75,12 @@ auto pass(const char *name, Function *real, First first, Rest... rest) {
     }
 }
 
-// The allocator that a session was given, or the usual one, and one that fails by itself.
+// The allocator that a session was given; the one that fails by itself stands before it.
 struct Allocator {
-    LIBSSH2_ALLOC_FUNC((*allocate)) = [](std::size_t size, void ** /*abstract*/) {
-        return std::malloc(size);
-    };
-    LIBSSH2_FREE_FUNC((*release)) = [](void *memory, void ** /*abstract*/) { std::free(memory); };
-    LIBSSH2_REALLOC_FUNC((*reallocate)) = [](void *memory, std::size_t size, void ** /*abstract*/) {
-        return std::realloc(memory, size);
-    };
-};
-Allocator given;
+    LIBSSH2_ALLOC_FUNC((*allocate));
+    LIBSSH2_FREE_FUNC((*release));
+    LIBSSH2_REALLOC_FUNC((*reallocate));
+} given;
 
 bool mayAllocate() {
     return wrapped().allocations++ != wrapped().goodAllocations;
@@ -180,11 +174,9 @@ WITH_A_HOOK(4, libssh2_session_init_ex) {
         errno = ENOMEM;
         return nullptr;
     }
-    if (!wrapped().goodAllocations)
+    if (!wrapped().goodAllocations || !a)
         return __real_libssh2_session_init_ex(a, b, c, d);
-    given = Allocator();
-    if (a)
-        given = {a, b, c};
+    given = {a, b, c};
     return __real_libssh2_session_init_ex(allocate, release, reallocate, d);
 }
 
