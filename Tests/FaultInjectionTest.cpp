@@ -147,7 +147,7 @@ const std::map<std::string, std::string> sayings = {
     {"libssh2_channel_open_ex", "in libssh2_channel_open_session. ({0}) | {1} injected | {1} inj"},
     {"libssh2_channel_open_ex -9", "{0} | Dravella lost the connection to the SSH server "},
     {"libssh2_channel_process_startup",
-     "{0} | An error occurred in libssh2_channel_exec. ({0}) | {1} inj"},
+     "{0} | An error occurred in libssh2_channel_exec. ({0}) | {1} | {1}"},
     {"libssh2_channel_read_ex", "{0} | An error occurred in libssh2_channel_read"},
     {"libssh2_channel_write_ex", "{0} | An error occurred in libssh2_channel_read_stderr. ({0})"},
 };

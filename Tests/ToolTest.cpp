@@ -232,7 +232,7 @@ TEST_F(ToolTest, LeavesNoCoreWhileItHoldsAPassword) {
     const auto abort = [&](const std::string &command) {
         return runProcess({"sh", "-c",
                            "cd " + directory.path() + R"(; ulimit -c unlimited
-            (until [ -e ready ]; do sleep 0.01; done; kill -ABRT $(cat id)) &
+            (until [ -e ready ] && [ -s id ]; do sleep 0.01; done; kill -ABRT $(cat id)) &
             LC_ALL=C sh -c 'echo $$ >id; exec "$@"' sh )" +
                                command + "; exit"})
             .errorOutput;
