@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -256,4 +257,25 @@ TEST_F(AgentTest, AnAgentThatGoesAwayIsAnError) {
     EXPECT_THAT(stage(), HasSubstr("-42 | An error occurred in libssh2_agent_connect. (-42) | "
                                    "Error -42. failed connecting with agent"));
     EXPECT_EQ(wrapped().badCloses, 0) << "a descriptor was closed that others may have opened";
+}
+
+TEST_F(AgentTest, AThousandSignalsASecondDisturbNothing) {
+    const SshAgent agent({key()});
+    server();
+    const auto other = sessionAs("password", "sesame");
+    struct sigaction ignored {};
+    ignored.sa_handler = [](int) {}; // without SA_RESTART
+    ::sigaction(SIGALRM, &ignored, nullptr);
+    ::ualarm(1000, 1000);
+    for (int round = 0; round < 3; ++round) {
+        const auto session = makeSession(server().port());
+        EXPECT_TRUE(session->start(&error) && session->connection()->agent()) << summary(error);
+        EXPECT_EQ(resultOf(*session, "echo out"), "0 (null) | out\n | ");
+        session->stop();
+        EXPECT_TRUE(other->start(&error)) << summary(error);
+        EXPECT_EQ(resultOf(*other, "prompt; read; wait 0.1; success; out x; eof; close", "admin"),
+                  "0 (null) | x | ");
+        other->stop();
+    }
+    ::ualarm(0, 0);
 }

@@ -51,8 +51,8 @@ TEST_F(ToolTest, HandsThroughOutputAndStatus) {
     check(
         {"--json", "127.0.0.1", R"(printf 'a\377bc'; printf '\303\274\177\302\233' >&2; kill $$)"},
         143,
-        "{\"stdout\":\"a\uFFFDbc\",\"stdoutBase64\":\"Yf9iYw==\","
-        "\"stderr\":\"\u00fc\\u007f\\u009b\","
+        "{\"stdout\":\"a\\ufffdbc\",\"stdoutBase64\":\"Yf9iYw==\","
+        "\"stderr\":\"\\u00fc\\u007f\\u009b\","
         "\"exitStatus\":0,\"exitSignal\":\"TERM\",\"timings\":{\"connect\":,\"handshake\":,"
         "\"hostKey\":,\"agent\":,\"authenticate\":,\"execute\":}}\n");
 }
