@@ -104,7 +104,8 @@ std::string packet(std::string_view message) {
 
 std::shared_ptr<PlayedSession> PlayedSession::make() {
     playedUser().shown.clear();
-    return std::make_shared<PlayedSession>("server", 22, "ada", "secret", std::nullopt);
+    return std::make_shared<PlayedSession>("server", 22, "ada", SSHPlatform::Secret::of("secret"),
+                                           std::nullopt);
 }
 
 PlayedSession::ConnectionRef PlayedSession::connectedTo(int descriptor) {
