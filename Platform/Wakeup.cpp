@@ -6,23 +6,19 @@
 
 namespace SSHPlatform {
 
-Wakeup::Wakeup() noexcept {
-    const auto [reader, writer] = openPipe();
-    mReader = reader;
-    mWriter = writer;
-}
+Wakeup::Wakeup() noexcept : mEnds(openPipe()) {}
 
 Wakeup::~Wakeup() {
-    if (mReader < 0)
+    if (mEnds[0] < 0)
         return;
-    ::close(mReader);
-    ::close(mWriter);
+    for (const int end : mEnds)
+        ::close(end);
 }
 
 void Wakeup::signal() const noexcept {
     const char anything = 0;
     // A full pipe says the same already.
-    static_cast<void>(!::write(mWriter, &anything, 1));
+    static_cast<void>(!::write(mEnds[1], &anything, 1));
 }
 
 } // namespace SSHPlatform

@@ -1,6 +1,8 @@
 // Ends the waits of other threads, now and from now on.
 #pragma once
 
+#include <array>
+
 namespace SSHPlatform {
 
 class Wakeup {
@@ -15,11 +17,10 @@ class Wakeup {
 
     // To be waited for beside another one, never to be read. -1 when the process is out of
     // descriptors: then nothing wakes the wait.
-    int descriptor() const noexcept { return mReader; }
+    int descriptor() const noexcept { return mEnds[0]; }
 
   private:
-    int mReader = -1;
-    int mWriter = -1;
+    const std::array<int, 2> mEnds;
 };
 
 } // namespace SSHPlatform

@@ -36,7 +36,7 @@ class Relay {
     void retarget(unsigned short target) { mTarget = target; } // where later connections lead
     void cut() { mIsCut = true; } // carries nothing any more and closes nothing, for good
     void reset();                 // resets the open connections at both ends
-    std::size_t carried(bool toServer) const { return mCarried[toServer ? 1 : 0]; }
+    std::size_t carried(bool toServer) const { return toServer ? mCarried[1] : mCarried[0]; }
     bool hasEnded() const { return mHasEnded; } // as the settings say
 
   private:
