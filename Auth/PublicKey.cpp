@@ -40,8 +40,8 @@ const char *textOrNull(const std::optional<std::string> &text) {
     return text ? text->c_str() : nullptr;
 }
 
-// OpenSSL leaves a pass phrase on its part of the stack (in ui_read, on the way from the library's
-// callback), which nothing may overwrite for a long time. The sanitizer would put this elsewhere.
+// Reading an encrypted PEM file leaves its pass phrase in stack memory that is not in use any more
+// and that nothing may overwrite for a long time. The sanitizer would put this elsewhere.
 [[gnu::noinline, gnu::no_sanitize_address]] void wipeDeadStack() {
     std::array<char, 16384> dead; // NOLINT(*-member-init): its content is what is to be wiped
     SSHPlatform::wipe(dead.data(), dead.size());
