@@ -57,7 +57,7 @@ bool SSHSession_libssh2::_readFromChannel(Connection &connection, LIBSSH2_CHANNE
 
 // Answers that there may be more to write even when this call took the last byte; only the next one
 // says no. While the socket has no room for what was written before, nothing is added to that.
-bool SSHSession_libssh2::_writeToChannel(const Connection &connection, LIBSSH2_CHANNEL *channel,
+bool SSHSession_libssh2::_writeToChannel(Connection &connection, LIBSSH2_CHANNEL *channel,
                                          SSHEngine::InputQueue &input, bool *keepWriting,
                                          SSHErrorRef *error) {
     if (input.empty()) {
@@ -69,6 +69,7 @@ bool SSHSession_libssh2::_writeToChannel(const Connection &connection, LIBSSH2_C
            (result = libssh2_channel_write_ex(channel, 0, input.front().data(),
                                               input.front().size())) > 0) {
         input.removeFromFront(static_cast<std::size_t>(result));
+        connection.noteProgress();
         result = LIBSSH2_ERROR_EAGAIN;
     }
     if (result == 0 || result == LIBSSH2_ERROR_EAGAIN) {
@@ -88,12 +89,7 @@ bool ChannelPump::step(SSHErrorRef *error) {
     keepWriting = false;
     if ((std::exchange(mMayWait, true) && !wait(error)) || !read(error))
         return false;
-    const char *const before = input.front().data();
-    const bool succeeded =
-        SSHSession_libssh2::_writeToChannel(mConnection, mChannel, input, &keepWriting, error);
-    if (input.front().data() != before)
-        mConnection.noteProgress();
-    return succeeded;
+    return SSHSession_libssh2::_writeToChannel(mConnection, mChannel, input, &keepWriting, error);
 }
 
 bool ChannelPump::wait(SSHErrorRef *error) {

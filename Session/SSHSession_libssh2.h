@@ -83,7 +83,7 @@ class SSHSession_libssh2 : public SSHSession {
     static bool _readFromChannel(Connection &connection, LIBSSH2_CHANNEL *channel,
                                  SSHPlatform::ByteBuffer &data, bool isStderr, bool *keepReading,
                                  SSHErrorRef *error);
-    static bool _writeToChannel(const Connection &connection, LIBSSH2_CHANNEL *channel,
+    static bool _writeToChannel(Connection &connection, LIBSSH2_CHANNEL *channel,
                                 SSHEngine::InputQueue &input, bool *keepWriting,
                                 SSHErrorRef *error);
 
