@@ -27,12 +27,15 @@ void SSHSessionObserver::willBeginStage(SSHSession & /*session*/,
                                         SSHSessionStage /*stage*/) noexcept {}
 void SSHSessionObserver::didEndStage(SSHSession & /*session*/, SSHSessionStage /*stage*/,
                                      bool /*succeeded*/) noexcept {}
+void SSHSessionObserver::didReceiveBanner(SSHSession & /*session*/,
+                                          const std::string & /*banner*/) noexcept {}
 
 SSHSession::SSHSession(std::optional<std::string> host, std::uint16_t port,
                        std::optional<std::string> user, SSHPlatform::Secret password,
-                       std::optional<std::string> keyFilePath) noexcept
+                       std::optional<std::string> keyFilePath,
+                       const SSHSessionOptions &options) noexcept
     : mHost(std::move(host)), mUser(std::move(user)), mPassword(std::move(password)),
-      mKeyFilePath(std::move(keyFilePath)), mPort(port) {}
+      mKeyFilePath(std::move(keyFilePath)), mPort(port), mOptions(options) {}
 
 SSHSession::SSHSession(std::optional<std::string> host, std::uint16_t port,
                        std::optional<std::string> user, std::optional<std::string> password,
@@ -116,4 +119,9 @@ void SSHSession::willBeginStage(SSHSessionStage stage) noexcept {
 void SSHSession::didEndStage(SSHSessionStage stage, bool succeeded) noexcept {
     for (const auto &observer : observers())
         observer->didEndStage(*this, stage, succeeded);
+}
+
+void SSHSession::didReceiveBanner(const std::string &banner) noexcept {
+    for (const auto &observer : observers())
+        observer->didReceiveBanner(*this, banner);
 }

@@ -48,6 +48,7 @@
 #include <SSHSession/SSHError.h>
 #include <SSHSession/SSHEscapeString.h>
 #include <SSHSession/SSHSessionExport.h>
+#include <SSHSession/SSHSessionOptions.h>
 #include <SSHSession/Secret.h>
 
 #include <cstdint>
@@ -109,6 +110,11 @@ class SSHSESSION_EXPORT SSHSessionObserver {
     // queue.
     virtual void willBeginStage(SSHSession &session, SSHSessionStage stage) noexcept;
     virtual void didEndStage(SSHSession &session, SSHSessionStage stage, bool succeeded) noexcept;
+
+    // The server has a text for the user, at log-in (RFC 4252, section 5.4). UTF-8; it may hold
+    // anything: show it with SSHPlatform::printableText, as the server's words. On the caller's
+    // thread of `start`. Only for sessions whose options ask for it (tellsBanners).
+    virtual void didReceiveBanner(SSHSession &session, const std::string &banner) noexcept;
 };
 
 class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSession> {
@@ -120,11 +126,19 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     sessionWithHost(std::optional<std::string> host, std::uint16_t port,
                     std::optional<std::string> user, std::optional<std::string> password,
                     std::optional<std::string> keyFilePath) noexcept;
+    // The same, for a session that does otherwise than by default.
+    static std::shared_ptr<SSHSession> sessionWithHost(std::optional<std::string> host,
+                                                       std::uint16_t port,
+                                                       std::optional<std::string> user,
+                                                       std::optional<std::string> password,
+                                                       std::optional<std::string> keyFilePath,
+                                                       const SSHSessionOptions &options) noexcept;
     // The same, for a password that the caller keeps as a secret too.
     static std::shared_ptr<SSHSession>
     sessionWithHost(std::optional<std::string> host, std::uint16_t port,
                     std::optional<std::string> user, SSHPlatform::Secret password,
-                    std::optional<std::string> keyFilePath) noexcept;
+                    std::optional<std::string> keyFilePath,
+                    const SSHSessionOptions &options = {}) noexcept;
 
     // An abstract session that only carries its parameters: `start`, `stop` and `execute` end the
     // process. Use `sessionWithHost`.
@@ -132,7 +146,8 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
                std::optional<std::string> password,
                std::optional<std::string> keyFilePath) noexcept;
     SSHSession(std::optional<std::string> host, std::uint16_t port, std::optional<std::string> user,
-               SSHPlatform::Secret password, std::optional<std::string> keyFilePath) noexcept;
+               SSHPlatform::Secret password, std::optional<std::string> keyFilePath,
+               const SSHSessionOptions &options = {}) noexcept;
     SSHSession(const SSHSession &) = delete;
     SSHSession &operator=(const SSHSession &) = delete;
     virtual ~SSHSession();
@@ -199,6 +214,7 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     const std::optional<std::string> &password() const noexcept { return mPassword.text(); }
     const std::optional<std::string> &keyFilePath() const noexcept { return mKeyFilePath; }
     std::uint16_t port() const noexcept { return mPort; }
+    const SSHSessionOptions &options() const noexcept { return mOptions; }
 
   protected:
     // Tells every observer; call with no lock held.
@@ -206,6 +222,7 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     void didChangeValueForKey(const std::string &key) noexcept;
     void willBeginStage(SSHSessionStage stage) noexcept;
     void didEndStage(SSHSessionStage stage, bool succeeded) noexcept;
+    void didReceiveBanner(const std::string &banner) noexcept;
     // Tells the delegate, if there is one.
     void didDisconnect(const SSHErrorRef &error) noexcept;
 
@@ -220,6 +237,7 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     SSHPlatform::Secret mPassword;
     std::optional<std::string> mKeyFilePath;
     std::uint16_t mPort;
+    SSHSessionOptions mOptions;
 
     mutable SSHPlatform::Mutex mObserversMutex;
     std::vector<std::weak_ptr<SSHSessionObserver>>

@@ -39,24 +39,39 @@ std::shared_ptr<SSHSession>
 SSHSession::sessionWithHost(std::optional<std::string> host, std::uint16_t port,
                             std::optional<std::string> user, std::optional<std::string> password,
                             std::optional<std::string> keyFilePath) noexcept {
-    return sessionWithHost(std::move(host), port, std::move(user),
-                           SSHPlatform::Secret::takenFrom(password), std::move(keyFilePath));
+    return sessionWithHost(std::move(host), port, std::move(user), std::move(password),
+                           std::move(keyFilePath), SSHSessionOptions());
 }
 
-std::shared_ptr<SSHSession>
-SSHSession::sessionWithHost(std::optional<std::string> host, std::uint16_t port,
-                            std::optional<std::string> user, SSHPlatform::Secret password,
-                            std::optional<std::string> keyFilePath) noexcept {
+std::shared_ptr<SSHSession> SSHSession::sessionWithHost(std::optional<std::string> host,
+                                                        std::uint16_t port,
+                                                        std::optional<std::string> user,
+                                                        std::optional<std::string> password,
+                                                        std::optional<std::string> keyFilePath,
+                                                        const SSHSessionOptions &options) noexcept {
+    return sessionWithHost(std::move(host), port, std::move(user),
+                           SSHPlatform::Secret::takenFrom(password), std::move(keyFilePath),
+                           options);
+}
+
+std::shared_ptr<SSHSession> SSHSession::sessionWithHost(std::optional<std::string> host,
+                                                        std::uint16_t port,
+                                                        std::optional<std::string> user,
+                                                        SSHPlatform::Secret password,
+                                                        std::optional<std::string> keyFilePath,
+                                                        const SSHSessionOptions &options) noexcept {
     return std::make_shared<SSHSession_libssh2>(std::move(host), port, std::move(user),
-                                                std::move(password), std::move(keyFilePath));
+                                                std::move(password), std::move(keyFilePath),
+                                                options);
 }
 
 SSHSession_libssh2::SSHSession_libssh2(std::optional<std::string> host, std::uint16_t port,
                                        std::optional<std::string> user,
                                        SSHPlatform::Secret password,
-                                       std::optional<std::string> keyFilePath) noexcept
+                                       std::optional<std::string> keyFilePath,
+                                       const SSHSessionOptions &options) noexcept
     : SSHSession(std::move(host), port, std::move(user), std::move(password),
-                 expanded(std::move(keyFilePath))),
+                 expanded(std::move(keyFilePath)), options),
       mSessionQueue("com.dravella.SSHSession") {
     setUpLibraryOnce();
 }

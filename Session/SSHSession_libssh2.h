@@ -44,7 +44,8 @@ class SSHSession_libssh2 : public SSHSession {
 
     SSHSession_libssh2(std::optional<std::string> host, std::uint16_t port,
                        std::optional<std::string> user, SSHPlatform::Secret password,
-                       std::optional<std::string> keyFilePath) noexcept;
+                       std::optional<std::string> keyFilePath,
+                       const SSHSessionOptions &options = {}) noexcept;
 
     // Waits for the session queue to drain; does not disconnect.
     ~SSHSession_libssh2() override;

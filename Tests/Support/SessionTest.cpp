@@ -46,7 +46,7 @@ std::shared_ptr<TestSession> SessionTest::makeSession(unsigned short port,
                                                       std::optional<std::string> key,
                                                       const std::string &name) {
     auto session = std::make_shared<TestSession>(
-        "127.0.0.1", port, name, SSHPlatform::Secret::takenFrom(password), std::move(key));
+        "127.0.0.1", port, name, SSHPlatform::Secret::takenFrom(password), std::move(key), options);
     mSessions.push_back(session);
     return session;
 }

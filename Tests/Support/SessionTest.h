@@ -45,6 +45,7 @@ class SessionTest : public testing::Test {
     void know(const std::string &hostKey, const std::string &name = "127.0.0.1");
 
     TemporaryHome home;
+    SSHSessionOptions options; // of the sessions that are made from here on
     const std::shared_ptr<FakePresenter> user = std::make_shared<FakePresenter>();
     Lines log;
     SSHErrorRef error;
