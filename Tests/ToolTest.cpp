@@ -44,7 +44,9 @@ class ToolTest : public testing::Test {
 TEST_F(ToolTest, HandsThroughOutputAndStatus) {
     check({"--stdin", "-", "127.0.0.1", R"(cat; printf '\376' >&2; exit 3)"}, 3, "\0\r\n\xff x"s,
           "\xfe", "\0\r\n\xff x"s);
-    check({"--", "127.0.0.1", "--", "echo", "b c", "-v", "--", "$((1+1))"}, 0, "b c -v -- 2\n");
+    const std::string address = "[127.0.0.1]:" + std::exchange(port, "1");
+    check({"--", address, "--", "echo", "b c", "-v", "--", "$((1+1))"}, 0, "b c -v -- 2\n");
+    port = std::to_string(server.port());
     check({"127.0.0.1", "echo out; kill -TRAP $$"}, 255, "out\n",
           "sshsession: The command was ended by the signal \"SIG@openssh.com\", which has no "
           "number on this system.\n");
@@ -59,11 +61,17 @@ TEST_F(ToolTest, HandsThroughOutputAndStatus) {
 
 TEST_F(ToolTest, RefusesInOneLineWhatItCannotUse) {
     const std::string help = " See \"sshsession --help\".";
+    const std::string form = " is not of the form [USER@]HOST or [USER@][HOST]:PORT." + help;
     for (const auto &[words, line] : std::vector<std::pair<Lines, std::string>>{
              {{}, "There is no host to connect to." + help},
              {{"--", "host"}, "There is no command to run on host." + help},
              {{"--bogus", "host", "ls"}, "There is no option \"--bogus\"." + help},
-             {{"@host", "true"}, "\"@host\" is not of the form [USER@]HOST." + help},
+             {{"@host", "true"}, "\"@host\"" + form},
+             {{"a@[::1", "true"}, "\"a@[::1\"" + form},
+             {{"[::1]:65536", "true"}, "\"[::1]:65536\"" + form},
+             {{"[]:22", "true"}, "\"[]:22\"" + form},
+             {{"--timeout", "0", "host", "ls"},
+              "--timeout: Value 0 not in range 1 to 1000000." + help},
              {{"--stdin", "-", "--admin-password-from", "-", "host", "ls"},
               "Only one option can read standard input (\"-\")." + help},
              {{"--stdin", "\x9b", "host", "ls"},

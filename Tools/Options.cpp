@@ -6,8 +6,11 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <iterator>
 #include <memory>
+#include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace {
@@ -26,8 +29,11 @@ session failed or the command line made no sense.
 Examples:
   sshsession db.example.com uptime
   sshsession -p 2222 --password-from prompt ada@db.example.com 'ls /var/log'
+  sshsession 'ada@[2001:db8::7]:2222' uptime
   sshsession --stdin dump.sql ada@db.example.com psql shop
   sshsession --admin-password-from prompt ada@db.example.com systemctl restart postgresql)";
+
+constexpr int longestTimeout = 1'000'000; // seconds
 
 class HelpFormatter final : public CLI::Formatter {
   public:
@@ -59,9 +65,24 @@ void declareOptions(CLI::App &app, Options &options) {
         ->group("Connection");
     app.add_option("--password-from", options.passwordFrom, "Where the user's password comes from")
         ->group("Connection");
+    const auto declareTimeout = [&](const char *name, std::optional<int> &value, const char *text,
+                                    const char *group) {
+        app.add_option(name, value, text)
+            ->check(CLI::Range(1, longestTimeout).description(""))
+            ->type_name("SECONDS")
+            ->group(group);
+    };
+    declareTimeout("--connect-timeout", options.connectTimeout,
+                   "How long to try to connect, 15 s by default", "Connection");
+    app.add_flag("--classic", options.isClassic,
+                 "Do what sessions without options do: IPv4 only, RSA and\n"
+                 "DSA keys, one factor, a keepalive before the log-in")
+        ->group("Connection");
     app.add_option("--admin-password-from", options.adminPasswordFrom,
                    "Run the command as root through sudo, with this password")
         ->group("Command");
+    declareTimeout("--timeout", options.timeout,
+                   "How long the command may run; without this option, for ever", "Command");
     app.add_option("--stdin", options.standardInputFrom,
                    "What the command reads on its standard input; without\n"
                    "this option no end-of-file is sent, and it may wait for ever")
@@ -90,14 +111,35 @@ void requireAtMostOneDash(const Options &options) {
         refuse("Only one option can read standard input (\"-\").");
 }
 
+// Answers whether `text` is a colon and a port.
+bool setPort(std::string_view text, Options &options) {
+    const char *const end = text.data() + text.size();
+    const auto [next, failure] = std::from_chars(text.data() + 1, end, options.port);
+    return text.starts_with(':') && failure == std::errc() && next == end && options.port != 0;
+}
+
+// "[HOST]" and "[HOST]:PORT", as addresses with colons are written where a port can follow (RFC
+// 3986, section 3.2.2). Anything else is a host as it stands. Answers whether it makes sense.
+bool setHost(const std::string &text, Options &options) {
+    options.host = text;
+    if (!text.starts_with('['))
+        return !text.empty();
+    const std::size_t end = text.find(']');
+    if (end == std::string::npos)
+        return false;
+    options.host = text.substr(1, end - 1);
+    const std::string_view rest = std::string_view(text).substr(end + 1);
+    return !options.host.empty() && (rest.empty() || setPort(rest, options));
+}
+
 // As ssh(1) does, the last "@" is the one that counts: a user's name may hold others.
 void setDestination(const std::string &destination, Options &options) {
     const std::size_t at = destination.rfind('@');
     if (at != std::string::npos)
         options.user = destination.substr(0, at);
-    options.host = at == std::string::npos ? destination : destination.substr(at + 1);
-    if (options.host.empty() || (options.user && options.user->empty()))
-        refuse("\"" + destination + "\" is not of the form [USER@]HOST.");
+    if (!setHost(destination.substr(at == std::string::npos ? 0 : at + 1), options) ||
+        (options.user && options.user->empty()))
+        refuse("\"" + destination + "\" is not of the form [USER@]HOST or [USER@][HOST]:PORT.");
 }
 
 std::string joined(std::vector<std::string>::const_iterator begin,

@@ -15,6 +15,9 @@ struct Options {
     std::optional<std::string> passwordFrom; // these three: a file's name, "-" or, for a password,
     std::optional<std::string> adminPasswordFrom; // "prompt"
     std::optional<std::string> standardInputFrom;
+    std::optional<int> connectTimeout; // in seconds; none: the usual one
+    std::optional<int> timeout;        // for the command; none: no limit
+    bool isClassic = false;
     bool asJson = false;
     bool isRaw = false;
     bool isVerbose = false;

@@ -16,6 +16,7 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <memory>
 #include <optional>
@@ -39,9 +40,28 @@ std::string currentUser() {
     return entry->pw_name;
 }
 
+// What the server shows at log-in is not the command's output.
+class BannerTeller final : public SSHSessionObserver {
+  public:
+    void didReceiveBanner(SSHSession & /*session*/, const std::string &banner) noexcept override {
+        tellText(banner);
+    }
+};
+
+SSHSessionOptions sessionOptions(const Options &options) {
+    SSHSessionOptions chosen =
+        options.isClassic ? SSHSessionOptions() : SSHSessionOptions::recommended();
+    if (options.connectTimeout)
+        chosen.connectTimeout = std::chrono::seconds(*options.connectTimeout);
+    if (options.timeout)
+        chosen.commandTimeout = std::chrono::seconds(*options.timeout);
+    return chosen;
+}
+
 std::shared_ptr<SSHSession> makeSession(const Options &options, const std::string &user,
                                         const SSHPlatform::Secret &password) {
-    return SSHSession::sessionWithHost(options.host, options.port, user, password, options.keyFile);
+    return SSHSession::sessionWithHost(options.host, options.port, user, password, options.keyFile,
+                                       sessionOptions(options));
 }
 
 std::shared_ptr<SSHCommand> makeCommand(const Options &options, const Inputs &inputs) {
@@ -94,7 +114,9 @@ int runCommand(const Options &options) {
     const auto clock = std::make_shared<StageClock>(options.isVerbose);
     const auto session = makeSession(options, user, inputs.password);
     session->setDelegate(&delegate);
+    const auto banners = std::make_shared<BannerTeller>();
     session->addObserver(clock);
+    session->addObserver(banners);
     auto interruption = std::make_shared<Interruption>(session);
     session->addObserver(interruption);
     const auto command = makeCommand(options, inputs);

@@ -68,6 +68,12 @@ class Connection::Watcher final : public SSHSessionDelegate, public SSHSessionOb
         });
     }
 
+    void didReceiveBanner(SSHSession & /*session*/, const std::string &banner) noexcept override {
+        mConnection->reportLater([connection = mConnection, text = visibleText(banner)] {
+            Q_EMIT connection->greeted(text);
+        });
+    }
+
     void willBeginStage(SSHSession &session, SSHSessionStage stage) noexcept override {
         if (mConnection->mIsClosing)
             session.cancel(); // what was called before, and begins only now
@@ -84,8 +90,8 @@ class Connection::Watcher final : public SSHSessionDelegate, public SSHSessionOb
     Connection *const mConnection;
 };
 
-Connection::Connection(QObject *parent)
-    : QObject(parent), mWatcher(std::make_shared<Watcher>(this)) {}
+Connection::Connection(const SSHSessionOptions &options, QObject *parent)
+    : QObject(parent), mOptions(options), mWatcher(std::make_shared<Watcher>(this)) {}
 
 // A session that is still connected outlives this object.
 Connection::~Connection() {
@@ -100,7 +106,7 @@ void Connection::open(const ConnectionParameters &parameters) {
     mName = visibleText(parameters.user + '@' + parameters.host + ':' +
                         std::to_string(parameters.port));
     mSession = SSHSession::sessionWithHost(parameters.host, parameters.port, parameters.user,
-                                           parameters.password, parameters.keyFile);
+                                           parameters.password, parameters.keyFile, mOptions);
     mSession->setDelegate(mWatcher.get());
     mSession->addObserver(mWatcher);
     beginCall(QStringLiteral("Connecting to ") + mName);

@@ -36,7 +36,7 @@ class Connection final : public QObject {
     Q_OBJECT
 
   public:
-    explicit Connection(QObject *parent);
+    Connection(const SSHSessionOptions &options, QObject *parent);
     ~Connection() override;
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
@@ -57,6 +57,7 @@ class Connection final : public QObject {
 
   Q_SIGNALS:
     void changed();
+    void greeted(const QString &banner); // the server's words, visible as they are
     void failed(const Problem &problem);
     void ran(const CommandOutcome &outcome);
 
@@ -69,6 +70,7 @@ class Connection final : public QObject {
     void stop();
     void reportLater(std::function<void()> report);
 
+    const SSHSessionOptions mOptions;
     std::shared_ptr<Watcher> mWatcher;
     std::shared_ptr<SSHSession> mSession;
     QString mName; // user@host:port

@@ -32,7 +32,7 @@ ConnectionForm::ConnectionForm()
       mPort(new QSpinBox(this)), mUser(new QLineEdit(this)), mPassword(new QLineEdit(this)),
       mKeyFile(new FileField(QStringLiteral("Key file"), QStringLiteral("Those in ~/.ssh"))),
       mButton(new QPushButton(this)) {
-    mHost->setPlaceholderText(QStringLiteral("Name or IPv4 address"));
+    mHost->setPlaceholderText(QStringLiteral("Name or address"));
     mPort->setRange(1, std::numeric_limits<std::uint16_t>::max());
     mPort->setValue(22);
     mPort->setButtonSymbols(QAbstractSpinBox::NoButtons);

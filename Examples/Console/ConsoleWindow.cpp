@@ -2,6 +2,7 @@
 
 #include "Examples/Console/CommandForm.h"
 #include "Examples/Console/ConnectionForm.h"
+#include "Examples/Console/LiteralText.h"
 #include "Examples/Console/OutputPane.h"
 #include "Examples/Console/ProblemPane.h"
 #include "Examples/Console/StatusLine.h"
@@ -17,17 +18,20 @@
 namespace {
 
 constexpr std::chrono::milliseconds clockInterval(100);
+constexpr int mostBannerLines = 8;
+constexpr qsizetype longestBanner = 16384; // characters; a server may send any number of texts
 
 } // namespace
 
-ConsoleWindow::ConsoleWindow()
+ConsoleWindow::ConsoleWindow(const SSHSessionOptions &options)
     : mConnectionForm(new ConnectionForm), mCommandForm(new CommandForm), mStatus(new StatusLine),
+      mBanner(new LiteralText(QStringLiteral("The server's words"), this)),
       mProblem(new ProblemPane), mSummary(new QLabel),
       mOutput(new OutputPane(QStringLiteral("Output"))),
       mErrorOutput(new OutputPane(QStringLiteral("Error output"))) {
     setWindowTitle(QGuiApplication::applicationDisplayName());
     layOut();
-    makeConnection();
+    makeConnection(options);
     wire();
     follow();
 }
@@ -45,6 +49,7 @@ void ConsoleWindow::layOut() {
     auto *const rows = new QVBoxLayout(this);
     rows->addWidget(mConnectionForm);
     rows->addWidget(mStatus);
+    rows->addWidget(mBanner);
     rows->addWidget(mProblem);
     rows->addWidget(mCommandForm);
     rows->addWidget(outputs, 1);
@@ -56,6 +61,7 @@ void ConsoleWindow::wire() {
     connect(&mClock, &QTimer::timeout, this, [this] { mStatus->follow(*mConnection); });
     connect(mConnectionForm, &ConnectionForm::connectRequested, this, [this] {
         mProblem->hide();
+        mBanner->present({}, 0);
         mConnection->open(mConnectionForm->parameters());
     });
     connect(mConnectionForm, &ConnectionForm::disconnectRequested, this,
@@ -63,9 +69,10 @@ void ConsoleWindow::wire() {
     connect(mCommandForm, &CommandForm::runRequested, this, &ConsoleWindow::run);
 }
 
-void ConsoleWindow::makeConnection() {
-    mConnection = new Connection(this);
+void ConsoleWindow::makeConnection(const SSHSessionOptions &options) {
+    mConnection = new Connection(options, this);
     connect(mConnection, &Connection::changed, this, &ConsoleWindow::follow);
+    connect(mConnection, &Connection::greeted, this, &ConsoleWindow::greet);
     connect(mConnection, &Connection::failed, mProblem, &ProblemPane::present);
     connect(mConnection, &Connection::ran, this, &ConsoleWindow::present);
 }
@@ -94,6 +101,12 @@ void ConsoleWindow::present(const CommandOutcome &outcome) {
     mOutput->present(outcome.output, outcome.shownOutput);
     mErrorOutput->present(outcome.errorOutput, outcome.shownErrorOutput);
     mSummary->setText(outcome.summary);
+}
+
+void ConsoleWindow::greet(const QString &banner) {
+    QString text = mBanner->toPlainText() + banner.trimmed() + QLatin1Char('\n');
+    text.truncate(longestBanner);
+    mBanner->present(text, mostBannerLines);
 }
 
 void ConsoleWindow::closeEvent(QCloseEvent *event) {

@@ -10,6 +10,7 @@ class CommandForm;
 class ConnectionForm;
 class OutputPane;
 class ProblemPane;
+class LiteralText;
 class QLabel;
 class StatusLine;
 
@@ -17,7 +18,7 @@ class ConsoleWindow final : public QWidget {
     Q_OBJECT
 
   public:
-    ConsoleWindow();
+    explicit ConsoleWindow(const SSHSessionOptions &options = SSHSessionOptions::recommended());
 
     ConnectionForm &connectionForm() { return *mConnectionForm; }
     CommandForm &commandForm() { return *mCommandForm; }
@@ -29,15 +30,17 @@ class ConsoleWindow final : public QWidget {
   private:
     void layOut();
     void wire();
-    void makeConnection();
+    void makeConnection(const SSHSessionOptions &options);
     void follow();
     void run();
     void present(const CommandOutcome &outcome);
+    void greet(const QString &banner);
 
     Connection *mConnection = nullptr;
     ConnectionForm *mConnectionForm;
     CommandForm *mCommandForm;
     StatusLine *mStatus;
+    LiteralText *mBanner;
     ProblemPane *mProblem;
     QLabel *mSummary;
     OutputPane *mOutput;

@@ -1,11 +1,11 @@
 #include "Examples/Console/ProblemPane.h"
 
+#include "Examples/Console/LiteralText.h"
+
 #include <QApplication>
 #include <QClipboard>
-#include <QFontDatabase>
 #include <QGridLayout>
 #include <QLabel>
-#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QStyle>
 
@@ -14,9 +14,7 @@
 namespace {
 
 constexpr int iconSize = 32;
-constexpr int fewestLines = 4; // where the screen is low
 constexpr int mostLines = 12;
-constexpr int usualLineLength = 80;
 
 // Texts may come from a server: never markup, and never wider than the window.
 QLabel *literalLabel(QWidget *parent) {
@@ -29,31 +27,15 @@ QLabel *literalLabel(QWidget *parent) {
     return label;
 }
 
-int lineCount(const QString &text) {
-    int count = 0;
-    for (const QStringView line : text.tokenize(u'\n'))
-        count += 1 + static_cast<int>(line.size()) / usualLineLength;
-    return count;
-}
-
-int heightOfLines(const QPlainTextEdit &edit, int lines) {
-    const auto margin = static_cast<int>(edit.document()->documentMargin());
-    return lines * edit.fontMetrics().lineSpacing() + 2 * (edit.frameWidth() + margin);
-}
-
 } // namespace
 
 ProblemPane::ProblemPane()
     : mDescription(literalLabel(this)), mSuggestion(literalLabel(this)),
-      mOrigin(literalLabel(this)), mReason(new QPlainTextEdit(this)) {
+      mOrigin(literalLabel(this)), mReason(new LiteralText(QStringLiteral("Reason"), this)) {
     setFrameShape(QFrame::StyledPanel);
     QFont bold = font();
     bold.setBold(true);
     mDescription->setFont(bold);
-    mReason->setReadOnly(true);
-    mReason->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-    mReason->setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-    mReason->setAccessibleName(QStringLiteral("Reason"));
 
     auto *const icon = new QLabel(this);
     icon->setPixmap(style()->standardIcon(QStyle::SP_MessageBoxWarning).pixmap(iconSize));
@@ -79,11 +61,7 @@ void ProblemPane::present(const Problem &problem) {
     mSuggestion->setText(problem.suggestion);
     mSuggestion->setVisible(!problem.suggestion.isEmpty());
     mOrigin->setText(problem.origin);
-    mReason->setPlainText(problem.reason);
-    const int lines = lineCount(problem.reason);
-    mReason->setMinimumHeight(heightOfLines(*mReason, std::min(lines, fewestLines)));
-    mReason->setMaximumHeight(heightOfLines(*mReason, std::min(lines, mostLines)));
-    mReason->setVisible(!problem.reason.isEmpty());
+    mReason->present(problem.reason, mostLines);
     resize(parentWidget()->contentsRect().width(), height()); // as it will be
     show();
 }

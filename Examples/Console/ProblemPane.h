@@ -5,8 +5,8 @@
 
 #include <QFrame>
 
+class LiteralText;
 class QLabel;
-class QPlainTextEdit;
 
 class ProblemPane final : public QFrame {
     Q_OBJECT
@@ -24,5 +24,5 @@ class ProblemPane final : public QFrame {
     QLabel *mDescription;
     QLabel *mSuggestion;
     QLabel *mOrigin;
-    QPlainTextEdit *mReason;
+    LiteralText *mReason;
 };

@@ -26,6 +26,8 @@ const QCommandLineOption commandOption(QStringLiteral("command"),
                                        QStringLiteral("Command to fill in."),
                                        QStringLiteral("line"));
 const QCommandLineOption darkOption(QStringLiteral("dark"), QStringLiteral("Use a dark palette."));
+const QCommandLineOption classicOption(QStringLiteral("classic"),
+                                       QStringLiteral("Make sessions without options."));
 
 } // namespace
 
@@ -39,12 +41,14 @@ int main(int argc, char **argv) {
     QCommandLineParser options;
     options.setApplicationDescription(QStringLiteral("Runs commands on a server over SSH."));
     options.addHelpOption();
-    options.addOptions({hostOption, portOption, userOption, keyOption, commandOption, darkOption});
+    options.addOptions(
+        {hostOption, portOption, userOption, keyOption, commandOption, darkOption, classicOption});
     options.process(application);
     if (options.isSet(darkOption))
         useDarkPalette();
 
-    ConsoleWindow window;
+    ConsoleWindow window(options.isSet(classicOption) ? SSHSessionOptions()
+                                                      : SSHSessionOptions::recommended());
     window.connectionForm().fill(options.value(hostOption), options.value(portOption).toInt(),
                                  options.value(userOption), options.value(keyOption));
     window.commandForm().setCommand(options.value(commandOption));
