@@ -2,9 +2,12 @@
 // the main thread. It lives as long as the check; each step uses it while the others wait.
 #pragma once
 
+#include "Identity/KnownHostsLines.h"
+
 #include <libssh2.h>
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 class SSHSession_libssh2;
@@ -22,6 +25,10 @@ struct HostKeyCheck {
     LIBSSH2_KNOWNHOSTS *knownHosts = nullptr;
     std::int32_t readError = 0; // the library's code when the known-hosts file could not be read
     std::string knownHostsPath;
+    std::string mismatchPath; // of the file with another key of the host
+    std::string failure =     // the reason when `checkResult` is a failure
+        "Could not check against known_hosts because libssh2_knownhost_checkp failed.";
+    std::optional<KnownHostKey> key; // where every type of key is known; then it is recorded so
 };
 
 // Asks the user whether to trust the server, and records a trusted key. Main thread. Sets

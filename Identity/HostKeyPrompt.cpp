@@ -3,6 +3,7 @@
 #include "Identity/HostKeyCheck.h"
 
 #include "Identity/KnownHostsFile.h"
+#include "Identity/RecordedKeys.h"
 #include "Platform/Assertion.h"
 #include "Platform/Text.h"
 #include "Session/Connection.h"
@@ -23,6 +24,15 @@ namespace {
 
 constexpr const char *thisFunction = "-[SSHSession_libssh2 _confirmHostKey:]";
 
+// As ssh(1) calls the types.
+std::string nameForPeople(const std::string &keyType) {
+    if (keyType.starts_with("ecdsa-sha2-"))
+        return "ECDSA";
+    if (keyType == "ssh-dss")
+        return "DSA";
+    return keyType == "ssh-rsa" ? "RSA" : keyType == "ssh-ed25519" ? "ED25519" : keyType;
+}
+
 // A changed key may be an attack: there Return refuses, and only a click accepts.
 Alert confirmation(const Connection &connection, const HostKeyCheck &check,
                    const std::string &host) {
@@ -40,10 +50,14 @@ Alert confirmation(const Connection &connection, const HostKeyCheck &check,
                           "could be because the server's identity has changed or a "
                           "Man-in-the-Middle attack. Do you want to add it to the list and "
                           "connect?\n\nHost key: {}",
-                          check.knownHostsPath, check.hostFingerprint)
+                          check.mismatchPath, check.hostFingerprint)
             : fmt::format("The server does not match not in {}. Do you want to add it to the list "
                           "and connect?\n\nHost key: {}",
                           check.knownHostsPath, check.hostFingerprint);
+    if (check.key)
+        alert.informativeText +=
+            fmt::format("\nKey type: {}\nFingerprint: {}", nameForPeople(check.key->type),
+                        check.key->fingerprint);
     alert.buttons = {{"Add and Connect", changed ? noKey : returnKey},
                      {"Cancel", changed ? returnKey : noKey}};
     return alert;
@@ -111,6 +125,15 @@ void confirmHostKey(const Connection &connection, HostKeyCheck &check) {
     require(check.hostPublicKey.data() != nullptr, "hostPublicKey.bytes != nil", __LINE__);
     require(!check.hostPublicKey.empty(), "hostPublicKey.length > 0", __LINE__);
 
+    const auto tellIfFailed = [&](int code) {
+        if (code != 0)
+            tell(connection, "Updating the known hosts file failed.",
+                 fmt::format("An error {} occurred. The connection will still continue.", code));
+    };
+    if (check.key) {
+        tellIfFailed(recordHostKey(connection, check));
+        return;
+    }
     // The plain host name, whatever the port, so that the key is found again on any port.
     const KnownHost entry = {hostName, check.hostPublicKey, knownHostKeyBits(check.hostKeyType)};
     if (const int code = addToKnownHosts(check, entry)) {
@@ -118,10 +141,7 @@ void confirmHostKey(const Connection &connection, HostKeyCheck &check) {
              addFailureText(connection, check, code, entry.keyBits));
         return;
     }
-    if (const int code = recordKnownHost(connection.session(), check.knownHostsPath, entry)) {
-        tell(connection, "Updating the known hosts file failed.",
-             fmt::format("An error {} occurred. The connection will still continue.", code));
-    }
+    tellIfFailed(recordKnownHost(connection.session(), check.knownHostsPath, entry));
 }
 
 } // namespace SSHEngine

@@ -4,11 +4,13 @@
 #include <SSHSession/Base64.h>
 
 #include "Identity/HostKeyCheck.h"
-#include "Platform/Path.h"
+#include "Identity/KnownHostsFile.h"
+#include "Identity/RecordedKeys.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
 #include "Session/Question.h"
 
+using SSHEngine::Connection;
 using SSHEngine::fail;
 using SSHEngine::HostKeyCheck;
 
@@ -47,8 +49,9 @@ bool needsConfirmation(const HostKeyCheck &check) {
 }
 
 // Answers the library's last error number when the check itself fails.
-int fetchAndCheck(const SSHSession &engine, LIBSSH2_SESSION *session, HostKeyCheck &check,
+int fetchAndCheck(const Connection &connection, LIBSSH2_SESSION *session, HostKeyCheck &check,
                   SSHErrorRef *error) {
+    const SSHSession &engine = connection.engine;
     const auto errorIn = [&](const char *function, int code) {
         return SSHSession_libssh2::_errorFromFunction(session, function, code);
     };
@@ -58,6 +61,8 @@ int fetchAndCheck(const SSHSession &engine, LIBSSH2_SESSION *session, HostKeyChe
         check.checkResult = LIBSSH2_KNOWNHOST_CHECK_FAILURE;
         return libssh2_session_last_errno(session);
     }
+    if (engine.options().knowsEveryHostKeyType)
+        return SSHEngine::checkRecordedKeys(connection, session, check);
     check.knownHosts = libssh2_knownhost_init(session);
     if (!check.knownHosts) {
         SSHPlatform::log("Could not check for known_hosts because libssh2_knownhost_init failed.");
@@ -80,10 +85,10 @@ int fetchAndCheck(const SSHSession &engine, LIBSSH2_SESSION *session, HostKeyChe
 
 bool SSHSession_libssh2::_validatedHostFingerprint(Connection &connection, SSHErrorRef *error) {
     HostKeyCheck check;
-    check.knownHostsPath = SSHPlatform::expandingTilde("~/.ssh/known_hosts");
+    check.knownHostsPath = check.mismatchPath = SSHEngine::knownHostsPath();
     int lastError = 0;
     const bool checked = onSessionQueue(connection, error, [&](LIBSSH2_SESSION *session) {
-        lastError = fetchAndCheck(*this, session, check, error);
+        lastError = fetchAndCheck(connection, session, check, error);
         return true;
     });
     if (!checked)
@@ -93,12 +98,7 @@ bool SSHSession_libssh2::_validatedHostFingerprint(Connection &connection, SSHEr
         SSHEngine::askOnMainThread(connection,
                                    [&] { SSHEngine::confirmHostKey(connection, check); });
     else if (check.checkResult == LIBSSH2_KNOWNHOST_CHECK_FAILURE)
-        fail(error, [&] {
-            return SSHEngine::connectionError(
-                *this,
-                "Could not check against known_hosts because libssh2_knownhost_checkp failed.",
-                lastError);
-        });
+        fail(error, [&] { return SSHEngine::connectionError(*this, check.failure, lastError); });
 
     mSessionQueue.sync([&] {
         if (check.knownHosts)

@@ -1,6 +1,7 @@
 #include "Identity/KnownHostsFile.h"
 
 #include "Platform/AtomicFile.h"
+#include "Platform/Path.h"
 
 #include <algorithm>
 #include <array>
@@ -66,6 +67,10 @@ std::optional<std::string> withEntry(LIBSSH2_SESSION *session, const std::string
 }
 
 } // namespace
+
+std::string knownHostsPath() {
+    return SSHPlatform::expandingTilde("~/.ssh/known_hosts");
+}
 
 int addKnownHost(LIBSSH2_KNOWNHOSTS *hosts, const KnownHost &host) {
     return libssh2_knownhost_addc(hosts, host.name.c_str(), nullptr, host.key.data(),

@@ -7,6 +7,9 @@
 
 namespace SSHEngine {
 
+// ~/.ssh/known_hosts
+std::string knownHostsPath();
+
 struct KnownHost {
     std::string name; // as it will stand in the file
     std::string key;  // in the wire encoding of RFC 4253, section 6.6

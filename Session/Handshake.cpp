@@ -1,6 +1,7 @@
 // The second stage of `start`: the SSH handshake, and the watch for the server's disconnect.
 #include "Session/SSHSession_libssh2.h"
 
+#include "Identity/RecordedKeys.h"
 #include "Platform/Text.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
@@ -50,6 +51,8 @@ bool openSession(Connection &connection, SSHErrorRef *error) {
     if (!session)
         return failWith("Could not create an SSH session.", errno);
     libssh2_session_flag(session, LIBSSH2_FLAG_COMPRESS, 1);
+    if (connection.engine.options().knowsEveryHostKeyType)
+        SSHEngine::preferRecordedKeyTypes(connection);
     if (const int code = libssh2_session_handshake(session, connection.socket()))
         return failWith("Could not complete the handshake. " +
                             SSHSession_libssh2::_stringForErrorCode(code),

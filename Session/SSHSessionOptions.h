@@ -43,8 +43,9 @@ struct SSHSessionOptions {
     // "[host]:port", which is how ssh(1) looks for them, and asks the server for a key of a type
     // that is recorded. Obeys "@revoked" marks (sshd(8), "SSH_KNOWN_HOSTS FILE FORMAT"), shows a
     // key's type and its SHA-256 fingerprint in the question, keeps lines that it does not
-    // understand as they are and makes a missing ~/.ssh. By default only RSA, DSA and ECDSA 256
-    // keys are recorded, under the plain host name.
+    // understand as they are and makes a missing ~/.ssh. An accepted key takes the place of the
+    // host's others. Keys in /etc/ssh/ssh_known_hosts count too. By default only RSA, DSA and ECDSA
+    // 256 keys are recorded, under the plain host name.
     bool knowsEveryHostKeyType = false;
 
     // --- Who the user is

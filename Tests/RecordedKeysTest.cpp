@@ -1,0 +1,221 @@
+// Host keys for sessions that know every type, with ssh and ssh-keygen to compare with.
+#include "Tests/Support/SessionTest.h"
+
+#include <fmt/format.h>
+
+#include <sys/stat.h>
+
+namespace {
+
+// RSA with SHA-1 is all that libssh2 1.10 can check of an RSA key.
+constexpr const char *settings = "HostKeyAlgorithms +ssh-rsa\n";
+const std::vector<std::string> everyType = {"ed25519", "rsa", "ecdsa-sha2-nistp256",
+                                            "ecdsa-sha2-nistp384", "ecdsa-sha2-nistp521"};
+
+class RecordedKeysTest : public SessionTest {
+  protected:
+    RecordedKeysTest() { options.knowsEveryHostKeyType = true; }
+
+    // What a session makes of the server: "trusted", or what it shows and the error.
+    std::string ours(const Sshd &sshd, const std::string &host = "127.0.0.1") {
+        const auto session = std::make_shared<TestSession>(
+            host, sshd.port(), "ada", SSHPlatform::Secret::none(), std::nullopt, options);
+        user->shown.clear();
+        error.reset();
+        const bool isTrusted = session->_validatedHostFingerprint(*session->handshaken(), &error);
+        session->stop();
+        std::string all = isTrusted ? "trusted" : error ? summary(error) : "refused";
+        for (const std::string &shown : user->shown)
+            all += "; " + shown;
+        return all;
+    }
+    std::string accepted(const Sshd &sshd) {
+        user->answers.assign(2, SSHPlatform::AlertAnswer::FirstButton);
+        return ours(sshd);
+    }
+    // What ssh makes of it, which never gets further than to authentication.
+    std::string sshs(const Sshd &sshd, const std::string &host = "127.0.0.1") const {
+        const std::string port = std::to_string(sshd.port());
+        return runProcess({"ssh", "-F", "none", "-p", port, "-o", "StrictHostKeyChecking=yes", "-o",
+                           "UserKnownHostsFile=" + home.knownHosts(), "-o", "BatchMode=yes", "-o",
+                           "IdentityFile=none", "-o", "UpdateHostKeys=no", host, "true"})
+            .errorOutput;
+    }
+    std::string question(const Sshd &sshd, const std::string &type, bool isChanged) const {
+        const std::string key = sshd.hostKey(type);
+        const std::string printed = require({"ssh-keygen", "-l", "-f", "-"}, key); // "256 SHA..."
+        const std::size_t start = printed.find(' ') + 1;
+        return fmt::format(
+            "{}The authenticity of host '127.0.0.1:{}' can't be established. | The server{} Do you "
+            "want to add it to the list and connect?\n\nHost key: {}\nKey type: {}\nFingerprint: "
+            "{} | Add and Connect={}",
+            isChanged ? "Critical: " : "", sshd.port(),
+            isChanged ? "'s identity does not match the existing entry in " + home.knownHosts() +
+                            ". This could be because the server's identity has changed or a "
+                            "Man-in-the-Middle attack."
+                      : " does not match not in " + home.knownHosts() + ".",
+            key.substr(key.find(' ') + 1),
+            printed.substr(printed.rfind('(') + 1, printed.rfind(')') - printed.rfind('(') - 1),
+            printed.substr(start, printed.find(' ', start) - start),
+            isChanged ? " | Cancel=\r" : "\r | Cancel=");
+    }
+    static std::string name(const Sshd &sshd) {
+        return fmt::format("[127.0.0.1]:{} ", sshd.port());
+    }
+};
+
+} // namespace
+
+// Each of a server's keys is enough to know it; each is recorded so that ssh finds it.
+TEST_F(RecordedKeysTest, EveryTypeIsRecordedAndFound) {
+    const Sshd all(everyType, settings);
+    for (const std::string &type : everyType) {
+        SCOPED_TRACE(type);
+        std::filesystem::remove_all(home.directory.path(".ssh"));
+        const Sshd sshd({type}, settings);
+        EXPECT_EQ(accepted(sshd), "trusted; " + question(sshd, type, false));
+        EXPECT_EQ(contentOf(home.knownHosts()), name(sshd) + sshd.hostKey(type) + "\n");
+        EXPECT_THAT(sshs(sshd), testing::HasSubstr("Permission denied"));
+        EXPECT_EQ(ours(sshd), "trusted");
+        EXPECT_EQ(require({"stat", "-c", "%a", home.directory.path(".ssh"), home.knownHosts()}),
+                  "700\n600\n");
+
+        home.directory.write(".ssh/known_hosts", name(all) + all.hostKey(type) + "\n");
+        EXPECT_EQ(ours(all), "trusted");
+        require({"ssh-keygen", "-q", "-H", "-f", home.knownHosts()});
+        EXPECT_EQ(ours(all), "trusted");
+        home.directory.write(".ssh/known_hosts", "127.0.0.1 " + all.hostKey(type));
+        EXPECT_EQ(ours(all), "trusted");
+    }
+}
+
+// Every line is read as ssh reads it.
+TEST_F(RecordedKeysTest, LinesMeanWhatTheyMeanToSsh) {
+    const Sshd sshd({"ed25519", "rsa"}, settings);
+    const Sshd other({"ed25519", "ecdsa"});
+    const std::string key = sshd.hostKey("ed25519") + "\n";
+    const std::string wrong = other.hostKey("ed25519") + "\n";
+    const std::string local = fmt::format("[localhost]:{}", sshd.port());
+    const std::string hashed = [&] {
+        home.directory.write(".ssh/known_hosts", local + " " + key);
+        require({"ssh-keygen", "-q", "-H", "-f", home.knownHosts()});
+        return contentOf(home.knownHosts());
+    }();
+    const std::string trusts = "Permission denied";
+    const std::string unknown = "host key is known";
+    const std::string changed = "HAS CHANGED";
+    const std::string revoked = "REVOKED";
+    for (const auto &[content, expected] : std::vector<std::pair<std::string, std::string>>{
+             {local + ' ' + wrong + local + "\t" + key, trusts},
+             {"x,[LOCAL*]:*,y " + key, trusts},
+             {"[localhos?]:* " + key, trusts},
+             {"[localhost?]:* " + key, unknown},
+             {"[*,!" + local + ' ' + key, unknown},
+             {"!nobody,* " + wrong, changed},
+             {"*a*b*a* " + wrong + "*l*st*:* " + key, trusts},
+             {hashed, trusts},
+             {hashed.substr(0, hashed.find(' ') + 1) + wrong, changed},
+             {"|1|AAAA|AAAA " + wrong, unknown},
+             {"localhost " + key, trusts},
+             {"localhost " + wrong, unknown},
+             {"[localhost]:22 " + key, unknown},
+             {local + ' ' + other.hostKey("ecdsa"), changed},
+             {"@revoked * " + key + local + ' ' + key, revoked},
+             {local + ' ' + key + "  @revoked " + local + ' ' + key, revoked},
+             {"@revoked * " + wrong + local + ' ' + key, trusts},
+             {"@revoked nobody " + key + local + ' ' + key, trusts},
+             {"@cert-authority * " + key, unknown},
+             {"@revoked @revoked * " + key, unknown},
+             {"@other * " + key, unknown},
+             {"#" + local + ' ' + key, unknown},
+             {local + " ssh-ed25519\n\n@\n\r\n" + local + " 2048 35 12345\n", unknown},
+             {local + " ssh-rsa" + key.substr(key.find(' ')), unknown},
+             {local + ' ' + key.substr(0, key.size() - 2) + '\n', unknown},
+             {" " + local + ' ' + key.substr(0, key.size() - 1) + "\r\n" + '\0', trusts}}) {
+        SCOPED_TRACE(content);
+        home.directory.write(".ssh/known_hosts", content);
+        const std::string verdict = ours(sshd, "LOCALhost");
+        EXPECT_EQ(verdict == "trusted"                                       ? trusts
+                  : verdict.find("marked as revoked") != std::string::npos   ? revoked
+                  : verdict.find("refused; Critical: ") != std::string::npos ? changed
+                                                                             : unknown,
+                  expected)
+            << verdict;
+        EXPECT_THAT(sshs(sshd, "LOCALhost"), testing::HasSubstr(expected));
+        EXPECT_EQ(contentOf(home.knownHosts()), content);
+    }
+    home.directory.write(".ssh/known_hosts", "@revoked 127.0.0.1 " + key + name(sshd) + key);
+    const std::string print = question(sshd, "ed25519", false);
+    const std::size_t start = print.find("SHA256:");
+    EXPECT_EQ(ours(sshd),
+              fmt::format("libssh2ErrorDomain -46 | Dravella could not make an SSH connection to "
+                          "ada@127.0.0.1. | The server's host key ({}) is marked as revoked in {}. "
+                          "| -",
+                          print.substr(start, print.find(' ', start) - start), home.knownHosts()));
+}
+
+// Only what contradicts the accepted key goes, and every other byte stays.
+TEST_F(RecordedKeysTest, AnAcceptedKeyTakesThePlaceOfTheHostsOthers) {
+    const Sshd sshd({"ed25519"});
+    const Sshd other({"ed25519", "ecdsa"});
+    const std::string host = name(sshd).substr(0, name(sshd).size() - 1);
+    const std::string wrong = " " + other.hostKey("ed25519");
+    const std::string line = name(sshd) + sshd.hostKey("ed25519") + "\n";
+    const auto hashed = [&] {
+        home.directory.write("hashed", host + wrong + "\n");
+        require({"ssh-keygen", "-q", "-H", "-f", home.directory.path("hashed")});
+        return contentOf(home.directory.path("hashed"));
+    }();
+    const std::string odd = "# a comment\r\n\n \t\nunreadable\n@revoked *" + wrong +
+                            "\n@cert-authority " + host + wrong + "\n127.0.0.1" + wrong + "\n";
+    struct Case {
+        std::string before;
+        std::string after;
+        bool isChanged = true;
+    };
+    for (const auto &[before, after, isChanged] : std::vector<Case>{
+             {odd, odd, false},
+             {"no newline", "no newline\n", false},
+             {host + wrong, ""},
+             {host + " " + other.hostKey("ecdsa") + " c\n" + odd + host + wrong + "\r\n#",
+              odd + "#\n"},
+             {" a," + host + ",b" + wrong + "  c d\r\n", " a,b" + wrong + "  c d\r\n"},
+             {"a," + host + wrong + "\n" + host + ",b" + wrong, "a" + wrong + "\nb" + wrong + "\n"},
+             {"x\n" + hashed + "y\n", "x\ny\n"},
+             {"[127.*,z" + wrong + "\n", "[127.*,z" + wrong + "\n"},
+             {"[127.*," + host + wrong + "\n", "[127.*" + wrong + "\n"}}) {
+        SCOPED_TRACE(before);
+        home.directory.write(".ssh/known_hosts", before);
+        EXPECT_EQ(accepted(sshd), "trusted; " + question(sshd, "ed25519", isChanged));
+        EXPECT_EQ(contentOf(home.knownHosts()), after + line);
+        EXPECT_EQ(ours(sshd), "trusted");
+        EXPECT_THAT(sshs(sshd), testing::HasSubstr("Permission denied"));
+    }
+    home.directory.write(".ssh/known_hosts", host + wrong + "\n");
+    user->whileShown = [&] { know("line", "late"); };
+    EXPECT_EQ(accepted(sshd), "trusted; " + question(sshd, "ed25519", true));
+    EXPECT_EQ(contentOf(home.knownHosts()), "late line\n" + line);
+}
+
+// Nothing hangs, nothing is trusted, and nothing is written.
+TEST_F(RecordedKeysTest, WhatCannotBeReadIsAskedAbout) {
+    const Sshd sshd({"ed25519"});
+    const std::string entry = name(sshd) + sshd.hostKey("ed25519") + "\n";
+    std::vector<std::string> scripts = {
+        "rm known_hosts; mkfifo known_hosts", "rm known_hosts; mkdir known_hosts",
+        "truncate -s 100M known_hosts", "cd ..; rm -r .ssh; > .ssh"};
+    if (!isRoot())
+        scripts.emplace_back("chmod 0 known_hosts");
+    for (const std::string &script : scripts) {
+        SCOPED_TRACE(script);
+        std::filesystem::remove_all(home.directory.path(".ssh"));
+        home.directory.write(".ssh/known_hosts", entry);
+        require({"sh", "-c", "cd ~/.ssh; " + script});
+        const std::string before = require({"ls", "-lR", home.directory.path()});
+        EXPECT_EQ(accepted(sshd), "trusted; " + question(sshd, "ed25519", false) +
+                                      "; Updating the known hosts file failed. | An error -16 "
+                                      "occurred. The connection will still continue.");
+        EXPECT_THAT(log.back(), testing::StartsWith("Could not read " + home.knownHosts() + ". "));
+        EXPECT_EQ(require({"ls", "-lR", home.directory.path()}), before);
+    }
+}
