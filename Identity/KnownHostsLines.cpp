@@ -66,7 +66,8 @@ bool isKeyOfType(std::string_view key, std::string_view type) {
     return !type.empty() && type.size() < 128 && isBase64(key) && key.starts_with(start);
 }
 
-// "|1|", and salt and hash of 20 bytes each.
+// "|1|", and salt and hash of 20 bytes each. Those of other lengths can make libssh2 1.10 write
+// beyond its memory.
 bool isHashedName(std::string_view hosts) {
     constexpr std::size_t size = 28;
     return hosts.size() == 3 + size + 1 + size && hosts.starts_with("|1|") &&
