@@ -205,14 +205,16 @@ TEST_F(ToolTest, OnlyALineIsAnAnswerAtATerminal) {
     makeKey(locked, "rsa", "sesame");
     server.authorize(locked);
     const std::string hostKey = server.hostKey();
+    const std::string printed = require({"ssh-keygen", "-l", "-f", "-"}, hostKey); // "256 SHA..."
     const std::string run = "-i " + key + " 127.0.0.1 'echo in'";
     const std::string refused = "The server's host key was not accepted.";
     asks("", run,
          home.directory.path("?/.ssh/known_hosts") +
              ". Do you want to add it to the list and connect?\r\n\r\nHost key: " +
-             hostKey.substr(hostKey.find(' ') + 1) + "\r\n" + choice,
+             hostKey.substr(hostKey.find(' ') + 1) +
+             "\r\nKey type: ECDSA\r\nFingerprint: " + printed.substr(4, 50) + "\r\n" + choice,
          refused, {{"\n", "in"}, {"7\n", "in"}});
-    asks("127.0.0.1 " + publicKey(locked) + "\n", run, "Your choice [2]: ", refused,
+    asks("[127.0.0.1]:" + port + ' ' + publicKey(locked) + "\n", run, "Your choice [2]: ", refused,
          {{"1\n", "in"}, {"\n", refused}});
     const std::string noPhrase = "No password was given. Failing.";
     asks("127.0.0.1 " + hostKey + "\n", "127.0.0.1 'echo in'",
