@@ -6,6 +6,7 @@
 #include "Platform/Text.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/TimeLimit.h"
 
 #include <chrono>
 #include <optional>
@@ -13,6 +14,7 @@
 
 using SSHEngine::ChannelPump;
 using SSHEngine::Connection;
+using SSHEngine::Ending;
 using SSHEngine::fail;
 using SSHEngine::SudoConversation;
 
@@ -204,6 +206,8 @@ bool SSHSession_libssh2::_execute(Connection &connection,
     if (!command)
         return fail(error, [] { return SSHEngine::commandError("There is no command.", 0); });
     connection.noteProgress();
+    const SSHEngine::TimeLimit length(connection, Ending::SlowCommand);
+    const SSHEngine::TimeLimit silence(connection, Ending::SilentCommand);
     LIBSSH2_CHANNEL *const channel = openChannel(connection, error);
     if (!channel)
         return false;

@@ -8,10 +8,13 @@
 #include <array>
 #include <cerrno>
 #include <limits>
+#include <span>
 
 namespace SSHPlatform {
 
 namespace {
+
+using Clock = std::chrono::steady_clock;
 
 short pollEvents(WaitFor directions) {
     const auto bits = static_cast<unsigned>(directions);
@@ -20,11 +23,20 @@ short pollEvents(WaitFor directions) {
     return static_cast<short>((reading ? POLLIN : 0) | (writing ? POLLOUT : 0));
 }
 
-int pollTime(std::chrono::steady_clock::duration left) {
+int pollTime(Clock::duration left) {
     using Milliseconds = std::chrono::milliseconds;
     constexpr auto longest = static_cast<Milliseconds::rep>(std::numeric_limits<int>::max());
     return static_cast<int>(
         std::clamp<Milliseconds::rep>(std::chrono::ceil<Milliseconds>(left).count(), 0, longest));
+}
+
+// Goes on after a signal.
+int pollUntil(Clock::time_point deadline, std::span<pollfd> entries) {
+    while (true) {
+        const int ready = ::poll(entries.data(), entries.size(), pollTime(deadline - Clock::now()));
+        if (ready >= 0 || errno != EINTR)
+            return ready;
+    }
 }
 
 int failWith(int number) {
@@ -46,24 +58,33 @@ int openSocket(int family) {
 }
 
 int waitForSocket(int socket, WaitFor directions, std::chrono::milliseconds timeout, int wakeup) {
-    using Clock = std::chrono::steady_clock;
     const bool pauseOnly = directions == WaitFor::Nothing;
     if (socket < 0 && !pauseOnly)
         return failWith(EBADF); // poll would ignore the descriptor and wait
-    const Clock::time_point deadline = Clock::now() + timeout;
-    while (true) {
-        // poll ignores negative descriptors.
-        std::array<pollfd, 2> entries = {
-            {{pauseOnly ? -1 : socket, pollEvents(directions), 0}, {wakeup, POLLIN, 0}}};
-        const int ready = ::poll(entries.data(), entries.size(), pollTime(deadline - Clock::now()));
-        if (ready < 0 && errno == EINTR)
-            continue;
-        if (ready > 0 && entries[1].revents != 0)
-            return failWith(ECANCELED);
-        if (ready > 0 && (entries[0].revents & POLLNVAL) != 0)
-            return failWith(EBADF);
-        return ready;
-    }
+    // poll ignores negative descriptors.
+    std::array<pollfd, 2> entries = {
+        {{pauseOnly ? -1 : socket, pollEvents(directions), 0}, {wakeup, POLLIN, 0}}};
+    const int ready = pollUntil(Clock::now() + timeout, entries);
+    if (ready > 0 && entries[1].revents != 0)
+        return failWith(ECANCELED);
+    if (ready > 0 && (entries[0].revents & POLLNVAL) != 0)
+        return failWith(EBADF);
+    return ready;
+}
+
+int waitForAny(const std::vector<int> &sockets, std::chrono::milliseconds timeout, int wakeup) {
+    std::vector<pollfd> entries;
+    for (const int socket : sockets)
+        entries.push_back({socket, POLLOUT, 0});
+    entries.push_back({wakeup, POLLIN, 0});
+    const int ready = pollUntil(Clock::now() + timeout, entries);
+    if (ready <= 0)
+        return ready == 0 ? failWith(ETIMEDOUT) : -1;
+    if (entries.back().revents != 0)
+        return failWith(ECANCELED);
+    const auto first =
+        std::ranges::find_if(entries, [](const pollfd &e) { return e.revents != 0; });
+    return static_cast<int>(first - entries.begin());
 }
 
 } // namespace SSHPlatform

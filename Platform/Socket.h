@@ -2,8 +2,12 @@
 #pragma once
 
 #include <chrono>
+#include <vector>
 
 namespace SSHPlatform {
+
+// For waits that something else ends.
+inline constexpr std::chrono::hours forever(24 * 365);
 
 enum class WaitFor : unsigned { Nothing = 0, Reading = 1, Writing = 2, Either = 3 };
 
@@ -21,5 +25,9 @@ int openSocket(int family);
 // becomes readable fails at once with ECANCELED.
 int waitForSocket(int socket, WaitFor directions, std::chrono::milliseconds timeout,
                   int wakeup = -1);
+
+// Waits until one of the sockets can be written to, or has failed. Answers its position, or -1 with
+// errno: ETIMEDOUT after the time-out, else as above.
+int waitForAny(const std::vector<int> &sockets, std::chrono::milliseconds timeout, int wakeup = -1);
 
 } // namespace SSHPlatform

@@ -10,13 +10,12 @@
 
 namespace SSHEngine {
 
+using SSHPlatform::forever;
 using SSHPlatform::WaitFor;
 
 namespace {
 
 using Disconnect = void(LIBSSH2_SESSION *, int, const char *, int, const char *, int, void **);
-
-constexpr std::chrono::hours forever(24 * 365);
 
 // Far above what an honest server sends: a handshake takes some 10 kB, and what a channel's window
 // lets in without being read, 2 MB.
@@ -112,6 +111,11 @@ int Connection::wait(WaitFor directions, std::chrono::milliseconds timeout) {
 int Connection::waitFor(int descriptor, WaitFor directions,
                         std::chrono::milliseconds timeout) const {
     return SSHPlatform::waitForSocket(descriptor, directions, timeout, mWakeup.descriptor());
+}
+
+int Connection::waitForAny(const std::vector<int> &sockets,
+                           std::chrono::milliseconds timeout) const {
+    return SSHPlatform::waitForAny(sockets, timeout, mWakeup.descriptor());
 }
 
 // The library reads and writes through these, the agent's socket as well as the server's.

@@ -14,6 +14,7 @@
 #include "Platform/Socket.h"
 #include "Platform/Wakeup.h"
 #include "Session/AgentReplies.h"
+#include "Session/UserTime.h"
 
 #include <SSHSession/ByteBuffer.h>
 
@@ -24,6 +25,7 @@
 #include <cstddef>
 #include <memory>
 #include <string_view>
+#include <vector>
 
 class SSHSession_libssh2;
 
@@ -38,7 +40,16 @@ enum class Ending {
     NoVersion,     // the server has sent plenty, and not yet its version line
     Flooded,       // the server has sent plenty that nobody asked for
     AskedTooOften, // the server has asked for the same secret again and again
+    // A time limit of the session's options has passed; see TimeLimit.
+    SlowHandshake,
+    SlowLogIn,
+    SlowCommand,
+    SilentCommand,
 };
+
+constexpr bool isTimeLimit(Ending ending) {
+    return ending >= Ending::SlowHandshake;
+}
 
 class Connection {
   public:
@@ -95,13 +106,23 @@ class Connection {
     // The same for another descriptor.
     int waitFor(int descriptor, SSHPlatform::WaitFor directions,
                 std::chrono::milliseconds timeout) const;
+    // The same for several, as SSHPlatform::waitForAny does.
+    int waitForAny(const std::vector<int> &sockets, std::chrono::milliseconds timeout) const;
 
     // Whether bytes that the library takes for sent have not found room in the socket yet.
     bool hasUnsent() const noexcept { return !mUnsent.empty(); }
 
     // What has been received so far was of use: the count that limits a server's chatter begins
-    // anew. Session queue only.
-    void noteProgress() noexcept { mUselessBytes = 0; }
+    // anew, and so does a silence. Session queue only.
+    void noteProgress() noexcept {
+        mUselessBytes = 0;
+        mLastProgress = std::chrono::steady_clock::now();
+    }
+    // Any thread.
+    std::chrono::steady_clock::time_point lastProgress() const noexcept { return mLastProgress; }
+
+    // Of questions that somebody waits for who works on this connection.
+    UserTime &userTime() const noexcept { return mUserTime; }
 
     // Whether the server's questions have reached their limit; then the connection is shut down.
     bool isAskedTooOften() noexcept;
@@ -151,7 +172,9 @@ class Connection {
     int mSendFailure = 0; // errno of a send that failed for good
     bool mReadsArePatient = false;
     std::size_t mUselessBytes = 0; // since the last progress
-    int mQuestions = 0;            // that the server has asked
+    std::atomic<std::chrono::steady_clock::time_point> mLastProgress{};
+    int mQuestions = 0; // that the server has asked
+    mutable UserTime mUserTime;
 };
 
 // Shared by the engine and by everybody who works on the connection.

@@ -4,10 +4,12 @@
 #include "Platform/Text.h"
 #include "Session/Connection.h"
 #include "Session/SSHSession_libssh2.h"
+#include "Session/TimeLimit.h"
 
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <chrono>
 #include <utility>
 
 using SSHPlatform::textOrNull;
@@ -97,12 +99,32 @@ std::optional<Blame> blameOf(Ending ending) {
         return Blame{"The server asked for the password again and again, and was given up after "
                      "100 times.",
                      LIBSSH2_ERROR_AUTHENTICATION_FAILED};
-    case Ending::None:
-    case Ending::Stopped:
-    case Ending::Cancelled:
-        break;
+    default:
+        return std::nullopt;
     }
-    return std::nullopt;
+}
+
+std::string spelled(std::chrono::milliseconds time) {
+    const double seconds = std::chrono::duration<double>(time).count();
+    return fmt::format("{} {}", seconds, seconds == 1 ? "second" : "seconds");
+}
+
+// Where the connection was ended by a time limit.
+std::optional<std::string> passedLimit(const Connection &connection) {
+    const Ending ending = connection.ending();
+    const std::string time = spelled(limitOf(ending, connection.engine.options()));
+    switch (ending) {
+    case Ending::SlowHandshake:
+        return fmt::format("The server has not finished the handshake within {}.", time);
+    case Ending::SlowLogIn:
+        return fmt::format("The log-in has not finished within {}.", time);
+    case Ending::SlowCommand:
+        return fmt::format("The command has not ended within {}.", time);
+    case Ending::SilentCommand:
+        return fmt::format("The command has neither sent nor taken anything for {}.", time);
+    default:
+        return std::nullopt;
+    }
 }
 
 } // namespace
@@ -133,6 +155,8 @@ SSHErrorRef endedStartError(const Connection &connection) {
                                ECANCELED);
     if (const std::optional<Blame> blame = blameOf(connection.ending()))
         return connectionError(session, blame->reason, blame->code);
+    if (const std::optional<std::string> reason = passedLimit(connection))
+        return connectionError(session, *reason, ETIMEDOUT);
     return connectionError(session, "The session was stopped while it was connecting.", 0);
 }
 
@@ -142,6 +166,8 @@ SSHErrorRef endedCommandError(const Connection &connection) {
                             ECANCELED);
     if (const std::optional<Blame> blame = blameOf(connection.ending()))
         return lostConnectionError(connection.engine, blame->reason, blame->code);
+    if (const std::optional<std::string> reason = passedLimit(connection))
+        return commandError(*reason + " It may still be running on the server.", ETIMEDOUT);
     return notConnectedError();
 }
 

@@ -7,11 +7,13 @@
 #include "Session/Connection.h"
 
 #include <atomic>
-#include <chrono>
 #include <memory>
 #include <system_error>
 
 namespace SSHEngine {
+
+using SSHPlatform::forever;
+using SSHPlatform::WaitFor;
 
 namespace {
 
@@ -29,13 +31,12 @@ struct Asked {
     SSHPlatform::Wakeup isDone;
 };
 
-constexpr std::chrono::hours forever(24 * 365);
-
 } // namespace
 
 // The main thread may be busy for ever, and its loop knows no way to take work back. So another
 // thread waits for it, and can be left behind.
 bool askOnMainThread(const Connection &connection, const std::function<void()> &question) {
+    const UserTime::Question isAsked(connection.userTime());
     const auto asked = std::make_shared<Asked>();
     if (SSHPlatform::mainLoop()->isMainThread() || asked->isDone.descriptor() < 0)
         return SSHPlatform::askOnMainThread(question);
@@ -52,11 +53,9 @@ bool askOnMainThread(const Connection &connection, const std::function<void()> &
     } catch (const std::system_error &) { // no thread to be had
         return SSHPlatform::askOnMainThread(question);
     }
-    if (connection.waitFor(asked->isDone.descriptor(), SSHPlatform::WaitFor::Reading, forever) <=
-            0 &&
+    if (connection.waitFor(asked->isDone.descriptor(), WaitFor::Reading, forever) <= 0 &&
         !asked->leaveWaiting(Asked::State::Abandoned))
-        SSHPlatform::waitForSocket(asked->isDone.descriptor(), SSHPlatform::WaitFor::Reading,
-                                   forever);
+        SSHPlatform::waitForSocket(asked->isDone.descriptor(), WaitFor::Reading, forever);
     return asked->wasRun;
 }
 

@@ -120,8 +120,9 @@ class SSHSESSION_EXPORT SSHSessionObserver {
 class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSession> {
   public:
     // Makes a session that is not connected yet; nothing goes over the network. `host` is a name or
-    // an IPv4 address. A null `password` or `keyFilePath` means there is none; a leading "~" in the
-    // path stands for the home directory. All texts are UTF-8.
+    // an IPv4 address, and with the option triesEveryAddress also an IPv6 address, with its scope
+    // behind a percent sign where it needs one. A null `password` or `keyFilePath` means there is
+    // none; a leading "~" in the path stands for the home directory. All texts are UTF-8.
     static std::shared_ptr<SSHSession>
     sessionWithHost(std::optional<std::string> host, std::uint16_t port,
                     std::optional<std::string> user, std::optional<std::string> password,
@@ -154,8 +155,8 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
 
     // Connects, checks the server's host key and authenticates. Answers whether the session is
     // connected now. Connecting takes up to 5 s after the name look-up; later stages wait as long
-    // as the server and the user take. When the user declines a host key, the answer is false and
-    // `*error` is left as it was.
+    // as the server and the user take, unless the options set other limits. When the user declines
+    // a host key, the answer is false and `*error` is left as it was.
     virtual bool start(SSHErrorRef *error) noexcept;
 
     // Disconnects and releases everything the connection held. Any state, any number of times. A
@@ -176,13 +177,13 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     // is for a user who will not wait any longer. The command itself may go on at the server.
     virtual void cancel() noexcept;
 
-    // Runs a command to its end and fills the record's outputs. There is no time limit: a command
-    // runs as long as it takes, and its end is waited for also when both outputs have ended before.
-    // Only a server that cannot be reached any more is given up, two to three minutes after its
-    // last sign of life, where the system can be told when to ask (TCP_KEEPIDLE in tcp(7)); a
-    // session that was idle finds out with its next command. Holds session and command meanwhile.
-    // Fails at once when the session is not connected. True while SSHCommand::isClosedInOrder is
-    // false means that the connection ended before the command did.
+    // Runs a command to its end and fills the record's outputs. Unless the options set one, there
+    // is no time limit: a command runs as long as it takes, and its end is waited for also when
+    // both outputs have ended before. Only a server that cannot be reached any more is given up,
+    // two to three minutes after its last sign of life, where the system can be told when to ask
+    // (TCP_KEEPIDLE in tcp(7)); a session that was idle finds out with its next command. Holds
+    // session and command meanwhile. Fails at once when the session is not connected. True while
+    // SSHCommand::isClosedInOrder is false means that the connection ended before the command did.
     //
     // With an `adminPassword`, a wrong password fails once sudo gives up after three attempts and
     // says so in English, and ten seconds without an answer from sudo fail as a time-out. Any other

@@ -4,12 +4,14 @@
 #include "Platform/Path.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/TimeLimit.h"
 
 #include <chrono>
 #include <cstdio>
 #include <utility>
 
 using SSHEngine::Ending;
+using SSHEngine::TimeLimit;
 using SSHPlatform::MutexLock;
 
 namespace {
@@ -107,10 +109,17 @@ bool SSHSession_libssh2::runStages(Connection &connection, SSHErrorRef *error) {
         didEndStage(stage, succeeded);
         return succeeded;
     };
-    return run(Connect, &Engine::_createSocket) && run(Handshake, &Engine::_startSession) &&
-           run(HostKey, &Engine::_validatedHostFingerprint) &&
-           (run(Agent, &Engine::_authenticateWithAgent) ||
-            run(Authenticate, &Engine::_authenticateManually));
+    const auto handshakes = [&] {
+        const TimeLimit limit(connection, Ending::SlowHandshake);
+        return run(Handshake, &Engine::_startSession);
+    };
+    const auto logsIn = [&] {
+        const TimeLimit limit(connection, Ending::SlowLogIn);
+        return run(Agent, &Engine::_authenticateWithAgent) ||
+               run(Authenticate, &Engine::_authenticateManually);
+    };
+    return run(Connect, &Engine::_createSocket) && handshakes() &&
+           run(HostKey, &Engine::_validatedHostFingerprint) && logsIn();
 }
 
 // Observers may do anything in their notices, and other threads at any moment, so each step looks
@@ -187,10 +196,12 @@ bool SSHSession_libssh2::execute(const std::shared_ptr<SSHCommand> &command,
         failure = SSHEngine::notConnectedError();
     } else {
         mSessionQueue.sync([&] {
-            succeeded = used && holds(*used) && _execute(*used, held, &failure);
+            const bool hasBegun = used && holds(*used);
+            succeeded = hasBegun && _execute(*used, held, &failure);
             endCommand(used);
             const bool isShutDown = used && used->isShutDown();
-            if (!succeeded && isShutDown)
+            // A time limit was that of another command, where this one has not begun.
+            if (!succeeded && isShutDown && (hasBegun || !SSHEngine::isTimeLimit(used->ending())))
                 failure = SSHEngine::endedCommandError(*used);
             if (!succeeded && !failure)
                 failure = SSHEngine::notConnectedError();

@@ -5,25 +5,29 @@
 #include "Platform/Socket.h"
 #include "Platform/Text.h"
 #include "Platform/Wakeup.h"
+#include "Session/AddressRace.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/TimeLimit.h"
 
 #include <fcntl.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <fmt/format.h>
 
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <future>
 #include <memory>
 #include <optional>
 #include <system_error>
+#include <vector>
 
+using SSHEngine::Address;
 using SSHEngine::Connection;
 using SSHEngine::connectionError;
 using SSHEngine::endedStartError;
@@ -32,19 +36,20 @@ using SSHPlatform::WaitFor;
 
 namespace {
 
-constexpr std::chrono::seconds connectTimeout(5);
-
 // What getaddrinfo(3) has answered.
 struct Found {
     int code = 0;   // its own, 0 for success
     int number = 0; // errno behind it
-    in_addr address{};
+    std::vector<Address> addresses = {};
 };
 
-// The first IPv4 address of the host.
-Found lookUp(const std::optional<std::string> &host, std::uint16_t port) {
+// Of both families all addresses are asked for, reachable or not: literal ones must be understood,
+// and an attempt that leads nowhere fails at once.
+Found lookUp(const std::optional<std::string> &host, std::uint16_t port, bool bothFamilies) {
+    if (bothFamilies && host.value_or("").empty()) // which would be this computer
+        return {.code = EAI_NONAME};
     addrinfo hints{};
-    hints.ai_family = AF_INET;
+    hints.ai_family = bothFamilies ? AF_UNSPEC : AF_INET;
     hints.ai_socktype = SOCK_STREAM;
     addrinfo *results = nullptr;
     Found found;
@@ -54,9 +59,8 @@ Found lookUp(const std::optional<std::string> &host, std::uint16_t port) {
     found.number = errno;
     if (found.code != 0)
         return found;
-    sockaddr_in first{};
-    std::memcpy(&first, results->ai_addr, sizeof first);
-    found.address = first.sin_addr;
+    for (const addrinfo *each = results; each; each = each->ai_next)
+        found.addresses.emplace_back(each->ai_addr, each->ai_addrlen);
     ::freeaddrinfo(results);
     return found;
 }
@@ -69,8 +73,10 @@ std::optional<Found> lookUpFor(const Connection &connection) {
         SSHPlatform::Wakeup isDone;
     };
     const auto shared = std::make_shared<Shared>();
-    const auto work = [shared, host = connection.engine.host(), port = connection.engine.port()] {
-        shared->answer.set_value(lookUp(host, port));
+    const SSHSession &session = connection.engine;
+    const auto work = [shared, host = session.host(), port = session.port(),
+                       bothFamilies = session.options().triesEveryAddress] {
+        shared->answer.set_value(lookUp(host, port, bothFamilies));
         shared->isDone.signal();
     };
     try {
@@ -79,7 +85,7 @@ std::optional<Found> lookUpFor(const Connection &connection) {
         work();
     }
     if (shared->isDone.descriptor() >= 0 &&
-        connection.waitFor(shared->isDone.descriptor(), WaitFor::Reading, std::chrono::hours(24)) <=
+        connection.waitFor(shared->isDone.descriptor(), WaitFor::Reading, SSHPlatform::forever) <=
             0 &&
         connection.isShutDown())
         return std::nullopt;
@@ -124,13 +130,26 @@ void tune(int socket) {
 #endif
 }
 
-int beginConnecting(int socket, in_addr address, std::uint16_t port) {
-    sockaddr_in peer{};
-    peer.sin_family = AF_INET;
-    peer.sin_port = htons(port);
-    peer.sin_addr = address;
+int beginConnecting(int socket, const Address &peer) {
     ::fcntl(socket, F_SETFL, O_NONBLOCK);
-    return ::connect(socket, reinterpret_cast<const sockaddr *>(&peer), sizeof peer);
+    return ::connect(socket, peer.get(), peer.size);
+}
+
+int beginAttempt(const Address &peer) {
+    const int descriptor = SSHPlatform::openSocket(peer.family());
+    if (descriptor == -1)
+        return -1;
+    tune(descriptor);
+    if (beginConnecting(descriptor, peer) == 0 || errno == EINPROGRESS || errno == EINTR)
+        return descriptor;
+    const int number = errno;
+    ::close(descriptor);
+    errno = number;
+    return -1;
+}
+
+void makeBlocking(int descriptor) {
+    ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
 }
 
 } // namespace
@@ -154,6 +173,18 @@ bool SSHSession_libssh2::_createSocket(Connection &connection, SSHErrorRef *erro
                                     ::gai_strerror(found->code), found->code),
                         found->number);
 
+    const std::chrono::milliseconds limit = SSHEngine::timeLimit(options().connectTimeout);
+    if (options().triesEveryAddress) {
+        const int connected =
+            SSHEngine::connectToFirst(connection, inTurn(found->addresses), limit, beginAttempt);
+        if (connected < 0)
+            return errno == ETIMEDOUT ? failWith("The connection timed out.", ETIMEDOUT)
+                                      : failNumbered("Could not connect to the remote host.");
+        makeBlocking(connected);
+        connection.adoptSocket(connected);
+        return true;
+    }
+
     const int descriptor = SSHPlatform::openSocket(AF_INET);
     connection.adoptSocket(descriptor);
     if (descriptor == -1)
@@ -162,14 +193,14 @@ bool SSHSession_libssh2::_createSocket(Connection &connection, SSHErrorRef *erro
 
     // Whatever made connect answer -1, a refusal included, the socket becomes ready; a refused
     // connection is reported by the handshake, which meets it next.
-    const int result = beginConnecting(descriptor, found->address, port());
+    const int result = beginConnecting(descriptor, found->addresses.front());
     if (result != -1 && errno != EAGAIN)
         return failNumbered("Could not connect to the remote host.");
-    const int ready = connection.wait(WaitFor::Either, connectTimeout);
+    const int ready = connection.wait(WaitFor::Either, limit);
     if (ready < 0)
         return failNumbered("Could not connect to the remote host.");
     if (ready == 0)
         return failWith("The connection timed out.", errno);
-    ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
+    makeBlocking(descriptor);
     return true;
 }

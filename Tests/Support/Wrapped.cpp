@@ -166,8 +166,16 @@ WITH_A_HOOK(2, BIO_new_file) {
 WITH_A_HOOK(4, getaddrinfo) {
     if (wrapped().beforeLookUp)
         wrapped().beforeLookUp();
-    return wrapped().shouldFail("getaddrinfo") ? wrapped().result()
-                                               : __real_getaddrinfo(a, b, c, d);
+    if (wrapped().shouldFail("getaddrinfo"))
+        return wrapped().result();
+    if (wrapped().addresses.empty())
+        return __real_getaddrinfo(a, b, c, d);
+    int result = 0;
+    for (const std::string &address : wrapped().addresses) { // freed one by one
+        result = result != 0 ? result : __real_getaddrinfo(address.c_str(), b, c, d);
+        d = result != 0 ? d : &(*d)->ai_next;
+    }
+    return result;
 }
 WITH_A_HOOK(4, libssh2_session_init_ex) {
     if (wrapped().shouldFail("libssh2_session_init_ex")) {

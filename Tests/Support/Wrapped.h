@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 // The calls from number `first` on, `times` of them, are not made and answer at once.
 struct Fault {
@@ -25,6 +26,7 @@ struct Wrapped {
     std::atomic<int> plainPauses = 0;   // poll(2) that looks at no descriptor but the wake-up's
     std::atomic<int> inheritable = 0;   // sockets and files opened so that programs inherit them
     std::function<void()> beforeLookUp; // on the thread of the look-up
+    std::vector<std::string> addresses; // that every name has, where there are any
 
     // Forgets what was counted, and from here on has the fault, if any.
     void inject(const Fault &fault = {});
