@@ -2,6 +2,7 @@
 
 #include "Platform/Assertion.h"
 #include "Platform/Path.h"
+#include "Platform/Text.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
 #include "Session/TimeLimit.h"
@@ -113,13 +114,39 @@ bool SSHSession_libssh2::runStages(Connection &connection, SSHErrorRef *error) {
         const TimeLimit limit(connection, Ending::SlowHandshake);
         return run(Handshake, &Engine::_startSession);
     };
+    std::string banner;
+    const auto tells = [&](bool succeeded) {
+        tellBanner(connection, banner);
+        return succeeded;
+    };
     const auto logsIn = [&] {
         const TimeLimit limit(connection, Ending::SlowLogIn);
-        return run(Agent, &Engine::_authenticateWithAgent) ||
-               run(Authenticate, &Engine::_authenticateManually);
+        return tells(run(Agent, &Engine::_authenticateWithAgent)) ||
+               tells(run(Authenticate, &Engine::_authenticateManually));
     };
     return run(Connect, &Engine::_createSocket) && handshakes() &&
            run(HostKey, &Engine::_validatedHostFingerprint) && logsIn();
+}
+
+// The library keeps the text that came with the last list of methods. Whether the log-in has
+// succeeded, or was torn down, does not matter: it may say why.
+void SSHSession_libssh2::tellBanner(const Connection &connection, std::string &told) {
+#if LIBSSH2_VERSION_NUM >= 0x010b00
+    std::string banner;
+    mSessionQueue.sync([&] {
+        char *text = nullptr;
+        if (!options().tellsBanners)
+            return;
+        if (libssh2_userauth_banner(connection.session(), &text) == 0)
+            banner = SSHPlatform::decodedUTF8(text);
+        else // which is no failure
+            libssh2_session_set_last_error(connection.session(), LIBSSH2_ERROR_NONE, "");
+    });
+    if (banner.empty() || banner == told)
+        return;
+    told = banner;
+    didReceiveBanner(banner);
+#endif
 }
 
 // Observers may do anything in their notices, and other threads at any moment, so each step looks

@@ -125,6 +125,7 @@ class SSHSession_libssh2 : public SSHSession {
 
   private:
     bool runStages(Connection &connection, SSHErrorRef *error);
+    void tellBanner(const Connection &connection, std::string &told);
     bool becomeConnected(const ConnectionRef &connection);
     ConnectionRef shutDownUnlessEstablished();
     // Counts a command on the connection that the engine holds, and no more on `before`. Either may

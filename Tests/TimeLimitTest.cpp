@@ -18,6 +18,13 @@ const std::string couldNot =
     "libssh2ErrorDomain 110 | Dravella could not execute the SSH command. | The command has ";
 const std::string mayRun = ". It may still be running on the server. | -";
 
+struct Listener final : SSHSessionObserver {
+    void didReceiveBanner(SSHSession & /*session*/, const std::string &banner) noexcept override {
+        heard.push_back(banner);
+    }
+    Lines heard;
+};
+
 } // namespace
 
 using TimeLimitTest = ScriptedServerTest;
@@ -89,4 +96,28 @@ TEST_F(TimeLimitTest, OfACommand) {
         EXPECT_EQ(first.get() == result, result.starts_with("0"));
         scripted.received(result.starts_with("0") ? 3 : 0); // the rest of both
     }
+}
+
+TEST_F(TimeLimitTest, BannersAreTold) {
+    const std::string file = home.directory.path("banner");
+    std::ofstream(file) << "Hands off!\n\xff\n";
+    mServer = std::make_unique<Sshd>(Lines{"ecdsa"}, "Banner " + file + "\n");
+    know(mServer->hostKey());
+    const auto heard = [&](bool succeeds) {
+        const auto listener = std::make_shared<Listener>();
+        const auto session = makeSession(mServer->port(), std::nullopt, key());
+        session->addObserver(listener);
+        EXPECT_EQ(session->start(&error), succeeds) << summary(error);
+        return listener->heard;
+    };
+#if LIBSSH2_VERSION_NUM >= 0x010b00
+    const Lines all = {"Hands off!\n\uFFFD\n"};
+#else
+    const Lines all;
+#endif
+    EXPECT_EQ(heard(false), Lines());
+    options.tellsBanners = true;
+    EXPECT_EQ(heard(false), all);
+    mServer->authorize(key());
+    EXPECT_EQ(heard(true), all);
 }
