@@ -2,13 +2,14 @@
 #include "Session/SSHSession_libssh2.h"
 
 #include "Commands/ChannelPump.h"
-#include "Commands/Sudo.h"
+#include "Commands/FollowedSudo.h"
 #include "Platform/Text.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
 #include "Session/TimeLimit.h"
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string_view>
 
@@ -16,6 +17,7 @@ using SSHEngine::ChannelPump;
 using SSHEngine::Connection;
 using SSHEngine::Ending;
 using SSHEngine::fail;
+using SSHEngine::FollowedSudo;
 using SSHEngine::SudoConversation;
 
 namespace {
@@ -72,6 +74,7 @@ class CommandRun {
     void fillRecord();
 
   private:
+    bool followsSudo() const { return mConnection.engine.options().followsSudo; }
     bool serverHasClosed() const;
     std::string exitSignal() const;
 
@@ -86,7 +89,9 @@ class CommandRun {
 
 bool CommandRun::start(SSHErrorRef *error) {
     const std::string command = textOf(mCommand.command());
-    const std::string text = mAdminPassword ? SSHEngine::sudoCommand(command) : command;
+    const std::string text = !mAdminPassword ? command
+                             : followsSudo() ? SSHEngine::followedSudoCommand(command)
+                                             : SSHEngine::sudoCommand(command);
     int code = 0;
     {
         const Connection::PatientReads patience(mConnection);
@@ -108,7 +113,10 @@ bool CommandRun::start(SSHErrorRef *error) {
 bool CommandRun::converseWithSudo(SSHErrorRef *error) {
     if (!mAdminPassword)
         return true;
-    SudoConversation conversation(*mAdminPassword, SudoConversation::Clock::now());
+    const auto now = SudoConversation::Clock::now();
+    const std::unique_ptr<SudoConversation> conversation =
+        followsSudo() ? std::make_unique<FollowedSudo>(*mAdminPassword, now)
+                      : std::make_unique<SudoConversation>(*mAdminPassword, now);
     bool continues = false;
     while (true) {
         // While the pump step read standard error, the news that sudo has accepted may have come,
@@ -116,18 +124,18 @@ bool CommandRun::converseWithSudo(SSHErrorRef *error) {
         if (!mPump.step(error) || !Engine::_readFromChannel(mConnection, mChannel, *mPump.output,
                                                             false, &continues, error))
             return false;
-        const SudoConversation::Outcome outcome = conversation.examine(
+        const SudoConversation::Outcome outcome = conversation->examine(
             *mPump.output, *mPump.errorOutput, mPump.keepReading, SudoConversation::Clock::now());
         if (outcome == SudoConversation::Outcome::Accepted)
             return true;
         if (outcome == SudoConversation::Outcome::Asked)
-            mPump.queueInput(conversation.answer().shared(), conversation.answer().view());
+            mPump.queueInput(conversation->answer().shared(), conversation->answer().view());
         if (outcome == SudoConversation::Outcome::Refused ||
             outcome == SudoConversation::Outcome::TimedOut)
             return fail(error, [&] {
                 return SSHEngine::commandError(
                     outcome == SudoConversation::Outcome::Refused
-                        ? "The SSH user was not able to use sudo. The password was not accepted."
+                        ? conversation->refusal(mPump.errorOutput->view())
                         : "Password authentication for sudo timed out.",
                     0);
             });

@@ -36,12 +36,13 @@ class SSHSESSION_EXPORT SSHCommand {
     void setCommand(std::string_view value) noexcept;
     void setCommand(std::nullptr_t) noexcept { setCommand(SSHStringRef()); }
 
-    // When not null, the command runs as root through sudo(8), and this answers sudo's prompt. The
-    // user's own shell then reads the command inside double quotes, once more than otherwise: write
-    // a backslash before every backslash, dollar sign and back-quote that is meant for root's
-    // shell, also in what SSHEscapeString quoted. A plain text is copied into memory that is wiped
-    // when the last reference to it goes; a reference is what its maker made it: hand over
-    // SSHPlatform::Secret's `shared` to have it wiped.
+    // When not null, the command runs as root through sudo(8), and this answers sudo's prompt.
+    // Unless the session has the option followsSudo, the user's own shell then reads the command
+    // inside double quotes, once more than otherwise: write a backslash before every backslash,
+    // dollar sign and back-quote that is meant for root's shell, also in what SSHEscapeString
+    // quoted. A plain text is copied into memory that is wiped when the last reference to it goes;
+    // a reference is what its maker made it: hand over SSHPlatform::Secret's `shared` to have it
+    // wiped.
     SSHStringRef adminPassword() const noexcept;
     void setAdminPassword(SSHStringRef value) noexcept;
     void setAdminPassword(std::string_view value) noexcept;

@@ -12,10 +12,7 @@ namespace SSHEngine {
 
 namespace {
 
-constexpr std::string_view promptMarker = "#SSHSessionEnterPassword^";
-constexpr std::string_view successMarker = "#SSHSessionSudoSuccess^";
 constexpr std::size_t successLineLength = successMarker.size() + 1; // with the echo's line end
-constexpr std::chrono::seconds longestSilence(10);
 
 bool saysThreeAttempts(std::string_view errorOutput) {
     return SSHPlatform::isUTF8(errorOutput) &&
@@ -40,7 +37,7 @@ std::string sudoCommand(const std::string &command) {
 }
 
 SudoConversation::SudoConversation(std::string_view password, Clock::time_point now)
-    : mAnswer(lineOf(password)), mLastActivity(now) {}
+    : mLastActivity(now), mAnswer(lineOf(password)) {}
 
 SudoConversation::Outcome SudoConversation::examine(SSHPlatform::ByteBuffer &output,
                                                     SSHPlatform::ByteBuffer &errorOutput,
@@ -66,6 +63,10 @@ SudoConversation::Outcome SudoConversation::examine(SSHPlatform::ByteBuffer &out
     if (isAsked)
         return Outcome::Asked;
     return now - mLastActivity > longestSilence ? Outcome::TimedOut : Outcome::Pending;
+}
+
+std::string SudoConversation::refusal(std::string_view /*errorOutput*/) const {
+    return "The SSH user was not able to use sudo. The password was not accepted.";
 }
 
 } // namespace SSHEngine

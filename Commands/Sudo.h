@@ -11,6 +11,9 @@
 
 namespace SSHEngine {
 
+inline constexpr std::string_view promptMarker = "#SSHSessionEnterPassword^";
+inline constexpr std::string_view successMarker = "#SSHSessionSudoSuccess^";
+
 // The command line that runs `command` as root. sudo asks for the password with a marker that ends
 // its standard error; the shell that it starts announces success with another marker at the start
 // of standard output. Only quotation marks are escaped: the user's login shell sees the command
@@ -31,18 +34,27 @@ class SudoConversation {
     };
 
     SudoConversation(std::string_view password, Clock::time_point now);
+    virtual ~SudoConversation() = default;
+    SudoConversation(const SudoConversation &) = delete;
+    SudoConversation &operator=(const SudoConversation &) = delete;
 
     // To be called after each pump step. Empties `errorOutput` when sudo asks, and removes the
     // marker from `output` when it has accepted.
-    Outcome examine(SSHPlatform::ByteBuffer &output, SSHPlatform::ByteBuffer &errorOutput,
-                    bool keepReading, Clock::time_point now);
+    virtual Outcome examine(SSHPlatform::ByteBuffer &output, SSHPlatform::ByteBuffer &errorOutput,
+                            bool keepReading, Clock::time_point now);
+
+    // Why it was refused.
+    virtual std::string refusal(std::string_view errorOutput) const;
 
     // What sudo wants to read each time it asks.
     const SSHPlatform::Secret &answer() const { return mAnswer; }
 
+  protected:
+    static constexpr std::chrono::seconds longestSilence{10};
+    Clock::time_point mLastActivity;
+
   private:
     SSHPlatform::Secret mAnswer;
-    Clock::time_point mLastActivity;
 };
 
 } // namespace SSHEngine

@@ -6,7 +6,7 @@
 #include "Fuzz/Support/Property.h"
 #include "Fuzz/Support/Shell.h"
 
-#include "Commands/Sudo.h"
+#include "Commands/FollowedSudo.h"
 
 #include <algorithm>
 
@@ -18,6 +18,7 @@ namespace {
 
 const std::string prompt = "#SSHSessionEnterPassword^";
 const std::string success = "#SSHSessionSudoSuccess^";
+constexpr unsigned errorBit = 0x80;
 
 void readBack(std::string_view input) {
     std::string command(input.substr(0, input.find('\0')));
@@ -28,6 +29,41 @@ void readBack(std::string_view input) {
     hold(everyShellReads(line, {"/usr/bin/sudo", "-S", "-p", prompt, "/bin/sh", "-c",
                                 "echo '" + success + "'; " + command}),
          "a shell reads sudo's command line as it was meant");
+    std::string any(input.substr(0, input.find('\0')));
+    std::replace(any.begin(), any.end(), '\n', ' ');
+    line = SSHEngine::followedSudoCommand(any);
+    hold(everyShellReads(line, {"/usr/bin/sudo", "-S", "-p", prompt, "/bin/sh", "-c",
+                                "echo; echo '" + success + "'; " + any}),
+         "a shell reads the line of a sudo that is followed as it was meant");
+}
+
+// Where the announcement stands, and what is asked, do not depend on the pieces either.
+void follow(std::string_view input) {
+    SSHEngine::FollowedSudo sudo("secret", {});
+    ByteBuffer output;
+    ByteBuffer errors;
+    std::string all;
+    auto outcome = Pending;
+    while (outcome == Pending || outcome == Asked) {
+        const bool isLast = input.empty();
+        const unsigned head = takeByte(input);
+        const std::string_view piece = input.substr(0, head & ~errorBit);
+        input.remove_prefix(piece.size());
+        const bool isError = (head & errorBit) != 0;
+        (isError ? errors : output).append(piece);
+        all.append(isError ? "" : piece);
+        const std::string line(errors.view().substr(errors.view().rfind('\n') + 1));
+        outcome = sudo.examine(output, errors, !isLast, {});
+        const std::size_t found = all.find("\n" + success + "\n");
+        hold((outcome == Accepted) == (found != std::string::npos), "success is seen at once");
+        hold(outcome != Accepted || output.view() == all.substr(found + success.size() + 2),
+             "what follows the announcement is the command's");
+        hold(outcome == Accepted || output.view() == all, "nothing is taken before");
+        hold((outcome == Asked) ==
+                 (outcome != Accepted && !isLast && line.find(prompt) != std::string::npos),
+             "a question is answered once");
+    }
+    hold(sudo.refusal(errors.view()).find(prompt) == std::string::npos, "words are sudo's own");
 }
 
 // What has come so far, and what an honest listener makes of it.
@@ -79,9 +115,9 @@ class Conversation {
 
 // Pieces: a byte that tells the stream and the size, then so many bytes.
 int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
-    constexpr unsigned errorBit = 0x80;
     std::string_view input = textOf(data, size);
     readBack(input);
+    follow(input);
     Conversation conversation;
     while (!conversation.isOver()) {
         const bool isLast = input.empty();

@@ -190,7 +190,8 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     // last word of sudo's is waited on without end: to a user who is not in sudoers, after another
     // number of attempts, in another language. A user whose shell prints something on standard
     // output as it starts hides sudo's answer: every such command times out, and has run as root. A
-    // time-out never says that the command did not run.
+    // time-out never says that the command did not run. With the option followsSudo each end of
+    // sudo's is a failure at once, in its own words, and what a shell prints does not matter.
     virtual bool execute(const std::shared_ptr<SSHCommand> &command, SSHErrorRef *error) noexcept;
 
     // Whether `start` has succeeded and nothing has failed since. Observable under "isConnected".

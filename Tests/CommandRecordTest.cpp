@@ -1,4 +1,4 @@
-#include "Commands/Sudo.h"
+#include "Commands/FollowedSudo.h"
 #include "Tests/Support/Process.h"
 
 #include <SSHSession/SSHCommand.h>
@@ -48,6 +48,14 @@ TEST(Sudo, OnlyQuotationMarksAreEscapedInTheCommand) {
               R"('#SSHSessionSudoSuccess^'; a\\"b $HOME `id` 'c' {} %@")");
 }
 
+TEST(Sudo, EveryShellReadsTheSameWord) {
+    EXPECT_EQ(SSHEngine::followedSudoCommand(R"(it's \ `a`!)"),
+              "/usr/bin/sudo -S -p '#SSHSessionEnterPassword^' /bin/sh -c 'echo; echo '\\''"
+              R"(#SSHSessionSudoSuccess^'\''; it'\''s '\\' `a`'\!'')");
+    EXPECT_TRUE(SSHEngine::followedSudoCommand("a\n%'\\").ends_with(
+        R"x(; eval "$(printf '\''a'\\'012%%'\\'047'\\'134'\'')"')x"));
+}
+
 namespace {
 
 const std::string prompt = "#SSHSessionEnterPassword^";
@@ -92,4 +100,47 @@ TEST(Sudo, TenSecondsOfSilenceSinceErrorOutputWasLastSeen) {
     EXPECT_EQ(talk.hear("", prompt, 120), Heard::Asked);
     EXPECT_EQ(talk.hear("", "", 130), Heard::Pending);
     EXPECT_EQ(talk.hear("", "", 131), Heard::TimedOut);
+}
+
+// What sudo-rs asks has words around the marker, which may come in pieces as well.
+TEST(Sudo, FollowedToItsEnd) {
+    struct Piece {
+        const char *out;
+        std::string err;
+        int second;
+        Heard heard;
+        const char *words = "";
+        bool keepReading = true;
+    };
+    const std::string question = "[sudo: " + prompt + "] Password: ";
+    const char *const accepted = "\n#SSHSessionSudoSuccess^\nown";
+    for (const auto &pieces : std::vector<std::vector<Piece>>{
+             {{"hi", "a lecture\n", 9, Heard::Pending},
+              {"", question, 18, Heard::Asked},
+              {"", "\nno\n" + question + "\n", 27, Heard::Pending}, // answered
+              {"", "", 38, Heard::TimedOut}},
+             {{"hi", question.substr(0, 40), 0, Heard::Asked},
+              {"", question.substr(40), 0, Heard::Pending},
+              {accepted, prompt, 0, Heard::Accepted}},
+             {{"\n#SSHSessionSudo", "", 9, Heard::Pending},
+              {"Success^", "", 18, Heard::Pending},
+              {"\nown", prompt, 29, Heard::Accepted}},
+             {{accepted, "", 0, Heard::Accepted, "", false}},
+             {{"#SSHSessionSudoSuccess^ ", "\r\n " + prompt + "no\xff, not ada\n" + prompt, 0,
+               Heard::Refused, "no\uFFFD, not ada", false}},
+             {{"", "", 0, Heard::Refused, "sudo has ended without saying why.", false}}}) {
+        SSHEngine::FollowedSudo sudo("sesame", {});
+        SSHPlatform::ByteBuffer output;
+        SSHPlatform::ByteBuffer errorOutput;
+        for (const Piece &piece : pieces) {
+            output.append(piece.out);
+            errorOutput.append(piece.err);
+            const SudoConversation::Clock::time_point now(std::chrono::seconds{piece.second});
+            EXPECT_EQ(sudo.examine(output, errorOutput, piece.keepReading, now), piece.heard)
+                << piece.out << piece.err;
+            const bool isRefused = piece.heard == Heard::Refused;
+            EXPECT_EQ(isRefused ? sudo.refusal(errorOutput.view()) : "", piece.words);
+            EXPECT_TRUE(piece.heard != Heard::Accepted || output.view() == "own");
+        }
+    }
 }

@@ -7,6 +7,7 @@
 
 #include <fstream>
 
+using namespace std::string_literals;
 namespace fs = std::filesystem;
 
 namespace {
@@ -36,11 +37,19 @@ class RealSudoTest : public SessionTest {
             fs::remove(file);
     }
 
-    void allow(const std::string &rule) const {
+    void allow(const std::string &rule, const std::string &more = "") const {
         std::ofstream(rules) << fmt::format(
-            "Defaults:{0} lecture=never, timestamp_timeout=0, !mail_badpass\n{0} ALL={1}\n", name,
-            rule);
+            "Defaults:{0} lecture=never, timestamp_timeout=0, !mail_badpass{2}\n{0} ALL={1}\n",
+            name, rule, more);
         fs::permissions(rules, fs::perms(0440));
+    }
+
+    // A shell that does this first; "$2" is the command.
+    std::string shell(const std::string &script) {
+        fs::permissions(home.directory.path(), fs::perms(0755));
+        const std::string path = home.directory.write("shell", "#!/bin/sh\n" + script);
+        fs::permissions(path, fs::perms(0755));
+        return path;
     }
 
     const std::string name = "sshs" + std::to_string(::getpid());
@@ -68,4 +77,43 @@ TEST_F(RealSudoTest, Commands) {
               "libssh2ErrorDomain 0 | Dravella could not execute the SSH command. | The SSH user "
               "was not able to use sudo. The password was not accepted. | -");
     EXPECT_EQ(log, Lines());
+}
+
+TEST_F(RealSudoTest, FollowedToItsEnd) {
+    options.followsSudo = true;
+    const auto session = makeSession(mServer->port(), std::nullopt, key(), name);
+    const auto result = [&](const std::string &shell, const std::string &command,
+                            const std::string &secret, const std::string &input = "") {
+        require({"usermod", "-s", shell, name});
+        session->stop(); // the server looks at the log-in
+        EXPECT_TRUE(session->start(&error)) << summary(error);
+        return resultOf(*session, command, secret, input);
+    };
+    const auto couldNot = [](const std::string &why) {
+        return "libssh2ErrorDomain 0 | Dravella could not execute the SSH command. | " + why +
+               " | -";
+    };
+    const std::string odd =
+        R"(v="a'b"; printf '%s|' "$v" `echo "\$v"` \\ 'a\b\\' \! 'hi!x' '100%' "";)"
+        "\ncat <<E\n \\$v $v \"'\\\\\nE\nprintf %s ~root 'x\ny!'; exit 3";
+    allow("(ALL) ALL");
+    for (const std::string &each :
+         {"/bin/sh"s, "/bin/bash"s, "/bin/csh"s, "/usr/bin/fish"s, "/bin/zsh"s,
+          shell("printf Welcome; printf hm >&2; exec /bin/sh \"$@\"\n")}) {
+        if (!fs::exists(each)) {
+            GTEST_LOG_(WARNING) << "*** not tested, since it is not there: " << each << " ***";
+            continue;
+        }
+        SCOPED_TRACE(each);
+        EXPECT_EQ(result(each, odd, password),
+                  fmt::format("3 (null) | {} | ", runProcess({"/bin/sh", "-c", odd}).output));
+        EXPECT_EQ(result(each, "id -u; cat", password, "in!put"), "0 (null) | 0\nin!put | ");
+    }
+    EXPECT_EQ(result("/bin/sh", "cat", "wrong"), couldNot("sudo: 3 incorrect password attempts"));
+    allow("(ALL) ALL", ", passwd_tries=1, authfail_message=\"%d falsches Passwort\"");
+    EXPECT_EQ(result("/bin/sh", "cat", "wrong"), couldNot("sudo: 1 falsches Passwort"));
+    fs::remove(rules);
+    EXPECT_EQ(result("/bin/sh", "cat", password), couldNot(name + " is not in the sudoers file."));
+    EXPECT_EQ(result(shell("exec /bin/sh -c \"/usr/bin/no${2#/usr/bin/}\"\n"), "cat", password),
+              couldNot("/bin/sh: 1: /usr/bin/nosudo: not found"));
 }
