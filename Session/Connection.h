@@ -24,6 +24,7 @@
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -81,6 +82,9 @@ class Connection {
     bool isStarting = true;
     // Commands that run on it or wait for their turn; guarded in the same way.
     int commandsUnderWay = 0;
+
+    // What the server has shown at log-in that the observers know. Thread of `start`.
+    std::string toldBanners;
 
     // Takes over what socket(2) has answered. 0 means none; a failed call leaves -1.
     void adoptSocket(int descriptor) noexcept;

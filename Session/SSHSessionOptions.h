@@ -76,8 +76,8 @@ struct SSHSessionOptions {
     bool asksForPassword = false;
 
     // Hands texts that the server shows at log-in (RFC 4252, section 5.4) to the observers; see
-    // SSHSessionObserver::didReceiveBanner. Of those that come at once the first, and none from
-    // after the last list of methods: libssh2 keeps no others, and before 1.11 none at all.
+    // SSHSessionObserver::didReceiveBanner. libssh2 before 1.11 knows of none, and 1.11
+    // as others build it only of the last before a list of methods.
     bool tellsBanners = false;
 
     // --- Commands

@@ -114,38 +114,36 @@ bool SSHSession_libssh2::runStages(Connection &connection, SSHErrorRef *error) {
         const TimeLimit limit(connection, Ending::SlowHandshake);
         return run(Handshake, &Engine::_startSession);
     };
-    std::string banner;
-    const auto tells = [&](bool succeeded) {
-        tellBanner(connection, banner);
-        return succeeded;
-    };
     const auto logsIn = [&] {
         const TimeLimit limit(connection, Ending::SlowLogIn);
-        return tells(run(Agent, &Engine::_authenticateWithAgent)) ||
-               tells(run(Authenticate, &Engine::_authenticateManually));
+        const bool succeeded = run(Agent, &Engine::_authenticateWithAgent) ||
+                               run(Authenticate, &Engine::_authenticateManually);
+        _tellBanners(connection);
+        return succeeded;
     };
     return run(Connect, &Engine::_createSocket) && handshakes() &&
            run(HostKey, &Engine::_validatedHostFingerprint) && logsIn();
 }
 
-// The library keeps the text that came with the last list of methods. Whether the log-in has
-// succeeded, or was torn down, does not matter: it may say why.
-void SSHSession_libssh2::tellBanner(const Connection &connection, std::string &told) {
+// Whether the log-in has succeeded, or was torn down, does not matter: a text may say why.
+void SSHSession_libssh2::_tellBanners(Connection &connection) {
 #if LIBSSH2_VERSION_NUM >= 0x010b00
-    std::string banner;
+    if (!options().tellsBanners)
+        return;
+    std::string all;
     mSessionQueue.sync([&] {
         char *text = nullptr;
-        if (!options().tellsBanners)
-            return;
         if (libssh2_userauth_banner(connection.session(), &text) == 0)
-            banner = SSHPlatform::decodedUTF8(text);
+            all = text;
         else // which is no failure
             libssh2_session_set_last_error(connection.session(), LIBSSH2_ERROR_NONE, "");
     });
-    if (banner.empty() || banner == told)
-        return;
-    told = banner;
-    didReceiveBanner(banner);
+    const std::string told = std::exchange(connection.toldBanners, all);
+    if (all != told) // the own build of the library adds to a text, others replace it
+        didReceiveBanner(
+            SSHPlatform::decodedUTF8(all.substr(all.starts_with(told) ? told.size() : 0)));
+#else
+    static_cast<void>(connection);
 #endif
 }
 

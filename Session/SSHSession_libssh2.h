@@ -73,6 +73,9 @@ class SSHSession_libssh2 : public SSHSession {
     bool _authenticateWithPassword(Connection &connection, SSHErrorRef *error);
     bool _authenticateWithKeyboard(Connection &connection, SSHErrorRef *error);
 
+    // Session/SSHSession_libssh2.cpp: hands the observers what the server has shown meanwhile
+    void _tellBanners(Connection &connection);
+
     // --- While connected: sends a keepalive. Called on the main thread every 30 s.
     void keepAlive();
 
@@ -125,7 +128,6 @@ class SSHSession_libssh2 : public SSHSession {
 
   private:
     bool runStages(Connection &connection, SSHErrorRef *error);
-    void tellBanner(const Connection &connection, std::string &told);
     bool becomeConnected(const ConnectionRef &connection);
     ConnectionRef shutDownUnlessEstablished();
     // Counts a command on the connection that the engine holds, and no more on `before`. Either may

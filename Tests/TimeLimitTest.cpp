@@ -120,4 +120,12 @@ TEST_F(TimeLimitTest, BannersAreTold) {
     EXPECT_EQ(heard(false), all);
     mServer->authorize(key());
     EXPECT_EQ(heard(true), all);
+#ifdef SSHSESSION_WRAPS_LIBSSH2 // others lose what comes with an answer
+    mServer.reset();
+    const auto listener = std::make_shared<Listener>();
+    const auto session = sessionAs("password banner 'Last login: never'", "sesame");
+    session->addObserver(listener);
+    EXPECT_TRUE(session->start(&error)) << summary(error);
+    EXPECT_EQ(listener->heard, Lines{"Last login: never\n"});
+#endif
 }

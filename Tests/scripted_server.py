@@ -6,6 +6,7 @@ what happens when one is tried; by itself every answer is taken but an empty one
     password,keyboard-interactive      publickey,password disconnect 2 bye en
     keyboard-interactive 0 1 2         rounds with so many prompts
     password expired                   a new password is demanded
+    password banner 'Hello!'           a text for the user comes with the answer
     password silent                    no answer, ever; also of publickey
     disconnect 11                      before any method is named
     none                               the user is let in without being asked
@@ -97,6 +98,8 @@ class Server(asyncssh.SSHServer):
     def attempt(self):
         if self.steps[:1] == ["disconnect"]:
             disconnect(self.connection, *self.steps[1:])
+        if self.steps[:1] == ["banner"]:
+            self.connection.send_auth_banner(self.steps[1] + "\n")
         if self.steps == ["expired"]:
             raise asyncssh.PasswordChangeRequired("Choose another one")
 
