@@ -51,8 +51,8 @@ class NamedHost {
   private:
     bool isMeantBy(std::string_view hosts) const;
     bool isInList(std::string_view patterns) const;
-    KeyStanding standingInLine(std::string_view line, const KnownHostKey &key) const;
-    std::string withoutOtherKey(std::string_view line, const KnownHostKey &key) const;
+    KeyStanding standingInLine(std::string_view text, const KnownHostKey &key) const;
+    std::string withoutOtherKey(std::string_view text, const KnownHostKey &key) const;
     std::string lineFor(const KnownHostKey &key) const;
 
     const std::string mName;

@@ -1,4 +1,5 @@
 // Host keys for sessions that know every type, with ssh and ssh-keygen to compare with.
+#include "Identity/RecordedKeys.h"
 #include "Tests/Support/SessionTest.h"
 
 #include <fmt/format.h>
@@ -167,19 +168,19 @@ TEST_F(RecordedKeysTest, AnAcceptedKeyTakesThePlaceOfTheHostsOthers) {
         require({"ssh-keygen", "-q", "-H", "-f", home.directory.path("hashed")});
         return contentOf(home.directory.path("hashed"));
     }();
-    const std::string odd = "# a comment\r\n\n \t\nunreadable\n@revoked *" + wrong +
-                            "\n@cert-authority " + host + wrong + "\n127.0.0.1" + wrong + "\n";
+    const std::string oddLines = "# a comment\r\n\n \t\nunreadable\n@revoked *" + wrong +
+                                 "\n@cert-authority " + host + wrong + "\n127.0.0.1" + wrong + "\n";
     struct Case {
         std::string before;
         std::string after;
         bool isChanged = true;
     };
     for (const auto &[before, after, isChanged] : std::vector<Case>{
-             {odd, odd, false},
+             {oddLines, oddLines, false},
              {"no newline", "no newline\n", false},
              {host + wrong, ""},
-             {host + " " + other.hostKey("ecdsa") + " c\n" + odd + host + wrong + "\r\n#",
-              odd + "#\n"},
+             {host + " " + other.hostKey("ecdsa") + " c\n" + oddLines + host + wrong + "\r\n#",
+              oddLines + "#\n"},
              {" a," + host + ",b" + wrong + "  c d\r\n", " a,b" + wrong + "  c d\r\n"},
              {"a," + host + wrong + "\n" + host + ",b" + wrong, "a" + wrong + "\nb" + wrong + "\n"},
              {"x\n" + hashed + "y\n", "x\ny\n"},
@@ -196,6 +197,21 @@ TEST_F(RecordedKeysTest, AnAcceptedKeyTakesThePlaceOfTheHostsOthers) {
     user->whileShown = [&] { know("line", "late"); };
     EXPECT_EQ(accepted(sshd), "trusted; " + question(sshd, "ed25519", true));
     EXPECT_EQ(contentOf(home.knownHosts()), "late line\n" + line);
+    home.directory.write(".ssh/known_hosts", "");
+    user->whileShown = [&] { know(sshd.hostKey("ed25519"), host); };
+    EXPECT_EQ(accepted(sshd), "trusted; " + question(sshd, "ed25519", false));
+    EXPECT_EQ(contentOf(home.knownHosts()), line);
+
+    // Names that a line would take for something else.
+    for (const char *const odd : {"*", "a?", "a b", "a,b", "#a", "!a", "@a", "a\nb"}) {
+        TestSession session(odd, 22, "ada", SSHPlatform::Secret::none(), std::nullopt, options);
+        const auto connection = session.beginConnection();
+        SSHEngine::HostKeyCheck check;
+        check.knownHostsPath = home.knownHosts();
+        check.key = {"ssh-ed25519", wrong.substr(wrong.rfind(' ') + 1), ""};
+        EXPECT_EQ(SSHEngine::recordHostKey(*connection, check), LIBSSH2_ERROR_INVAL) << odd;
+    }
+    EXPECT_EQ(contentOf(home.knownHosts()), line);
 }
 
 // Nothing hangs, nothing is trusted, and nothing is written.
@@ -213,11 +229,11 @@ TEST_F(RecordedKeysTest, WhatCannotBeReadIsAskedAbout) {
         std::filesystem::remove_all(home.directory.path(".ssh"));
         home.directory.write(".ssh/known_hosts", entry);
         require({"sh", "-c", "cd ~/.ssh; " + script});
-        const std::string before = require({"ls", "-lR", home.directory.path()});
+        const std::string before = require({"ls", "-lAR", home.directory.path()});
         EXPECT_EQ(accepted(sshd), "trusted; " + question(sshd, "ed25519", false) +
                                       "; Updating the known hosts file failed. | An error -16 "
                                       "occurred. The connection will still continue.");
         EXPECT_THAT(log.back(), testing::StartsWith("Could not read " + home.knownHosts() + ". "));
-        EXPECT_EQ(require({"ls", "-lR", home.directory.path()}), before);
+        EXPECT_EQ(require({"ls", "-lAR", home.directory.path()}), before);
     }
 }
