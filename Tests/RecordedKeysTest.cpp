@@ -4,7 +4,8 @@
 
 #include <fmt/format.h>
 
-#include <sys/stat.h>
+#include <algorithm>
+#include <cctype>
 
 namespace {
 
@@ -42,23 +43,16 @@ class RecordedKeysTest : public SessionTest {
                            "IdentityFile=none", "-o", "UpdateHostKeys=no", host, "true"})
             .errorOutput;
     }
-    std::string question(const Sshd &sshd, const std::string &type, bool isChanged) const {
-        const std::string key = sshd.hostKey(type);
-        const std::string printed = require({"ssh-keygen", "-l", "-f", "-"}, key); // "256 SHA..."
-        const std::size_t start = printed.find(' ') + 1;
-        return fmt::format(
-            "{}The authenticity of host '127.0.0.1:{}' can't be established. | The server{} Do you "
-            "want to add it to the list and connect?\n\nHost key: {}\nKey type: {}\nFingerprint: "
-            "{} | Add and Connect={}",
-            isChanged ? "Critical: " : "", sshd.port(),
-            isChanged ? "'s identity does not match the existing entry in " + home.knownHosts() +
-                            ". This could be because the server's identity has changed or a "
-                            "Man-in-the-Middle attack."
-                      : " does not match not in " + home.knownHosts() + ".",
-            key.substr(key.find(' ') + 1),
-            printed.substr(printed.rfind('(') + 1, printed.rfind(')') - printed.rfind('(') - 1),
-            printed.substr(start, printed.find(' ', start) - start),
-            isChanged ? " | Cancel=\r" : "\r | Cancel=");
+    static std::string fingerprint(const Sshd &sshd, const std::string &type) {
+        const std::string line = require({"ssh-keygen", "-l", "-f", "-"}, sshd.hostKey(type));
+        const std::size_t start = line.find(' ') + 1; // after the number of bits
+        return line.substr(start, line.find(' ', start) - start);
+    }
+    std::string asked(const Sshd &sshd, const std::string &type, bool isChanged) const {
+        std::string name = type.substr(0, type.find('-'));
+        std::transform(name.begin(), name.end(), name.begin(), ::toupper);
+        return question(sshd, isChanged, type,
+                        "\nKey type: " + name + "\nFingerprint: " + fingerprint(sshd, type));
     }
     static std::string name(const Sshd &sshd) {
         return fmt::format("[127.0.0.1]:{} ", sshd.port());
@@ -74,7 +68,7 @@ TEST_F(RecordedKeysTest, EveryTypeIsRecordedAndFound) {
         SCOPED_TRACE(type);
         std::filesystem::remove_all(home.directory.path(".ssh"));
         const Sshd sshd({type}, settings);
-        EXPECT_EQ(accepted(sshd), "trusted; " + question(sshd, type, false));
+        EXPECT_EQ(accepted(sshd), "trusted; " + asked(sshd, type, false));
         EXPECT_EQ(contentOf(home.knownHosts()), name(sshd) + sshd.hostKey(type) + "\n");
         EXPECT_THAT(sshs(sshd), testing::HasSubstr("Permission denied"));
         EXPECT_EQ(ours(sshd), "trusted");
@@ -147,13 +141,11 @@ TEST_F(RecordedKeysTest, LinesMeanWhatTheyMeanToSsh) {
         EXPECT_EQ(contentOf(home.knownHosts()), content);
     }
     home.directory.write(".ssh/known_hosts", "@revoked 127.0.0.1 " + key + name(sshd) + key);
-    const std::string print = question(sshd, "ed25519", false);
-    const std::size_t start = print.find("SHA256:");
     EXPECT_EQ(ours(sshd),
               fmt::format("libssh2ErrorDomain -46 | Dravella could not make an SSH connection to "
                           "ada@127.0.0.1. | The server's host key ({}) is marked as revoked in {}. "
                           "| -",
-                          print.substr(start, print.find(' ', start) - start), home.knownHosts()));
+                          fingerprint(sshd, "ed25519"), home.knownHosts()));
 }
 
 // Only what contradicts the accepted key goes, and every other byte stays.
@@ -188,18 +180,18 @@ TEST_F(RecordedKeysTest, AnAcceptedKeyTakesThePlaceOfTheHostsOthers) {
              {"[127.*," + host + wrong + "\n", "[127.*" + wrong + "\n"}}) {
         SCOPED_TRACE(before);
         home.directory.write(".ssh/known_hosts", before);
-        EXPECT_EQ(accepted(sshd), "trusted; " + question(sshd, "ed25519", isChanged));
+        EXPECT_EQ(accepted(sshd), "trusted; " + asked(sshd, "ed25519", isChanged));
         EXPECT_EQ(contentOf(home.knownHosts()), after + line);
         EXPECT_EQ(ours(sshd), "trusted");
         EXPECT_THAT(sshs(sshd), testing::HasSubstr("Permission denied"));
     }
     home.directory.write(".ssh/known_hosts", host + wrong + "\n");
     user->whileShown = [&] { know("line", "late"); };
-    EXPECT_EQ(accepted(sshd), "trusted; " + question(sshd, "ed25519", true));
+    EXPECT_EQ(accepted(sshd), "trusted; " + asked(sshd, "ed25519", true));
     EXPECT_EQ(contentOf(home.knownHosts()), "late line\n" + line);
     home.directory.write(".ssh/known_hosts", "");
     user->whileShown = [&] { know(sshd.hostKey("ed25519"), host); };
-    EXPECT_EQ(accepted(sshd), "trusted; " + question(sshd, "ed25519", false));
+    EXPECT_EQ(accepted(sshd), "trusted; " + asked(sshd, "ed25519", false));
     EXPECT_EQ(contentOf(home.knownHosts()), line);
 
     // Names that a line would take for something else.
@@ -230,7 +222,7 @@ TEST_F(RecordedKeysTest, WhatCannotBeReadIsAskedAbout) {
         home.directory.write(".ssh/known_hosts", entry);
         require({"sh", "-c", "cd ~/.ssh; " + script});
         const std::string before = require({"ls", "-lAR", home.directory.path()});
-        EXPECT_EQ(accepted(sshd), "trusted; " + question(sshd, "ed25519", false) +
+        EXPECT_EQ(accepted(sshd), "trusted; " + asked(sshd, "ed25519", false) +
                                       "; Updating the known hosts file failed. | An error -16 "
                                       "occurred. The connection will still continue.");
         EXPECT_THAT(log.back(), testing::StartsWith("Could not read " + home.knownHosts() + ". "));

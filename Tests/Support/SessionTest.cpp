@@ -78,6 +78,20 @@ void SessionTest::know(const std::string &hostKey, const std::string &name) {
     std::ofstream(home.knownHosts(), std::ios::app) << name << ' ' << hostKey << '\n';
 }
 
+std::string SessionTest::question(const Sshd &sshd, bool isChanged, const std::string &type,
+                                  const std::string &details) const {
+    return fmt::format(
+        "{}The authenticity of host '127.0.0.1:{}' can't be established. | The server{} Do you "
+        "want to add it to the list and connect?\n\nHost key: {}{} | {}",
+        isChanged ? "Critical: " : "", sshd.port(),
+        isChanged ? "'s identity does not match the existing entry in " + home.knownHosts() +
+                        ". This could be because the server's identity has changed or a "
+                        "Man-in-the-Middle attack."
+                  : " does not match not in " + home.knownHosts() + ".",
+        sshd.hostKey(type).substr(sshd.hostKey(type).find(' ') + 1), details,
+        isChanged ? "Add and Connect= | Cancel=\r" : "Add and Connect=\r | Cancel=");
+}
+
 std::shared_ptr<SSHCommand> makeCommand(const std::string &text) {
     auto command = std::make_shared<SSHCommand>();
     command->setCommand(text);

@@ -44,6 +44,10 @@ class SessionTest : public testing::Test {
 
     void know(const std::string &hostKey, const std::string &name = "127.0.0.1");
 
+    // What the user is asked about a server's key, with what comes after the key itself.
+    std::string question(const Sshd &sshd, bool isChanged, const std::string &type = "ecdsa",
+                         const std::string &details = "") const;
+
     TemporaryHome home;
     SSHSessionOptions options; // of the sessions that are made from here on
     const std::shared_ptr<FakePresenter> user = std::make_shared<FakePresenter>();
