@@ -36,6 +36,16 @@ void setUpLibraryOnce() {
     static_cast<void>(result);
 }
 
+std::string bannersOf(LIBSSH2_SESSION *session) {
+    char *text = nullptr;
+#if LIBSSH2_VERSION_NUM >= 0x010b00
+    libssh2_userauth_banner(session, &text);
+#endif
+    if (!text) // which is no failure
+        libssh2_session_set_last_error(session, LIBSSH2_ERROR_NONE, "");
+    return text ? text : std::string();
+}
+
 } // namespace
 
 std::shared_ptr<SSHSession>
@@ -125,26 +135,17 @@ bool SSHSession_libssh2::runStages(Connection &connection, SSHErrorRef *error) {
            run(HostKey, &Engine::_validatedHostFingerprint) && logsIn();
 }
 
-// Whether the log-in has succeeded, or was torn down, does not matter: a text may say why.
+// Whether the log-in has succeeded, or was torn down, does not matter: a text may say why. This
+// project's own build of the library adds a text to those before, others put it in their place.
 void SSHSession_libssh2::_tellBanners(Connection &connection) {
-#if LIBSSH2_VERSION_NUM >= 0x010b00
     if (!options().tellsBanners)
         return;
     std::string all;
-    mSessionQueue.sync([&] {
-        char *text = nullptr;
-        if (libssh2_userauth_banner(connection.session(), &text) == 0)
-            all = text;
-        else // which is no failure
-            libssh2_session_set_last_error(connection.session(), LIBSSH2_ERROR_NONE, "");
-    });
+    mSessionQueue.sync([&] { all = bannersOf(connection.session()); });
     const std::string told = std::exchange(connection.toldBanners, all);
-    if (all != told) // the own build of the library adds to a text, others replace it
+    if (all != told)
         didReceiveBanner(
             SSHPlatform::decodedUTF8(all.substr(all.starts_with(told) ? told.size() : 0)));
-#else
-    static_cast<void>(connection);
-#endif
 }
 
 // Observers may do anything in their notices, and other threads at any moment, so each step looks

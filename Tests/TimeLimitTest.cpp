@@ -10,7 +10,6 @@
 
 using asio::ip::tcp;
 using std::chrono::milliseconds;
-using testing::HasSubstr;
 
 namespace {
 
