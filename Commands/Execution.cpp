@@ -75,6 +75,8 @@ class CommandRun {
 
   private:
     bool followsSudo() const { return mConnection.engine.options().followsSudo; }
+    void endInput();
+    bool isEndUnsent() const;
     bool serverHasClosed() const;
     std::string exitSignal() const;
 
@@ -84,6 +86,7 @@ class CommandRun {
     LIBSSH2_CHANNEL *const mChannel;
     ChannelPump mPump;
     bool mHasInput = false; // whether the record has any, as found at the start
+    bool mIsInputEnded = false; // once and for all
     bool mIsClosedInOrder = false;
 };
 
@@ -156,10 +159,21 @@ bool CommandRun::drain(SSHErrorRef *error) {
             isInputQueued = true;
         }
         if (mHasInput && mPump.input.empty())
-            libssh2_channel_send_eof(mChannel);
-    } while ((mPump.keepReading || mPump.keepWriting || !mPump.input.empty()) &&
+            endInput();
+    } while ((mPump.keepReading || mPump.keepWriting || !mPump.input.empty() || isEndUnsent()) &&
              !serverHasClosed());
     return true;
+}
+
+void CommandRun::endInput() {
+    if (!mIsInputEnded)
+        mIsInputEnded = libssh2_channel_send_eof(mChannel) != LIBSSH2_ERROR_EAGAIN &&
+                        mConnection.engine.options().endsInputOnce;
+}
+
+// As it is while keys are exchanged. The command may wait for it.
+bool CommandRun::isEndUnsent() const {
+    return mHasInput && !mIsInputEnded && mConnection.engine.options().endsInputOnce;
 }
 
 // True as well when a command ended without reading all of its input: nobody takes the rest.
