@@ -93,7 +93,7 @@ bool ChannelPump::step(SSHErrorRef *error) {
 }
 
 bool ChannelPump::wait(SSHErrorRef *error) {
-    if (mConnection.wait(blockedDirections(mConnection.session()), pumpWait) != -1)
+    if (mConnection.watch.wait(blockedDirections(mConnection.session()), pumpWait) != -1)
         return true;
     const int number = errno;
     return fail(error, [&] {

@@ -24,13 +24,13 @@ namespace {
 
 using Engine = SSHSession_libssh2;
 
-constexpr std::string_view channelType = "session";
 constexpr std::string_view execRequest = "exec";
 
 // How long after the end of both outputs this side closes the channel, for servers that wait for
 // that.
 constexpr std::chrono::seconds patienceBeforeClosing(3);
 constexpr std::chrono::milliseconds closingWait(100);
+constexpr std::chrono::milliseconds openingWait(100);
 
 std::string textOf(const SSHStringRef &text) {
     return text ? *text : std::string();
@@ -40,12 +40,16 @@ std::string_view bytesOf(const SSHDataRef &data) {
     return data ? data->view() : std::string_view();
 }
 
-LIBSSH2_CHANNEL *openChannel(const Connection &connection, SSHErrorRef *error) {
+// A session that watches its connection may have begun to open the channel. Only without blocking
+// can it ask a server that says nothing.
+LIBSSH2_CHANNEL *openChannel(Connection &connection, SSHErrorRef *error) {
     LIBSSH2_SESSION *const session = connection.session();
-    libssh2_session_set_blocking(session, 1);
-    LIBSSH2_CHANNEL *const channel = libssh2_channel_open_ex(
-        session, channelType.data(), channelType.size(), LIBSSH2_CHANNEL_WINDOW_DEFAULT,
-        LIBSSH2_CHANNEL_PACKET_DEFAULT, nullptr, 0);
+    libssh2_session_set_blocking(session, connection.engine.options().watchesConnection ? 0 : 1);
+    LIBSSH2_CHANNEL *channel = connection.watch.takeOpened();
+    while (!channel && !(channel = connection.openChannel()) &&
+           libssh2_session_last_errno(session) == LIBSSH2_ERROR_EAGAIN)
+        if (connection.watch.wait(SSHPlatform::WaitFor::Reading, openingWait) < 0)
+            break;
     if (channel) {
         libssh2_channel_set_blocking(channel, 0); // for the whole session, until the next run
         return channel;
@@ -85,7 +89,7 @@ class CommandRun {
     const SSHStringRef mAdminPassword;
     LIBSSH2_CHANNEL *const mChannel;
     ChannelPump mPump;
-    bool mHasInput = false; // whether the record has any, as found at the start
+    bool mHasInput = false;     // whether the record has any, as found at the start
     bool mIsInputEnded = false; // once and for all
     bool mIsClosedInOrder = false;
 };
@@ -98,10 +102,10 @@ bool CommandRun::start(SSHErrorRef *error) {
     int code = 0;
     {
         const Connection::PatientReads patience(mConnection);
-        do {
-            code = libssh2_channel_process_startup(mChannel, execRequest.data(), execRequest.size(),
-                                                   text.data(), static_cast<unsigned>(text.size()));
-        } while (code == LIBSSH2_ERROR_EAGAIN);
+        while ((code = libssh2_channel_process_startup(
+                    mChannel, execRequest.data(), execRequest.size(), text.data(),
+                    static_cast<unsigned>(text.size()))) == LIBSSH2_ERROR_EAGAIN)
+            mConnection.watch.ask();
     }
     if (code != 0)
         return fail(error, [&] {
@@ -191,7 +195,7 @@ void CommandRun::close() {
     while ((code = libssh2_channel_wait_closed(mChannel)) == LIBSSH2_ERROR_EAGAIN) {
         if (Clock::now() - outputsEnded >= patienceBeforeClosing)
             libssh2_channel_close(mChannel);
-        if (mConnection.wait(SSHPlatform::WaitFor::Reading, closingWait) < 0)
+        if (mConnection.watch.wait(SSHPlatform::WaitFor::Reading, closingWait) < 0)
             break;
     }
     mIsClosedInOrder = code == 0;
@@ -218,7 +222,7 @@ void CommandRun::fillRecord() {
     mCommand.setExitStatus(libssh2_channel_get_exit_status(mChannel));
     mCommand.setExitSignal(std::make_shared<const std::string>(exitSignal()));
     mCommand.setClosedInOrder(mIsClosedInOrder);
-    libssh2_channel_free(mChannel);
+    mConnection.watch.retire(mChannel);
 }
 
 } // namespace

@@ -86,6 +86,13 @@ LIBSSH2_SESSION *Connection::openSession() noexcept {
     return mSession;
 }
 
+LIBSSH2_CHANNEL *Connection::openChannel() noexcept {
+    constexpr std::string_view type = "session";
+    return libssh2_channel_open_ex(mSession, type.data(), type.size(),
+                                   LIBSSH2_CHANNEL_WINDOW_DEFAULT, LIBSSH2_CHANNEL_PACKET_DEFAULT,
+                                   nullptr, 0);
+}
+
 LIBSSH2_AGENT *Connection::openAgent() noexcept {
     mAgent = libssh2_agent_init(mSession);
     mAgentReplies = AgentReplies();
@@ -190,6 +197,7 @@ ssize_t Connection::receiveFromServer(void *bytes, std::size_t count, int flags)
 ssize_t Connection::received(ssize_t count) {
     if (count <= 0)
         return count;
+    watch.noteSign();
     mUselessBytes += static_cast<std::size_t>(count);
     const bool isOpening = !hasServersVersion();
     if (mUselessBytes <= (isOpening ? longestOpening : mostUselessBytes))

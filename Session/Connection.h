@@ -15,6 +15,7 @@
 #include "Platform/Wakeup.h"
 #include "Session/AgentReplies.h"
 #include "Session/UserTime.h"
+#include "Session/Watch.h"
 
 #include <SSHSession/ByteBuffer.h>
 
@@ -41,6 +42,7 @@ enum class Ending {
     NoVersion,     // the server has sent plenty, and not yet its version line
     Flooded,       // the server has sent plenty that nobody asked for
     AskedTooOften, // the server has asked for the same secret again and again
+    Unanswered,    // the server has not answered keepalives
     // A time limit of the session's options has passed; see TimeLimit.
     SlowHandshake,
     SlowLogIn,
@@ -95,6 +97,11 @@ class Connection {
     LIBSSH2_SESSION *openSession() noexcept;
     LIBSSH2_SESSION *session() const noexcept { return mSession; }
 
+    // Goes on with opening a session channel. Null with the library's last error when it cannot, or
+    // with EAGAIN when it does not block; until it has answered otherwise, it is to be called
+    // again.
+    LIBSSH2_CHANNEL *openChannel() noexcept;
+
     // Makes the agent's handle; null when the library cannot.
     LIBSSH2_AGENT *openAgent() noexcept;
     void closeAgent() noexcept;
@@ -115,6 +122,10 @@ class Connection {
 
     // Whether bytes that the library takes for sent have not found room in the socket yet.
     bool hasUnsent() const noexcept { return !mUnsent.empty(); }
+
+    Watch watch{*this};
+    // The delegate knows of the end already, by the server's own words. Session queue only.
+    bool isEndTold = false;
 
     // What has been received so far was of use: the count that limits a server's chatter begins
     // anew, and so does a silence. Session queue only.

@@ -99,6 +99,8 @@ std::optional<Blame> blameOf(Ending ending) {
         return Blame{"The server asked for the password again and again, and was given up after "
                      "100 times.",
                      LIBSSH2_ERROR_AUTHENTICATION_FAILED};
+    case Ending::Unanswered:
+        return Blame{"The server has left three keepalives unanswered.", ETIMEDOUT};
     default:
         return std::nullopt;
     }

@@ -40,7 +40,9 @@ void libssh2_disconnect_callback(LIBSSH2_SESSION * /*session*/, int reason, cons
         add(userInfo, SSHError::languageKey, language, languageLength);
         error = std::make_shared<SSHError>(SSHError::disconnectDomain, reason, std::move(userInfo));
     }
-    Connection::of(abstract).engine.didDisconnect(error);
+    Connection &connection = Connection::of(abstract);
+    connection.isEndTold = true;
+    connection.engine.didDisconnect(error);
 }
 
 bool openSession(Connection &connection, SSHErrorRef *error) {
@@ -62,8 +64,10 @@ bool openSession(Connection &connection, SSHErrorRef *error) {
     SSHEngine::setLibraryCallback(session, LIBSSH2_CALLBACK_DISCONNECT,
                                   libssh2_disconnect_callback);
     libssh2_session_set_blocking(session, 1);
-    libssh2_keepalive_config(session, 0, keepAliveSeconds);
-    libssh2_keepalive_send(session, nullptr);
+    if (!connection.engine.options().watchesConnection) {
+        libssh2_keepalive_config(session, 0, keepAliveSeconds);
+        libssh2_keepalive_send(session, nullptr);
+    }
     return true;
 }
 

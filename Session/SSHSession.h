@@ -72,6 +72,10 @@ class SSHSESSION_EXPORT SSHSessionDelegate {
     // and its message and language where it sent them. `isConnected` stays true until the next
     // failed command or `stop`.
     //
+    // A session that watches its connection (SSHSessionOptions::watchesConnection) tells any end
+    // that it meets while it is idle, once, and becomes unconnected right after. Where the server
+    // said nothing, `error` has the library's own domain and a reason.
+    //
     // Called on the session queue, in the middle of the operation that met the server's message: do
     // not call `start`, `stop` or `execute` from here, and do not wait for a thread that does, or
     // that calls `setDelegate`.
@@ -181,9 +185,11 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     // is no time limit: a command runs as long as it takes, and its end is waited for also when
     // both outputs have ended before. Only a server that cannot be reached any more is given up,
     // two to three minutes after its last sign of life, where the system can be told when to ask
-    // (TCP_KEEPIDLE in tcp(7)); a session that was idle finds out with its next command. Holds
-    // session and command meanwhile. Fails at once when the session is not connected. True while
-    // SSHCommand::isClosedInOrder is false means that the connection ended before the command did.
+    // (TCP_KEEPIDLE in tcp(7)); a session that was idle finds out with its next command. One that
+    // watches its connection asks by itself, and gives up a server that has left three keepalives
+    // unanswered, also while it is idle (code ETIMEDOUT). Holds session and command meanwhile.
+    // Fails at once when the session is not connected. True while SSHCommand::isClosedInOrder is
+    // false means that the connection ended before the command did.
     //
     // With an `adminPassword`, a wrong password fails once sudo gives up after three attempts and
     // says so in English, and ten seconds without an answer from sudo fail as a time-out. Any other

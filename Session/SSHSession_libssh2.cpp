@@ -17,7 +17,6 @@ using SSHPlatform::MutexLock;
 
 namespace {
 
-constexpr std::chrono::seconds keepAliveInterval(30);
 const std::string isConnectedKey = "isConnected";
 
 std::optional<std::string> expanded(std::optional<std::string> path) {
@@ -171,8 +170,10 @@ bool SSHSession_libssh2::becomeConnected(const ConnectionRef &connection) {
     }
     const auto self = std::static_pointer_cast<SSHSession_libssh2>(shared_from_this());
     // The loop is the host's own: no lock is held while it is asked.
-    auto timer = SSHPlatform::mainLoop()->scheduleRepeating(keepAliveInterval,
-                                                            [self] { self->keepAlive(); });
+    const bool watches = options().watchesConnection;
+    auto timer = SSHPlatform::mainLoop()->scheduleRepeating(
+        watches ? attendInterval : keepAliveInterval,
+        [self, watches] { watches ? self->attend() : self->keepAlive(); });
     {
         const MutexLock lock(mMutex);
         if (mConnection == connection && !connection->isShutDown()) {
@@ -185,16 +186,17 @@ bool SSHSession_libssh2::becomeConnected(const ConnectionRef &connection) {
     return false;
 }
 
-// A connection that is still being made is not waited for.
+// A connection that is still being made is not waited for, nor what a watched one is just sent.
 void SSHSession_libssh2::stop() noexcept {
     const auto self = shared_from_this();
-    ConnectionRef connection = shutDownUnlessEstablished();
+    ConnectionRef connection = shutDownUnlessUsed();
     mSessionQueue.sync([&] { _cleanup(std::move(connection)); });
 }
 
-SSHSession_libssh2::ConnectionRef SSHSession_libssh2::shutDownUnlessEstablished() {
+SSHSession_libssh2::ConnectionRef SSHSession_libssh2::shutDownUnlessUsed() {
     const MutexLock lock(mMutex);
-    if (mConnection && !mConnection->isEstablished())
+    if (mConnection && (!mConnection->isEstablished() ||
+                        (options().watchesConnection && mConnection->commandsUnderWay == 0)))
         mConnection->shutDown(Ending::Stopped);
     return mConnection;
 }
@@ -267,6 +269,32 @@ void SSHSession_libssh2::keepAlive() {
         libssh2_session_set_blocking(connection->session(), 0);
         libssh2_keepalive_send(connection->session(), nullptr);
     });
+}
+
+// Only where there is something to do: the session queue would start a thread. A command listens
+// for itself.
+void SSHSession_libssh2::attend() {
+    const auto self = std::static_pointer_cast<SSHSession_libssh2>(shared_from_this());
+    {
+        const MutexLock lock(mMutex);
+        if (!mConnection || !mConnection->isEstablished() || mConnection->commandsUnderWay > 0 ||
+            !mConnection->watch.wantsListening())
+            return;
+    }
+    mSessionQueue.async([self] { self->listen(); });
+}
+
+void SSHSession_libssh2::listen() {
+    ConnectionRef connection = this->connection();
+    SSHErrorRef error;
+    if (!connection || !connection->isEstablished() || connection->watch.listen(&error))
+        return;
+    // What the host has ended is for its own call to tear down.
+    if (connection->ending() == Ending::Stopped || connection->ending() == Ending::Cancelled)
+        return;
+    if (!connection->isEndTold)
+        didDisconnect(error);
+    _cleanup(std::move(connection));
 }
 
 void SSHSession_libssh2::_cleanup(ConnectionRef ended) {

@@ -9,7 +9,7 @@
 // connection is another one by now, or none, has been torn down and fails, whatever it found.
 //
 // All library calls on a connection's handles run on the session queue, entered synchronously from
-// the caller's thread; only the keepalive is queued asynchronously. Two run elsewhere, while the
+// the caller's thread; only the keepalive and the watch are queued asynchronously. Two run elsewhere, while the
 // caller waits: the names of the library's algorithms are fetched on the caller's thread, and an
 // accepted host key is added and written on the main thread.
 #pragma once
@@ -22,6 +22,7 @@
 #include <libssh2.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -76,8 +77,13 @@ class SSHSession_libssh2 : public SSHSession {
     // Session/SSHSession_libssh2.cpp: hands the observers what the server has shown meanwhile
     void _tellBanners(Connection &connection);
 
-    // --- While connected: sends a keepalive. Called on the main thread every 30 s.
+    // --- While connected, on the main thread
+    // Sends a keepalive, every 30 s; or, of a session that watches its connection, lets Watch
+    // listen where there is something to do, every 5 s.
     void keepAlive();
+    void attend();
+    std::chrono::milliseconds keepAliveInterval = std::chrono::seconds(30);
+    std::chrono::milliseconds attendInterval = std::chrono::seconds(5);
 
     // --- One command. Session queue only.
     // Commands/Execution.cpp
@@ -129,7 +135,8 @@ class SSHSession_libssh2 : public SSHSession {
   private:
     bool runStages(Connection &connection, SSHErrorRef *error);
     bool becomeConnected(const ConnectionRef &connection);
-    ConnectionRef shutDownUnlessEstablished();
+    void listen();
+    ConnectionRef shutDownUnlessUsed();
     // Counts a command on the connection that the engine holds, and no more on `before`. Either may
     // be null.
     ConnectionRef countCommand(const ConnectionRef &before);
