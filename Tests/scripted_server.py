@@ -36,10 +36,12 @@ def log(*words):
 
 
 def packet(payload):
-    """Lets pass what AsyncSSH takes for an offence: a keepalive before authentication."""
+    """Lets pass what AsyncSSH takes for an offence: a keepalive before authentication. One that asks
+    for an answer comes later, and gets it."""
     if payload.startswith(Byte(ssh.MSG_GLOBAL_REQUEST)):
         log("keepalive")
-        payload = Byte(ssh.MSG_IGNORE) + String("")
+        if payload.endswith(Boolean(False)):
+            payload = Byte(ssh.MSG_IGNORE) + String("")
     return SSHPacket(payload)
 
 

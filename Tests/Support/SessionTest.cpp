@@ -113,6 +113,13 @@ std::string resultOf(SSHSession &session, const std::string &text,
            (command->stdoutData() || command->exitSignal() ? ", record written" : "");
 }
 
+bool eventuallyServing(const std::function<bool()> &condition) {
+    return eventually([&] {
+        SSHPlatform::RunLoop::main()->runFor(std::chrono::milliseconds(5));
+        return condition();
+    });
+}
+
 std::string summary(const SSHErrorRef &error) {
     if (!error)
         return "no error";

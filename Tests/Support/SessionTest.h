@@ -68,5 +68,8 @@ std::string resultOf(SSHSession &session, const std::string &text,
                      const std::optional<std::string> &adminPassword = std::nullopt,
                      const std::string &input = "");
 
+// As `eventually`, while the built-in main loop serves the sessions' timers.
+bool eventuallyServing(const std::function<bool()> &condition);
+
 // Domain, code, description, reason and suggestion in one text, for comparison in one step.
 std::string summary(const SSHErrorRef &error);

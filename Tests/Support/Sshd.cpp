@@ -25,13 +25,12 @@ LogLevel VERBOSE
 SetEnv HOME={0}
 )";
 
-// A TCP port on loopback that nobody uses at this moment.
+} // namespace
+
 unsigned short freePort() {
     asio::io_context context;
     return tcp::acceptor(context, {asio::ip::address_v4::loopback(), 0}).local_endpoint().port();
 }
-
-} // namespace
 
 std::string currentUser() {
     return ::getpwuid(::getuid())->pw_name;

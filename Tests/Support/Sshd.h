@@ -42,6 +42,9 @@ class Sshd {
     std::unique_ptr<Process> mProcess;
 };
 
+// A TCP port on loopback that nobody uses at this moment.
+unsigned short freePort();
+
 // A running ssh-agent, named by SSH_AUTH_SOCK, with the private keys at `paths` in that order.
 class SshAgent {
   public:
