@@ -43,6 +43,8 @@ bool Watch::wantsListening() const noexcept {
 }
 
 bool Watch::listen(SSHErrorRef *error) {
+    // Never waits for a server that takes nothing.
+    libssh2_session_set_blocking(mConnection.session(), 0);
     const int code = readIdle();
     if (code == 0)
         ask();
@@ -59,7 +61,6 @@ bool Watch::listen(SSHErrorRef *error) {
 int Watch::readIdle() {
     if (mConnection.wait(WaitFor::Reading, std::chrono::milliseconds(0)) == 0)
         return 0;
-    libssh2_session_set_blocking(mConnection.session(), 0);
     LIBSSH2_CHANNEL *const channel = mRetired ? mRetired : mOpened;
     int code = 0;
     if (channel) {
