@@ -1,8 +1,10 @@
 // The fourth stage of `start`: offers every identity of a running SSH agent.
-#include "Session/SSHSession_libssh2.h"
+#include "Auth/Agent.h"
 
+#include "Auth/KeyTranscript.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/SSHSession_libssh2.h"
 
 #include <fcntl.h>
 #include <sys/socket.h>
@@ -21,8 +23,6 @@ using SSHEngine::fail;
 using SSHEngine::requiredUser;
 
 namespace {
-
-constexpr int noMoreIdentities = 1; // libssh2_agent_get_identity(3)
 
 // Answers errno, 0 for success.
 int tryToConnect(const sockaddr_un &address) {
@@ -60,7 +60,9 @@ bool agentHasGone(const Connection &connection) {
     return number != 0;
 }
 
-int connectToAgent(const Connection &connection, LIBSSH2_AGENT *agent) {
+} // namespace
+
+int SSHEngine::connectToAgent(const Connection &connection, LIBSSH2_AGENT *agent) {
     if (!agentHasGone(connection))
         return libssh2_agent_connect(agent);
     libssh2_session_set_last_error(connection.session(), LIBSSH2_ERROR_AGENT_PROTOCOL,
@@ -68,19 +70,27 @@ int connectToAgent(const Connection &connection, LIBSSH2_AGENT *agent) {
     return LIBSSH2_ERROR_AGENT_PROTOCOL;
 }
 
+namespace {
+
 // Whether the server takes an identity, and else the code that ended the walk over them.
 struct Walk {
     bool authenticated = false;
     int code = 0;
+    std::size_t leftOut = 0; // identities
 };
 
-Walk offerIdentities(LIBSSH2_AGENT *agent, const char *user) {
+// `most` of them at most, unless it is 0.
+Walk offerIdentities(LIBSSH2_AGENT *agent, const char *user, std::size_t most) {
+    Walk walk;
     libssh2_agent_publickey *identity = nullptr;
-    while (true) {
+    for (std::size_t count = 1;; ++count) {
         libssh2_agent_publickey *const previous = identity;
-        if (const int code = libssh2_agent_get_identity(agent, &identity, previous))
-            return {.authenticated = false, .code = code};
-        if (libssh2_agent_userauth(agent, user, identity) == 0)
+        walk.code = libssh2_agent_get_identity(agent, &identity, previous);
+        if (walk.code != 0)
+            return walk;
+        if (most != 0 && count > most)
+            ++walk.leftOut;
+        else if (libssh2_agent_userauth(agent, user, identity) == 0)
             return {.authenticated = true};
     }
 }
@@ -94,7 +104,7 @@ bool authenticate(Connection &connection, SSHErrorRef *error) {
     LIBSSH2_AGENT *const agent = connection.openAgent();
     if (!agent)
         return failIn("libssh2_agent_init", libssh2_session_last_errno(session));
-    if (const int code = connectToAgent(connection, agent))
+    if (const int code = SSHEngine::connectToAgent(connection, agent))
         return failIn("libssh2_agent_connect", code);
 
     const char *const user =
@@ -110,12 +120,15 @@ bool authenticate(Connection &connection, SSHErrorRef *error) {
     if (const int code = libssh2_agent_list_identities(agent))
         return failIn("libssh2_agent_list_identities", code);
 
-    const Walk walk = offerIdentities(agent, user);
-    if (!walk.authenticated && walk.code != noMoreIdentities)
+    const Walk walk = offerIdentities(agent, user, connection.engine.options().maximumAgentKeys);
+    if (!walk.authenticated && walk.code != SSHEngine::noMoreIdentities)
         return failIn("libssh2_agent_get_identity", walk.code);
     return walk.authenticated || fail(error, [&] {
+               const std::string leftOut = SSHEngine::identitiesLeftOutText(walk.leftOut);
                return connectionError(connection.engine,
-                                      "SSH could not authenticate using ssh-agent.", 0);
+                                      "SSH could not authenticate using ssh-agent." +
+                                          (leftOut.empty() ? "" : "\n" + leftOut),
+                                      0);
            });
 }
 

@@ -1,14 +1,18 @@
 // The fifth stage of `start`: the methods that the server offers, in this library's own order.
 #include "Session/SSHSession_libssh2.h"
 
+#include "Auth/LibraryAlgorithms.h"
+#include "Auth/MethodList.h"
 #include "Auth/MethodTranscript.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
 
+#include <algorithm>
 #include <array>
-#include <cstring>
 #include <optional>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 using SSHEngine::connectionError;
@@ -31,42 +35,89 @@ constexpr std::array<Method, 3> methodsInOrder = {{
     {"keyboard-interactive", "keyboard-interactive", &Engine::_authenticateWithKeyboard, false},
 }};
 
-std::vector<std::string> hostKeyAlgorithms(LIBSSH2_SESSION *session) {
-    const char **names = nullptr;
-    const int count = libssh2_session_supported_algs(session, LIBSSH2_METHOD_HOSTKEY, &names);
-    if (count < 1)
-        return {};
-    std::vector<std::string> algorithms(names, names + count);
-    libssh2_free(session, static_cast<void *>(names));
-    return algorithms;
-}
+// A server that names ever new methods is not followed for ever.
+constexpr int mostFactors = 5;
 
-// The server's comma-separated list of the methods that it offers; none, with the library's code,
-// when there is no answer.
-struct MethodList {
-    std::optional<std::string> names;
-    int error = 0;
+// The turns of the methods, until one lets the user in.
+class Methods {
+  public:
+    Methods(Engine &engine, SSHEngine::Connection &connection, std::string offered)
+        : mEngine(engine), mConnection(connection), mOffered(std::move(offered)) {}
+
+    // Tells the account of what failed only when it is wanted.
+    bool tryAll(bool withAccount);
+    const std::vector<MethodAttempt> &attempts() const { return mAttempts; }
+
+  private:
+    const Method *next() const;
+    bool attempt(const Method &method, bool withAccount);
+    bool goOnAfterFactor(const Method &method);
+
+    Engine &mEngine;
+    SSHEngine::Connection &mConnection;
+    std::string mOffered; // by the server
+    std::set<const Method *> mTried;
+    std::vector<MethodAttempt> mAttempts;
+    int mFactors = 0;
 };
 
-MethodList fetchMethodList(LIBSSH2_SESSION *session, const char *user) {
-    // A server that has let the user in when the agent's turn asked for the methods never answers
-    // this question again.
-    const char *const list =
-        libssh2_userauth_authenticated(session)
-            ? nullptr
-            : libssh2_userauth_list(session, user, static_cast<unsigned>(std::strlen(user)));
-    if (list)
-        return {.names = list};
-    return {.names = std::nullopt,
-            .error = libssh2_session_last_error(session, nullptr, nullptr, 0)};
+bool Methods::tryAll(bool withAccount) {
+    while (const Method *method = next())
+        if (attempt(*method, withAccount) || goOnAfterFactor(*method))
+            return true;
+    return false;
+}
+
+const Method *Methods::next() const {
+    const auto *const found =
+        std::find_if(methodsInOrder.begin(), methodsInOrder.end(), [&](const Method &method) {
+            return mOffered.find(method.name) != std::string::npos && !mTried.contains(&method);
+        });
+    return found == methodsInOrder.end() ? nullptr : found;
+}
+
+bool Methods::attempt(const Method &method, bool withAccount) {
+    mTried.insert(&method);
+    mConnection.logIn.mayHaveFactor = false;
+    mConnection.logIn.renewedMethods.reset();
+    MethodAttempt attempt = {.displayName = method.displayName, .error = nullptr};
+    if ((mEngine.*method.operation)(mConnection, &attempt.error))
+        return true;
+    if (method.usesKeys && withAccount)
+        attempt.algorithms =
+            SSHEngine::libraryAlgorithms(mConnection.session(), LIBSSH2_METHOD_HOSTKEY);
+    mAttempts.push_back(std::move(attempt));
+    return false;
+}
+
+// The library hides that the server has taken a factor and wants more (RFC 4252, section 5.1), but
+// the methods that can go on are other ones then. Answers true only when the user is in.
+bool Methods::goOnAfterFactor(const Method &method) {
+    std::optional<std::string> &renewed = mConnection.logIn.renewedMethods;
+    if (!mEngine.options().triesFurtherFactors)
+        return false;
+    bool isIn = false;
+    if (!renewed && mConnection.logIn.mayHaveFactor)
+        mEngine.onSessionQueue(mConnection, nullptr, [&](LIBSSH2_SESSION *session) {
+            renewed =
+                SSHEngine::fetchMethodList(session, mEngine.user().value_or("").c_str()).names;
+            isIn = libssh2_userauth_authenticated(session) != 0;
+            return true;
+        });
+    if (isIn || !renewed || *renewed == mOffered)
+        return isIn;
+    mAttempts.back().furtherMethods = *renewed;
+    mOffered = ++mFactors < mostFactors ? *renewed : "";
+    mTried.erase(&method); // for a server that names it as a further factor
+    return false;
 }
 
 } // namespace
 
 bool SSHSession_libssh2::_authenticateManually(Connection &connection, SSHErrorRef *error) {
-    MethodList offered;
+    SSHEngine::MethodList offered;
     const bool asked = onSessionQueue(connection, error, [&](LIBSSH2_SESSION *session) {
-        offered = fetchMethodList(
+        offered = SSHEngine::fetchMethodList(
             session,
             SSHEngine::requiredUser(*this, "-[SSHSession_libssh2 _authenticateManually:]"));
         return true;
@@ -74,20 +125,14 @@ bool SSHSession_libssh2::_authenticateManually(Connection &connection, SSHErrorR
     if (!asked)
         return false;
 
-    std::vector<MethodAttempt> attempts;
-    for (const Method &method : methodsInOrder) {
-        if (!offered.names || offered.names->find(method.name) == std::string::npos)
-            continue;
-        MethodAttempt attempt = {.displayName = method.displayName, .error = nullptr};
-        if ((this->*method.operation)(connection, &attempt.error))
-            return true;
-        if (method.usesKeys && error)
-            attempt.algorithms = hostKeyAlgorithms(connection.session());
-        attempts.push_back(std::move(attempt));
-    }
+    Methods methods(*this, connection, offered.names.value_or(""));
+    const bool isIn = methods.tryAll(error != nullptr);
+    connection.logIn = {};
+    if (isIn)
+        return true;
     return SSHEngine::fail(error, [&] {
         return offered.names
-                   ? connectionError(*this, SSHEngine::methodTranscript(attempts), 0)
+                   ? connectionError(*this, SSHEngine::methodTranscript(methods.attempts()), 0)
                    : connectionError(*this,
                                      "SSH could not authenticate because it could not get a list "
                                      "of the available authentication methods. " +

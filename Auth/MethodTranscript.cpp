@@ -2,6 +2,8 @@
 
 #include "Platform/Text.h"
 
+#include <SSHSession/PrintableText.h>
+
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
@@ -31,6 +33,12 @@ std::string methodTranscript(const std::vector<MethodAttempt> &attempts) {
         "SSH could not authenticate with any of the available authentication methods.\n\n";
     text += fmt::format("Supported authentication methods:\n{}\n\n", fmt::join(names, ", "));
     for (const MethodAttempt &attempt : attempts) {
+        if (attempt.furtherMethods) {
+            text += fmt::format("Authenticated by {} as one factor. The server wants more: {}\n\n",
+                                attempt.displayName,
+                                SSHPlatform::printableText(*attempt.furtherMethods, ""));
+            continue;
+        }
         text += fmt::format("Failed to authenticate by {}:\n{}\n", attempt.displayName,
                             quotation(attempt.error));
         if (attempt.algorithms)

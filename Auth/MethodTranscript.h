@@ -16,6 +16,8 @@ struct MethodAttempt {
     // The library's host key algorithms, which follow the account of the keys. Their heading speaks
     // of key exchange, the words that users and support staff know.
     std::optional<std::vector<std::string>> algorithms = std::nullopt;
+    // Where the server has taken the method as one factor: its list of those that it wants then.
+    std::optional<std::string> furtherMethods = std::nullopt;
 };
 
 // `attempts` in the order in which they were made.

@@ -2,16 +2,15 @@
 // is written to a transcript, which becomes the failure reason when no key succeeds.
 #include "Session/SSHSession_libssh2.h"
 
+#include "Auth/Identities.h"
 #include "Auth/KeyTranscript.h"
+#include "Auth/Passphrase.h"
 #include "Platform/Path.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
-#include "Session/Question.h"
 
-#include <SSHSession/SSHSessionPasswordPanel.h>
 #include <SSHSession/Secret.h>
 
-#include <array>
 #include <cstring>
 
 using SSHEngine::Connection;
@@ -21,17 +20,6 @@ using SSHPlatform::Secret;
 
 namespace {
 
-// Asked on the main thread; none when the user cancels or enters nothing, or nobody can be asked.
-Secret requestPassphrase(const Connection &connection, const std::string &keyName) {
-    Secret passphrase = Secret::none();
-    SSHEngine::askOnMainThread(connection, [&] {
-        std::optional<std::string> typed =
-            SSHSessionPasswordPanel(connection.endDescriptor()).passwordForSSHKey(keyName);
-        passphrase = Secret::takenFrom(typed);
-    });
-    return passphrase;
-}
-
 std::optional<std::string> standardized(const std::optional<std::string> &path) {
     return path ? std::optional(SSHPlatform::standardizedPath(*path)) : std::nullopt;
 }
@@ -40,17 +28,10 @@ const char *textOrNull(const std::optional<std::string> &text) {
     return text ? text->c_str() : nullptr;
 }
 
-// Reading an encrypted PEM file leaves its pass phrase in stack memory that is not in use any more
-// and that nothing may overwrite for a long time. The sanitizer would put this elsewhere.
-[[gnu::noinline, gnu::no_sanitize_address]] void wipeDeadStack() {
-    std::array<char, 16384> dead; // NOLINT(*-member-init): its content is what is to be wiped
-    SSHPlatform::wipe(dead.data(), dead.size());
-}
-
 // The turns of the keys, one after another, on one connection.
 class KeyTrials {
   public:
-    KeyTrials(SSHSession_libssh2 &engine, const Connection &connection)
+    KeyTrials(SSHSession_libssh2 &engine, Connection &connection)
         : mEngine(engine), mConnection(connection) {}
 
     bool tryUserSpecifiedKey();
@@ -63,7 +44,7 @@ class KeyTrials {
     int tryKey(const KeyFiles &files, const Secret &passphrase);
 
     SSHSession_libssh2 &mEngine;
-    const Connection &mConnection;
+    Connection &mConnection;
     KeyTranscript mTranscript;
 };
 
@@ -101,7 +82,7 @@ bool KeyTrials::tryKeyWithPrompt(const KeyFiles &files) {
     if (code != LIBSSH2_ERROR_PUBLICKEY_UNVERIFIED || !mEngine.holds(mConnection))
         return code == 0;
     mTranscript.asking();
-    const Secret passphrase = requestPassphrase(
+    const Secret passphrase = SSHEngine::requestPassphrase(
         mConnection,
         SSHPlatform::deletingPathExtension(SSHPlatform::lastPathComponent(files.privateKey)));
     if (!passphrase) {
@@ -122,16 +103,20 @@ int KeyTrials::tryKey(const KeyFiles &files, const Secret &passphrase) {
         code = libssh2_userauth_publickey_fromfile_ex(
             session, user, static_cast<unsigned>(std::strlen(user)), textOrNull(files.publicKey),
             files.privateKey.c_str(), textOrNull(passphrase.text()));
-        wipeDeadStack();
+        SSHEngine::wipeDeadStack();
         return code == 0;
     });
     mTranscript.result(code);
+    if (code == LIBSSH2_ERROR_PUBLICKEY_UNVERIFIED)
+        mConnection.logIn.mayHaveFactor = true;
     return code;
 }
 
 } // namespace
 
 bool SSHSession_libssh2::_authenticateWithPublicKey(Connection &connection, SSHErrorRef *error) {
+    if (options().triesKeysOfToday)
+        return SSHEngine::authenticateWithIdentities(connection, error);
     KeyTrials trials(*this, connection);
     if (trials.tryUserSpecifiedKey())
         return true;

@@ -18,6 +18,7 @@
 #include "Session/Watch.h"
 
 #include <SSHSession/ByteBuffer.h>
+#include <SSHSession/Secret.h>
 
 #include <libssh2.h>
 
@@ -25,6 +26,7 @@
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -32,6 +34,8 @@
 class SSHSession_libssh2;
 
 namespace SSHEngine {
+
+class Conversation;
 
 // Why a connection was shut down before its time. What the server or the network does to it is none
 // of these: that shows in the library's calls.
@@ -53,6 +57,20 @@ enum class Ending {
 constexpr bool isTimeLimit(Ending ending) {
     return ending >= Ending::SlowHandshake;
 }
+
+// What a log-in knows from one method to the next. For its caller's thread.
+struct LogIn {
+    // Typed by the user; gone when the log-in has ended.
+    SSHPlatform::Secret password = SSHPlatform::Secret::none();
+    bool refusedPassword = false; // by the user
+    bool hasEnded = false;        // the connection, by the server: there is nothing to ask for
+    // Whether the server may have taken what the method had to offer, as one factor of several: the
+    // library does not tell this from a refusal.
+    bool mayHaveFactor = false;
+    // The methods that the server has named since.
+    std::optional<std::string> renewedMethods;
+    Conversation *conversation = nullptr; // while the server may ask questions
+};
 
 class Connection {
   public:
@@ -158,6 +176,7 @@ class Connection {
     };
 
     SSHSession_libssh2 &engine;
+    LogIn logIn;
 
   private:
     static ssize_t sendForLibrary(libssh2_socket_t descriptor, const void *bytes, std::size_t count,

@@ -125,8 +125,10 @@ bool SSHSession_libssh2::runStages(Connection &connection, SSHErrorRef *error) {
     };
     const auto logsIn = [&] {
         const TimeLimit limit(connection, Ending::SlowLogIn);
-        const bool succeeded = run(Agent, &Engine::_authenticateWithAgent) ||
-                               run(Authenticate, &Engine::_authenticateManually);
+        // Where keys have an order of their own, the agent has its place in it.
+        const bool succeeded =
+            (!options().triesKeysOfToday && run(Agent, &Engine::_authenticateWithAgent)) ||
+            run(Authenticate, &Engine::_authenticateManually);
         _tellBanners(connection);
         return succeeded;
     };

@@ -9,9 +9,9 @@
 // connection is another one by now, or none, has been torn down and fails, whatever it found.
 //
 // All library calls on a connection's handles run on the session queue, entered synchronously from
-// the caller's thread; only the keepalive and the watch are queued asynchronously. Two run elsewhere, while the
-// caller waits: the names of the library's algorithms are fetched on the caller's thread, and an
-// accepted host key is added and written on the main thread.
+// the caller's thread; only the keepalive and the watch are queued asynchronously. Two run
+// elsewhere, while the caller waits: the names of the library's algorithms are fetched on the
+// caller's thread, and an accepted host key is added and written on the main thread.
 #pragma once
 
 #include <SSHSession/Mutex.h>

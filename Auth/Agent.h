@@ -1,0 +1,15 @@
+// The way to a running SSH agent.
+#pragma once
+
+#include <libssh2.h>
+
+namespace SSHEngine {
+
+class Connection;
+
+constexpr int noMoreIdentities = 1; // libssh2_agent_get_identity(3)
+
+// As libssh2_agent_connect(3), but waits for no agent that takes nobody in. Session queue only.
+int connectToAgent(const Connection &connection, LIBSSH2_AGENT *agent);
+
+} // namespace SSHEngine
