@@ -1,36 +1,92 @@
-// The "keyboard-interactive" method of RFC 4256, answered from the session's password. The user is
-// never asked.
+// The "keyboard-interactive" method of RFC 4256, answered from the session's password, or by the
+// user where the session's options say so.
 #include "Session/SSHSession_libssh2.h"
 
+#include "Auth/Conversation.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/Question.h"
 #include "Session/WipingAllocator.h"
+
+#include <SSHSession/SSHSessionPasswordPanel.h>
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <cstring>
+#include <string_view>
+
+using SSHEngine::Connection;
+using SSHPlatform::Secret;
 
 namespace {
 
+// The library frees the text.
+void giveToLibrary(std::string_view answer, LIBSSH2_USERAUTH_KBDINT_RESPONSE &response) {
+    auto *const text = static_cast<char *>(SSHEngine::allocateForLibrary(answer.size()));
+    if (!text)
+        return;
+    std::copy(answer.begin(), answer.end(), text);
+    response.text = text;
+    response.length = static_cast<unsigned>(answer.size());
+}
+
 // Whatever a single prompt asks, it gets the password; several prompts at once cannot all mean it,
-// so they get nothing. The library frees the text.
+// so they get nothing.
 void libssh2_keyboard_callback(const char * /*name*/, int /*nameLength*/,
                                const char * /*instruction*/, int /*instructionLength*/,
                                int promptCount, const LIBSSH2_USERAUTH_KBDINT_PROMPT * /*prompts*/,
                                LIBSSH2_USERAUTH_KBDINT_RESPONSE *responses, void **abstract) {
-    auto &connection = SSHEngine::Connection::of(abstract);
+    auto &connection = Connection::of(abstract);
     if (connection.isAskedTooOften() || promptCount != 1)
         return;
-    const auto &password = connection.engine.password();
-    if (!password)
+    if (const auto &password = connection.engine.password())
+        giveToLibrary(*password, responses[0]);
+}
+
+std::string_view view(const void *text, std::size_t size) {
+    return text ? std::string_view(static_cast<const char *>(text), size) : "";
+}
+
+// An empty answer may be one that the server takes, so what was declined must not be answered at
+// all. The library can only be kept from it by an answer that it gets no memory to send. After the
+// first round it would wait for what the server says to that, unless it may not wait.
+void giveUp(LIBSSH2_SESSION *session, LIBSSH2_USERAUTH_KBDINT_RESPONSE &response) {
+    response.length = SSHEngine::tooMuchForLibrary;
+    libssh2_session_set_blocking(session, 0);
+}
+
+void converse(const char *name, int nameSize, const char *instruction, int instructionSize,
+              int promptCount, const LIBSSH2_USERAUTH_KBDINT_PROMPT *prompts,
+              LIBSSH2_USERAUTH_KBDINT_RESPONSE *responses, void **abstract) {
+    auto &connection = Connection::of(abstract);
+    if (connection.isAskedTooOften())
         return;
-    auto *const text = static_cast<char *>(SSHEngine::allocateForLibrary(password->size()));
-    if (!text)
-        return;
-    std::copy(password->begin(), password->end(), text);
-    responses[0].text = text;
-    responses[0].length = static_cast<unsigned>(password->size());
+    SSHEngine::ServersRequest request = {
+        .name = view(name, static_cast<std::size_t>(nameSize)),
+        .instruction = view(instruction, static_cast<std::size_t>(instructionSize)),
+        .prompts = {}};
+    for (int i = 0; i < promptCount; ++i)
+        request.prompts.push_back(
+            {.text = view(prompts[i].text, prompts[i].length), .isSecret = prompts[i].echo == 0});
+    const auto answers = connection.logIn.conversation->answers(request);
+    if (!answers && promptCount > 0)
+        giveUp(connection.session(), responses[0]);
+    for (std::size_t i = 0; answers && i < answers->size(); ++i)
+        giveToLibrary((*answers)[i].view(), responses[i]);
+}
+
+// None when the user declines, or nobody can be asked any more.
+Secret ask(const Connection &connection, const std::string &text, bool isSecret) {
+    Secret answer = Secret::none();
+    if (connection.isShutDown())
+        return answer;
+    SSHEngine::askOnMainThread(connection, [&] {
+        std::optional<std::string> typed = SSHSessionPasswordPanel(connection.endDescriptor())
+                                               .responseToKeyboardPrompt(text, isSecret);
+        answer = Secret::takenFrom(typed);
+    });
+    return answer;
 }
 
 std::string failureText(int code) {
@@ -44,19 +100,55 @@ std::string failureText(int code) {
     }
 }
 
+std::string failureText(LIBSSH2_SESSION *session, SSHEngine::Conversation *conversation, int code) {
+    if (!conversation)
+        return failureText(code);
+    // The library counts the prompts as well, before it shows them.
+    if (libssh2_session_last_errno(session) == LIBSSH2_ERROR_OUT_OF_BOUNDARY)
+        conversation->giveUpTooManyPrompts();
+    return (conversation->isGivenUp() ? " " : failureText(code)) + conversation->account();
+}
+
+SSHEngine::Conversation conversationOn(Connection &connection) {
+    const auto &given = connection.engine.password();
+    return {[&connection](const std::string &text, bool isSecret) {
+                return ask(connection, text, isSecret);
+            },
+            given ? Secret::of(*given) : connection.logIn.password,
+            !connection.logIn.refusedPassword};
+}
+
 } // namespace
 
 bool SSHSession_libssh2::_authenticateWithKeyboard(Connection &connection, SSHErrorRef *error) {
-    return onSessionQueue(connection, error, [&](LIBSSH2_SESSION *session) {
+    SSHEngine::LogIn &logIn = connection.logIn;
+    const auto authenticate = [&](LIBSSH2_SESSION *session) {
         const char *const name =
             SSHEngine::requiredUser(*this, "-[SSHSession_libssh2 _authenticateWithKeyboard:]");
         const int code = libssh2_userauth_keyboard_interactive_ex(
-            session, name, static_cast<unsigned>(std::strlen(name)), libssh2_keyboard_callback);
+            session, name, static_cast<unsigned>(std::strlen(name)),
+            options().asksServersQuestions ? converse : libssh2_keyboard_callback);
+        libssh2_session_set_blocking(session, 1);
+        logIn.mayHaveFactor = code == LIBSSH2_ERROR_AUTHENTICATION_FAILED;
         return code == 0 || SSHEngine::fail(error, [&] {
                    return SSHEngine::connectionError(
                        *this,
-                       "SSH could not authenticate using keyboard-interactive." + failureText(code),
+                       "SSH could not authenticate using keyboard-interactive." +
+                           failureText(session, logIn.conversation, code),
                        code);
                });
-    });
+    };
+    if (!options().asksServersQuestions)
+        return onSessionQueue(connection, error, authenticate);
+
+    // The user may take long, and may end the session while a question shows, on the very thread
+    // that waits for it: the queue is not held meanwhile. Nobody else uses a connection that is
+    // still being made.
+    SSHEngine::Conversation conversation = conversationOn(connection);
+    logIn.conversation = &conversation;
+    const bool isIn = holds(connection) && authenticate(connection.session());
+    logIn.conversation = nullptr;
+    if (!isIn && !holds(connection))
+        SSHEngine::fail(error, [&] { return SSHEngine::endedStartError(connection); });
+    return isIn;
 }

@@ -28,19 +28,42 @@ SSHSessionPasswordPanel::passwordForSSHKey(const std::string &keyName) noexcept 
     SSHPlatform::Alert alert;
     alert.messageText = "Enter your password for the SSH key \"" + keyName + "\".";
     alert.informativeText = "This SSH key is password-protected.";
-    alert.accessoryView = alertAccessoryView;
-    if (alertRememberInKeychainCheckbox)
-        alertRememberInKeychainCheckbox->setOn(false);
-    return ask(std::move(alert), alertPasswordField);
+    return askForSecret(std::move(alert));
+}
+
+std::optional<std::string>
+SSHSessionPasswordPanel::passwordForUser(const std::string &user,
+                                         const std::string &host) noexcept {
+    SSHPlatform::Alert alert;
+    alert.messageText = "Enter the password of " + user + "@" + host + ".";
+    alert.informativeText = "The SSH server wants a password.";
+    return askForSecret(std::move(alert));
 }
 
 std::optional<std::string>
 SSHSessionPasswordPanel::responseToKeyboardPrompt(const std::string &prompt) noexcept {
+    return responseToKeyboardPrompt(prompt, false);
+}
+
+std::optional<std::string>
+SSHSessionPasswordPanel::responseToKeyboardPrompt(const std::string &prompt,
+                                                  bool isSecret) noexcept {
     SSHPlatform::Alert alert;
     alert.messageText = "Authenticate SSH using keybpard-interactive.";
     alert.informativeText = prompt;
+    return isSecret ? askForSecret(std::move(alert)) : askInTheClear(std::move(alert));
+}
+
+std::optional<std::string> SSHSessionPasswordPanel::askInTheClear(SSHPlatform::Alert alert) {
     alert.accessoryView = alertResponseAccessoryView;
     return ask(std::move(alert), alertTextField);
+}
+
+std::optional<std::string> SSHSessionPasswordPanel::askForSecret(SSHPlatform::Alert alert) {
+    alert.accessoryView = alertAccessoryView;
+    if (alertRememberInKeychainCheckbox)
+        alertRememberInKeychainCheckbox->setOn(false);
+    return ask(std::move(alert), alertPasswordField);
 }
 
 std::optional<std::string> SSHSessionPasswordPanel::ask(SSHPlatform::Alert alert,

@@ -28,11 +28,20 @@ class SSHSESSION_EXPORT SSHSessionPasswordPanel {
     // keeps no copy; the caller wipes what it is given (SSHPlatform::wipe).
     std::optional<std::string> passwordForSSHKey(const std::string &keyName) noexcept;
 
-    // The answer to a keyboard-interactive prompt, typed in the clear. None as above. For host
-    // applications; sessions answer such prompts from their password.
+    // The answer to a keyboard-interactive prompt, typed in the clear. None as above. Sessions ask
+    // so only when their options say so (asksServersQuestions).
     std::optional<std::string> responseToKeyboardPrompt(const std::string &prompt) noexcept;
+    // The same; a secret answer is typed into a masked field, and is the caller's to wipe.
+    std::optional<std::string> responseToKeyboardPrompt(const std::string &prompt,
+                                                        bool isSecret) noexcept;
+
+    // The password of that user there. As for a pass phrase.
+    std::optional<std::string> passwordForUser(const std::string &user,
+                                               const std::string &host) noexcept;
 
   private:
+    std::optional<std::string> askInTheClear(SSHPlatform::Alert alert);
+    std::optional<std::string> askForSecret(SSHPlatform::Alert alert);
     std::optional<std::string> ask(SSHPlatform::Alert alert, SSHPlatform::TextField *field);
 
     const int mWithdrawal;

@@ -31,7 +31,7 @@ std::size_t sizeOf(void *block) {
 }
 
 void *allocate(std::size_t size, void ** /*abstract*/) {
-    return std::malloc(size);
+    return size < tooMuchForLibrary ? std::malloc(size) : nullptr;
 }
 
 void release(void *block, void ** /*abstract*/) {

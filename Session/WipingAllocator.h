@@ -13,6 +13,9 @@
 
 namespace SSHEngine {
 
+// Such sessions get no block of this size: the library gives up what it would need one for.
+inline constexpr std::size_t tooMuchForLibrary = 1UL << 30;
+
 // Answers null when there is no memory, as all of these do.
 LIBSSH2_SESSION *makeWipingSession(void *abstract) noexcept;
 
