@@ -5,6 +5,10 @@ shell; \\xHH and \\n in them stand for bytes. A user's name tells the methods th
 what happens when one is tried; by itself every answer is taken but an empty one and "wrong".
     password,keyboard-interactive      publickey,password disconnect 2 bye en
     keyboard-interactive 0 1 2         rounds with so many prompts
+    keyboard-interactive 'Name|Instruction|-Hidden: |+Shown~9: '
+                                       a round with these, where ~9 stands for so many letters
+    keyboard-interactive 1 endless     the last round again and again
+    password>keyboard-interactive 1    one factor after the other
     password expired                   a new password is demanded
     password banner 'Hello!'           a text for the user comes with the answer
     password silent                    no answer, ever; also of publickey
@@ -71,6 +75,10 @@ def raw(word):
     return word.encode("latin-1", "backslashreplace").decode("unicode_escape").encode("latin-1")
 
 
+def words(text):
+    return re.sub(b"~([0-9]+)", lambda match: b"x" * int(match[1]), raw(text))
+
+
 def disconnect(connection, reason, *texts):
     """Leaves out of the message what is not given, its strings' lengths included."""
     fields = [String(raw(text)) for text in texts]
@@ -84,6 +92,15 @@ class Server(asyncssh.SSHServer):
     def connection_made(self, connection):
         self.connection = connection
         connection.send_userauth_failure = self.send_failure
+        self.send_success = connection.send_userauth_success
+        connection.send_userauth_success = self.factor_succeeded
+
+    def factor_succeeded(self):
+        if not self.factors:
+            self.send_success()
+            return
+        self.methods = self.factors.pop(0).split(",")
+        self.send_failure(True)
 
     def send_failure(self, partial):
         methods = NameList([method.encode() for method in self.methods])
@@ -92,6 +109,7 @@ class Server(asyncssh.SSHServer):
 
     def begin_auth(self, user):
         first, *self.steps = shlex.split(user)
+        first, *self.factors = first.split(">")
         self.methods = [method for method in first.split(",") if method != "nothing"]
         if first == "disconnect":
             disconnect(self.connection, *self.steps)
@@ -135,7 +153,13 @@ class Server(asyncssh.SSHServer):
     def next_round(self):
         if not self.steps:
             return True
-        prompts = [(f"Question {n}: ", False) for n in range(int(self.steps.pop(0)))]
+        step = self.steps[0]
+        if self.steps[1:] != ["endless"]:
+            self.steps.pop(0)
+        if "|" in step:
+            name, instruction, *prompts = [words(part) for part in step.split("|")]
+            return (name, instruction, "", [(text[1:], text[:1] == b"+") for text in prompts])
+        prompts = [(f"Question {n}: ", False) for n in range(int(step))]
         return ("", "Instruction", "en", prompts)  # libssh2 1.10 trips over a long list and a name
 
     def validate_kbdint_response(self, user, answers):

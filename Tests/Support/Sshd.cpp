@@ -55,7 +55,7 @@ std::string publicKey(const std::string &path) {
 
 Sshd::Sshd(const std::vector<std::string> &hostKeyTypes, const std::string &settings) {
     ::mkdir("/run/sshd", 0755); // sshd as root insists on it
-    std::string text = fmt::format(configuration, mDirectory.path()) + settings;
+    std::string text = settings + "\n" + fmt::format(configuration, mDirectory.path());
     for (const std::string &type : hostKeyTypes) {
         makeKey(mDirectory.path("host_" + type), type);
         text += fmt::format("HostKey {}\n", mDirectory.path("host_" + type));

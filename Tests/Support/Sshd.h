@@ -24,7 +24,8 @@ std::string publicKey(const std::string &path);
 
 class Sshd {
   public:
-    // `hostKeyTypes` as ssh-keygen names them; `settings` are further lines for its configuration.
+    // `hostKeyTypes` as ssh-keygen names them; `settings` are further lines for its
+    // configuration, which go before those that are usual here.
     explicit Sshd(const std::vector<std::string> &hostKeyTypes = {"ecdsa"},
                   const std::string &settings = "");
 
