@@ -9,9 +9,10 @@
 // connection is another one by now, or none, has been torn down and fails, whatever it found.
 //
 // All library calls on a connection's handles run on the session queue, entered synchronously from
-// the caller's thread; only the keepalive and the watch are queued asynchronously. Two run
-// elsewhere, while the caller waits: the names of the library's algorithms are fetched on the
-// caller's thread, and an accepted host key is added and written on the main thread.
+// the caller's thread; only the keepalive and the watch are queued asynchronously. Others run while
+// the caller waits: the names of the library's algorithms are fetched, and the server's questions
+// put to the user, on the caller's thread; an accepted host key is added and written on the main
+// thread.
 #pragma once
 
 #include <SSHSession/Mutex.h>
@@ -69,7 +70,7 @@ class SSHSession_libssh2 : public SSHSession {
     bool _authenticateWithAgent(Connection &connection, SSHErrorRef *error);
     // Auth/Manual.cpp, which calls the three below
     bool _authenticateManually(Connection &connection, SSHErrorRef *error);
-    // Auth/PublicKey.cpp, Auth/Password.cpp, Auth/KeyboardInteractive.cpp
+    // Auth/PublicKey.cpp or Identities.cpp, Auth/Password.cpp, Auth/KeyboardInteractive.cpp
     bool _authenticateWithPublicKey(Connection &connection, SSHErrorRef *error);
     bool _authenticateWithPassword(Connection &connection, SSHErrorRef *error);
     bool _authenticateWithKeyboard(Connection &connection, SSHErrorRef *error);
