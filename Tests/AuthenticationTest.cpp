@@ -124,10 +124,7 @@ TEST_F(KeysTest, OfEveryTypeInEveryForm) {
                     std::filesystem::remove(path(name + ".pub"));
                 user->answers = {AlertAnswer::FirstButton};
 
-                if (isOldLibrary && type.starts_with("rsa"))
-                    EXPECT_THAT(start(path(name)), HasSubstr("Failed."));
-                else
-                    EXPECT_EQ(start(path(name)), passphrase.empty() ? "" : " asked 1");
+                EXPECT_EQ(start(path(name)), passphrase.empty() ? "" : " asked 1");
             }
     for (const std::string cipher : {"aes256-gcm@openssh.com", "chacha20-poly1305@openssh.com"}) {
         make(cipher, {"-t", "ed25519", "-Z", cipher}, "sesame");
