@@ -4,12 +4,12 @@
 #include "Auth/KeyFile.h"
 #include "Auth/KeyFileReading.h"
 #include "Auth/KeyTranscript.h"
-#include "Auth/LibraryAlgorithms.h"
 #include "Auth/MethodList.h"
 #include "Auth/Passphrase.h"
 #include "Platform/Path.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/LibraryAlgorithms.h"
 #include "Session/SSHSession_libssh2.h"
 
 #include <SSHSession/PrintableText.h>

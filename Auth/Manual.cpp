@@ -1,11 +1,11 @@
 // The fifth stage of `start`: the methods that the server offers, in this library's own order.
 #include "Session/SSHSession_libssh2.h"
 
-#include "Auth/LibraryAlgorithms.h"
 #include "Auth/MethodList.h"
 #include "Auth/MethodTranscript.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/LibraryAlgorithms.h"
 
 #include <algorithm>
 #include <array>
@@ -80,6 +80,7 @@ bool Methods::attempt(const Method &method, bool withAccount) {
     mTried.insert(&method);
     mConnection.logIn.mayHaveFactor = false;
     mConnection.logIn.renewedMethods.reset();
+    mEngine._tellBanners(mConnection); // before the user is asked anything
     MethodAttempt attempt = {.displayName = method.displayName, .error = nullptr};
     if ((mEngine.*method.operation)(mConnection, &attempt.error))
         return true;

@@ -4,6 +4,7 @@
 #include "Platform/AtomicFile.h"
 #include "Platform/ReadFile.h"
 #include "Session/Connection.h"
+#include "Session/LibraryAlgorithms.h"
 #include "Session/SSHSession_libssh2.h"
 
 #include <SSHSession/Base64.h>
@@ -128,16 +129,6 @@ std::string keyTypeOf(const std::string &algorithm) {
     return algorithm.starts_with("rsa-sha2-") ? "ssh-rsa" : algorithm;
 }
 
-std::vector<std::string> supportedAlgorithms(LIBSSH2_SESSION *session) {
-    const char **names = nullptr;
-    const int count = libssh2_session_supported_algs(session, LIBSSH2_METHOD_HOSTKEY, &names);
-    if (count <= 0)
-        return {};
-    std::vector<std::string> result(names, names + count);
-    libssh2_free(session, names);
-    return result;
-}
-
 } // namespace
 
 void preferRecordedKeyTypes(const Connection &connection) {
@@ -145,7 +136,8 @@ void preferRecordedKeyTypes(const Connection &connection) {
     std::set<std::string> types = recordedTypes(files, named(connection));
     if (types.empty())
         types = recordedTypes(files, named(connection, usualPort));
-    std::vector<std::string> algorithms = supportedAlgorithms(connection.session());
+    std::vector<std::string> algorithms =
+        libraryAlgorithms(connection.session(), LIBSSH2_METHOD_HOSTKEY);
     const auto known =
         std::stable_partition(algorithms.begin(), algorithms.end(), [&](const std::string &name) {
             return types.contains(keyTypeOf(name));

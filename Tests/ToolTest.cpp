@@ -56,7 +56,11 @@ TEST_F(ToolTest, HandsThroughOutputAndStatus) {
         "{\"stdout\":\"a\\ufffdbc\",\"stdoutBase64\":\"Yf9iYw==\","
         "\"stderr\":\"\\u00fc\\u007f\\u009b\","
         "\"exitStatus\":0,\"exitSignal\":\"TERM\",\"timings\":{\"connect\":,\"handshake\":,"
-        "\"hostKey\":,\"agent\":,\"authenticate\":,\"execute\":}}\n");
+        "\"hostKey\":,\"authenticate\":,\"execute\":}}\n");
+    check({"--classic", "--json", "127.0.0.1", "true"}, 0,
+          "{\"stdout\":\"\",\"stderr\":\"\",\"exitStatus\":0,\"exitSignal\":null,\"timings\":{"
+          "\"connect\":,\"handshake\":,\"hostKey\":,\"agent\":,\"authenticate\":,"
+          "\"execute\":}}\n");
 }
 
 TEST_F(ToolTest, RefusesInOneLineWhatItCannotUse) {
@@ -254,7 +258,7 @@ TEST_F(ToolTest, LeavesNoCoreWhileItHoldsAPassword) {
     ScriptedServer scripted;
     home.directory.write(".ssh/known_hosts", "127.0.0.1 " + scripted.hostKey() + "\n");
     const std::jthread whenReady([&] {
-        EXPECT_EQ(scripted.received(2), (Lines{"keepalive", "password b'sesame'"}));
+        EXPECT_EQ(scripted.received(1), Lines{"password b'sesame'"});
         directory.write("ready", "");
     });
     EXPECT_EQ(abort(SSHSESSION_TOOL " -p " + std::to_string(scripted.port()) + " --password-from " +

@@ -1,4 +1,4 @@
-#include "Auth/LibraryAlgorithms.h"
+#include "Session/LibraryAlgorithms.h"
 
 namespace SSHEngine {
 
