@@ -119,7 +119,7 @@ class Server(asyncssh.SSHServer):
         if self.steps[:1] == ["disconnect"]:
             disconnect(self.connection, *self.steps[1:])
         if self.steps[:1] == ["banner"]:
-            self.connection.send_auth_banner(self.steps[1] + "\n")
+            self.connection.send_auth_banner(raw(self.steps[1] + "\\n").decode())
         if self.steps == ["expired"]:
             raise asyncssh.PasswordChangeRequired("Choose another one")
 

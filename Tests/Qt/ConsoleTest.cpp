@@ -72,7 +72,8 @@ TEST_F(ConsoleTest, RefusesFailsConnectsRunsCancelsAndCloses) {
     EXPECT_TRUE(shows("The user-specified key file [[/missing <b>key</b>]] does not exist.\n"
                       "The standard key file [["));
     EXPECT_LE(window.height(), 768 - 40) << "on a low screen, with a frame";
-    EXPECT_EQ(contentOf(home.knownHosts()), "127.0.0.1 " + server.hostKey() + "\n");
+    EXPECT_EQ(contentOf(home.knownHosts()),
+              "[127.0.0.1]:" + std::to_string(server.port()) + ' ' + server.hostKey() + "\n");
 
     fill(currentUser(), key);
     click(window, "&Connect"); // to a server that is known now
