@@ -104,7 +104,8 @@ void ConsoleWindow::present(const CommandOutcome &outcome) {
 }
 
 void ConsoleWindow::greet(const QString &banner) {
-    QString text = mBanner->toPlainText() + banner.trimmed() + QLatin1Char('\n');
+    QString text = mBanner->toPlainText();
+    text += (text.isEmpty() ? QString() : QStringLiteral("\n")) + banner.trimmed();
     text.truncate(longestBanner);
     mBanner->present(text, mostBannerLines);
 }
