@@ -52,11 +52,16 @@ std::string said(std::string_view text) {
     return text.empty() ? "" : fmt::format("The server says: {}\n", harmless(text));
 }
 
-bool mentionsPassword(std::string_view text) {
-    constexpr std::string_view word = "password";
+bool mentions(std::string_view text, std::string_view word) {
     return std::search(text.begin(), text.end(), word.begin(), word.end(), [](char a, char b) {
                return std::tolower(static_cast<unsigned char>(a)) == b;
            }) != text.end();
+}
+
+// A password for one time, or one that is yet to be chosen, is not the one that was given.
+bool wantsPassword(std::string_view text) {
+    return mentions(text, "password") && !mentions(text, "one-time") &&
+           !mentions(text, "one time") && !mentions(text, "new password");
 }
 
 } // namespace
@@ -92,7 +97,7 @@ std::optional<std::vector<Secret>> Conversation::answers(const ServersRequest &r
 // else: only the first request with a question is for it.
 bool Conversation::isForPassword(const ServersRequest &request) const {
     return mRounds == 1 && request.prompts.size() == 1 && request.prompts[0].isSecret &&
-           mentionsPassword(request.prompts[0].text);
+           wantsPassword(request.prompts[0].text);
 }
 
 Secret Conversation::answer(const ServersRequest &request, const ServersPrompt &prompt) {
