@@ -10,6 +10,11 @@ namespace SSHEngine {
 
 namespace {
 
+// sudo alone makes one percent sign of two. A login shell that shows the command line which it runs
+// ("set -x") does not, so what it shows is not taken for the question.
+constexpr std::string_view promptArgument = "#SSHSession%%EnterPassword^";
+constexpr std::string_view question = "#SSHSession%EnterPassword^";
+
 // The empty line before it ends one that the login shell has left unfinished.
 const std::string announcement = fmt::format("\n{}\n", successMarker);
 constexpr std::size_t longestRefusal = 2000;
@@ -44,19 +49,18 @@ std::string inOneLine(const std::string &command) {
         default:
             format.push_back(byte);
         }
-    return fmt::format("eval \"$(printf '{}')\"", format);
+    return fmt::format("eval \"$(printf -- '{}')\"", format);
 }
 
 bool asks(std::string_view errorOutput) {
-    return errorOutput.substr(errorOutput.rfind('\n') + 1).find(promptMarker) !=
-           std::string_view::npos;
+    return errorOutput.substr(errorOutput.rfind('\n') + 1).find(question) != std::string_view::npos;
 }
 
 } // namespace
 
 std::string followedSudoCommand(const std::string &command) {
     return fmt::format(
-        "/usr/bin/sudo -S -p '{}' /bin/sh -c {}", promptMarker,
+        "/usr/bin/sudo -S -p '{}' /bin/sh -c {}", promptArgument,
         quoted(fmt::format("echo; echo '{}'; {}", successMarker, inOneLine(command))));
 }
 
@@ -88,8 +92,8 @@ std::string FollowedSudo::refusal(std::string_view errorOutput) const {
     constexpr const char *space = " \t\r\n";
     std::string words(
         errorOutput.substr(errorOutput.size() - std::min(errorOutput.size(), longestRefusal)));
-    for (std::size_t at = 0; (at = words.find(promptMarker)) != std::string::npos;)
-        words.erase(at, promptMarker.size());
+    for (std::size_t at = 0; (at = words.find(question)) != std::string::npos;)
+        words.erase(at, question.size());
     words.erase(0, words.find_first_not_of(space));
     words.erase(words.find_last_not_of(space) + 1);
     return words.empty() ? "sudo has ended without saying why." : SSHPlatform::decodedUTF8(words);

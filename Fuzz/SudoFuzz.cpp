@@ -17,6 +17,7 @@ using enum SSHEngine::SudoConversation::Outcome;
 namespace {
 
 const std::string prompt = "#SSHSessionEnterPassword^";
+const std::string followedPrompt = "#SSHSession%EnterPassword^";
 const std::string success = "#SSHSessionSudoSuccess^";
 constexpr unsigned errorBit = 0x80;
 
@@ -32,8 +33,8 @@ void readBack(std::string_view input) {
     std::string any(input.substr(0, input.find('\0')));
     std::replace(any.begin(), any.end(), '\n', ' ');
     line = SSHEngine::followedSudoCommand(any);
-    hold(everyShellReads(line, {"/usr/bin/sudo", "-S", "-p", prompt, "/bin/sh", "-c",
-                                "echo; echo '" + success + "'; " + any}),
+    hold(everyShellReads(line, {"/usr/bin/sudo", "-S", "-p", "#SSHSession%%EnterPassword^",
+                                "/bin/sh", "-c", "echo; echo '" + success + "'; " + any}),
          "a shell reads the line of a sudo that is followed as it was meant");
 }
 
@@ -60,10 +61,11 @@ void follow(std::string_view input) {
              "what follows the announcement is the command's");
         hold(outcome == Accepted || output.view() == all, "nothing is taken before");
         hold((outcome == Asked) ==
-                 (outcome != Accepted && !isLast && line.find(prompt) != std::string::npos),
+                 (outcome != Accepted && !isLast && line.find(followedPrompt) != std::string::npos),
              "a question is answered once");
     }
-    hold(sudo.refusal(errors.view()).find(prompt) == std::string::npos, "words are sudo's own");
+    hold(sudo.refusal(errors.view()).find(followedPrompt) == std::string::npos,
+         "words are sudo's own");
 }
 
 // What has come so far, and what an honest listener makes of it.

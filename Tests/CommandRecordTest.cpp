@@ -50,10 +50,10 @@ TEST(Sudo, OnlyQuotationMarksAreEscapedInTheCommand) {
 
 TEST(Sudo, EveryShellReadsTheSameWord) {
     EXPECT_EQ(SSHEngine::followedSudoCommand(R"(it's \ `a`!)"),
-              "/usr/bin/sudo -S -p '#SSHSessionEnterPassword^' /bin/sh -c 'echo; echo '\\''"
+              "/usr/bin/sudo -S -p '#SSHSession%%EnterPassword^' /bin/sh -c 'echo; echo '\\''"
               R"(#SSHSessionSudoSuccess^'\''; it'\''s '\\' `a`'\!'')");
     EXPECT_TRUE(SSHEngine::followedSudoCommand("a\n%'\\").ends_with(
-        R"x(; eval "$(printf '\''a'\\'012%%'\\'047'\\'134'\'')"')x"));
+        R"x(; eval "$(printf -- '\''a'\\'012%%'\\'047'\\'134'\'')"')x"));
 }
 
 namespace {
@@ -112,6 +112,7 @@ TEST(Sudo, FollowedToItsEnd) {
         const char *words = "";
         bool keepReading = true;
     };
+    const std::string prompt = "#SSHSession%EnterPassword^";
     const std::string question = "[sudo: " + prompt + "] Password: ";
     const char *const accepted = "\n#SSHSessionSudoSuccess^\nown";
     for (const auto &pieces : std::vector<std::vector<Piece>>{
@@ -119,6 +120,8 @@ TEST(Sudo, FollowedToItsEnd) {
               {"", question, 18, Heard::Asked},
               {"", "\nno\n" + question + "\n", 27, Heard::Pending}, // answered
               {"", "", 38, Heard::TimedOut}},
+             {{"", "+ /usr/bin/sudo -S -p #SSHSession%%EnterPassword^", 0, Heard::Pending},
+              {"", " /bin/sh -c\n" + question, 0, Heard::Asked}},
              {{"hi", question.substr(0, 40), 0, Heard::Asked},
               {"", question.substr(40), 0, Heard::Pending},
               {accepted, prompt, 0, Heard::Accepted}},

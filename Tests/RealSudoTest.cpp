@@ -99,7 +99,8 @@ TEST_F(RealSudoTest, FollowedToItsEnd) {
     allow("(ALL) ALL");
     for (const std::string &each :
          {"/bin/sh"s, "/bin/bash"s, "/bin/csh"s, "/usr/bin/fish"s, "/bin/zsh"s,
-          shell("printf Welcome; printf hm >&2; exec /bin/sh \"$@\"\n")}) {
+          shell("printf Welcome; printf hm >&2; exec /bin/sh \"$@\"\n"),
+          shell("printf %s \"$2\" >&2; sleep 0.3; exec /bin/sh \"$@\"\n")}) { // as "set -v" does
         if (!fs::exists(each)) {
             GTEST_LOG_(WARNING) << "*** not tested, since it is not there: " << each << " ***";
             continue;
@@ -109,6 +110,8 @@ TEST_F(RealSudoTest, FollowedToItsEnd) {
                   fmt::format("3 (null) | {} | ", runProcess({"/bin/sh", "-c", odd}).output));
         EXPECT_EQ(result(each, "id -u; cat", password, "in!put"), "0 (null) | 0\nin!put | ");
     }
+    EXPECT_EQ(result("/bin/sh", "-v\nid -u", password),
+              "0 (null) | 0\n | /bin/sh: 1: eval: -v: not found\n");
     EXPECT_EQ(result("/bin/sh", "cat", "wrong"), couldNot("sudo: 3 incorrect password attempts"));
     allow("(ALL) ALL", ", passwd_tries=1, authfail_message=\"%d falsches Passwort\"");
     EXPECT_EQ(result("/bin/sh", "cat", "wrong"), couldNot("sudo: 1 falsches Passwort"));
