@@ -88,7 +88,9 @@ TEST_F(TimeLimitTest, OfACommand) {
              {"read; wait 0.8; eof; close", "0 (null) |  | "},
              {"read; wait 30", "libssh2ErrorDomain 0 | Dravella could not execute the SSH command. "
                                "| The session is not connected. | -"}}) {
-        const auto run = [&] { return resultOf(*session, script, std::nullopt, "x\n"); };
+        const auto run = [&, &script = script] { // as clang 14 will have it
+            return resultOf(*session, script, std::nullopt, "x\n");
+        };
         auto first = std::async(std::launch::async, run);
         EXPECT_EQ(scripted.received(1).front(), "line b'x'");
         EXPECT_EQ(run(), result);
