@@ -74,7 +74,8 @@ class SSHSESSION_EXPORT SSHSessionDelegate {
     //
     // A session that watches its connection (SSHSessionOptions::watchesConnection) tells any end
     // that it meets while it is idle, once, and becomes unconnected right after. Where the server
-    // said nothing, `error` has the library's own domain and a reason.
+    // said nothing, `error` has the library's own domain and a reason. A `start` by another thread,
+    // begun at this notice, waits for that and connects again.
     //
     // Called on the session queue, in the middle of the operation that met the server's message: do
     // not call `start`, `stop` or `execute` from here, and do not wait for a thread that does, or

@@ -94,6 +94,9 @@ SSHSession_libssh2::~SSHSession_libssh2() {
 
 bool SSHSession_libssh2::start(SSHErrorRef *error) noexcept {
     const auto self = shared_from_this();
+    // The delegate may have been told of an end that is still being torn down.
+    if (options().watchesConnection && mIsConnected)
+        mSessionQueue.sync([] {});
     ConnectionRef connection = beginConnection();
     if (!connection)
         return SSHEngine::fail(error, [this] {

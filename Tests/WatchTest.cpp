@@ -41,6 +41,18 @@ class WatchTest : public ScriptedServerTest {
         return session;
     }
 
+    // Not on this thread, and not to be waited for: it waits for the end that is just told.
+    void sshSessionDisconnected(SSHSession &session, const SSHErrorRef &why) noexcept override {
+        ScriptedServerTest::sshSessionDisconnected(session, why);
+        if (!mStartsAgain)
+            return;
+        auto again = std::async(std::launch::async, [&] { return session.start(nullptr); });
+        EXPECT_EQ(again.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+        mAgain.set_value(std::move(again));
+    }
+
+    bool mStartsAgain = false;
+    std::promise<std::future<bool>> mAgain;
     const std::shared_ptr<Changes> changes = std::make_shared<Changes>();
     bool mIsScripted = false;
 };
@@ -91,6 +103,14 @@ TEST_F(WatchTest, AnEndIsNoticedWhileIdleAndToldOnce) {
         EXPECT_EQ(changes->text, "10");
         EXPECT_THAT(resultOf(*session, "eof; close"), HasSubstr("The session is not connected."));
     }
+    const auto session = watched(scripted.port());
+    mStartsAgain = true;
+    EXPECT_EQ(resultOf(*session, "eof; close; closed; disconnect 2 bye en"), ended);
+    auto told = mAgain.get_future();
+    EXPECT_TRUE(eventuallyServing(
+        [&] { return told.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+    EXPECT_TRUE(told.get().get());
+    EXPECT_EQ(resultOf(*session, "eof; close; closed"), ended);
 }
 
 // What the link does not carry any more, wherever the session is at that moment.
