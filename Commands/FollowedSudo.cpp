@@ -31,10 +31,12 @@ std::string quoted(std::string_view text) {
     return word + "'";
 }
 
-// As a part of a script for sh that has no line ends, which csh takes in no word.
+// As a part of a script for sh that has no line ends, which csh takes in no word. Read only once the
+// announcement is made, so that a mistake in it is its own; the space keeps a hyphen from being an
+// option of eval's.
 std::string inOneLine(const std::string &command) {
     if (command.find('\n') == std::string::npos)
-        return command;
+        return "eval " + quoted(" " + command);
     std::string format;
     for (const char byte : command)
         switch (byte) {
@@ -49,7 +51,7 @@ std::string inOneLine(const std::string &command) {
         default:
             format.push_back(byte);
         }
-    return fmt::format("eval \"$(printf -- '{}')\"", format);
+    return fmt::format("eval \" $(printf -- '{}')\"", format);
 }
 
 bool asks(std::string_view errorOutput) {
