@@ -242,26 +242,13 @@ TEST_F(LifecycleTest, APasswordGoesOnlyToTheServerThatWasVerified) {
     user->answers = {AlertAnswer::FirstButton, AlertAnswer::SecondButton};
     EXPECT_FALSE(session->start(&error));
     EXPECT_THAT(summary(error), HasSubstr(stopped));
-    EXPECT_TRUE(eventually([&] {
-        SSHPlatform::RunLoop::main()->runFor(std::chrono::milliseconds(10));
-        return again.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
-    }));
-    EXPECT_FALSE(again.get() || refused);
+    EXPECT_FALSE(elsewhere([&] { return again.get(); }) || refused);
     EXPECT_EQ(user->shown.size(), 2U);
     EXPECT_EQ(scripted.received(1), Lines{"keepalive"});
 }
 
 TEST_F(LifecycleTest, StopAndCancelEndAStartThatHangs) {
     asio::io_context context;
-    tcp::acceptor full(context, {asio::ip::address_v4::loopback(), 0});
-    full.listen(0); // with one connection in its queue, this never answers
-    tcp::socket filling(context);
-    filling.connect(full.local_endpoint());
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_FALSE(makeSession(full.local_endpoint().port())->start(&error));
-    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(4900));
-    EXPECT_THAT(summary(error), HasSubstr("The connection timed out."));
-
     const auto endEachWay = [&](const std::shared_ptr<TestSession> &session,
                                 const std::function<bool()> &isHanging) {
         for (const auto &[end, text] :
@@ -334,13 +321,13 @@ TEST_F(LifecycleTest, CancelEndsCommandsAndQuestions) {
     std::filesystem::remove(home.knownHosts());
     user->answers = {AlertAnswer::FirstButton};
     user->whileShown = [&] {
-        EXPECT_EQ(SSHPlatform::waitForSocket(user->withdrawal, SSHPlatform::WaitFor::Reading,
-                                             std::chrono::milliseconds(0)),
-                  0);
+        const auto isWithdrawn = [&] {
+            return SSHPlatform::waitForSocket(user->withdrawal, SSHPlatform::WaitFor::Reading,
+                                              std::chrono::milliseconds(0));
+        };
+        EXPECT_EQ(isWithdrawn(), 0);
         session->cancel();
-        EXPECT_EQ(SSHPlatform::waitForSocket(user->withdrawal, SSHPlatform::WaitFor::Reading,
-                                             std::chrono::milliseconds(0)),
-                  1);
+        EXPECT_EQ(isWithdrawn(), 1);
     };
     EXPECT_FALSE(session->start(&error));
     EXPECT_THAT(summary(error), HasSubstr(cancelled));

@@ -19,9 +19,8 @@ class RecordedKeysTest : public SessionTest {
     RecordedKeysTest() { options.knowsEveryHostKeyType = true; }
 
     // What a session makes of the server: "trusted", or what it shows and the error.
-    std::string ours(const Sshd &sshd, const std::string &host = "127.0.0.1") {
-        const auto session = std::make_shared<TestSession>(
-            host, sshd.port(), "ada", SSHPlatform::Secret::none(), std::nullopt, options);
+    std::string ours(const Sshd &sshd) {
+        const auto session = makeSession(sshd.port());
         user->shown.clear();
         error.reset();
         const bool isTrusted = session->_validatedHostFingerprint(*session->handshaken(), &error);
@@ -36,11 +35,11 @@ class RecordedKeysTest : public SessionTest {
         return ours(sshd);
     }
     // What ssh makes of it, which never gets further than to authentication.
-    std::string sshs(const Sshd &sshd, const std::string &host = "127.0.0.1") const {
+    std::string sshs(const Sshd &sshd) const {
         const std::string port = std::to_string(sshd.port());
         return runProcess({"ssh", "-F", "none", "-p", port, "-o", "StrictHostKeyChecking=yes", "-o",
                            "UserKnownHostsFile=" + home.knownHosts(), "-o", "BatchMode=yes", "-o",
-                           "IdentityFile=none", "-o", "UpdateHostKeys=no", host, "true"})
+                           "IdentityFile=none", "-o", "UpdateHostKeys=no", *hostName, "true"})
             .errorOutput;
     }
     static std::string fingerprint(const Sshd &sshd, const std::string &type) {
@@ -100,6 +99,7 @@ TEST_F(RecordedKeysTest, LinesMeanWhatTheyMeanToSsh) {
     const std::string unknown = "host key is known";
     const std::string changed = "HAS CHANGED";
     const std::string revoked = "REVOKED";
+    hostName = "LOCALhost";
     for (const auto &[content, expected] : std::vector<std::pair<std::string, std::string>>{
              {local + ' ' + wrong + local + "\t" + key, trusts},
              {"x,[LOCAL*]:*,y " + key, trusts},
@@ -130,22 +130,23 @@ TEST_F(RecordedKeysTest, LinesMeanWhatTheyMeanToSsh) {
              {" " + local + ' ' + key.substr(0, key.size() - 1) + "\r\n" + '\0', trusts}}) {
         SCOPED_TRACE(content);
         home.directory.write(".ssh/known_hosts", content);
-        const std::string verdict = ours(sshd, "LOCALhost");
+        const std::string verdict = ours(sshd);
         EXPECT_EQ(verdict == "trusted"                                       ? trusts
                   : verdict.find("marked as revoked") != std::string::npos   ? revoked
                   : verdict.find("refused; Critical: ") != std::string::npos ? changed
                                                                              : unknown,
                   expected)
             << verdict;
-        EXPECT_THAT(sshs(sshd, "LOCALhost"), testing::HasSubstr(expected));
+        EXPECT_THAT(sshs(sshd), testing::HasSubstr(expected));
         EXPECT_EQ(contentOf(home.knownHosts()), content);
     }
+    hostName = "127.0.0.1";
     home.directory.write(".ssh/known_hosts", "@revoked 127.0.0.1 " + key + name(sshd) + key);
     EXPECT_EQ(ours(sshd),
               fmt::format("libssh2ErrorDomain -46 | Dravella could not make an SSH connection to "
-                          "ada@127.0.0.1. | The server's host key ({}) is marked as revoked in {}. "
+                          "{}@127.0.0.1. | The server's host key ({}) is marked as revoked in {}. "
                           "| -",
-                          fingerprint(sshd, "ed25519"), home.knownHosts()));
+                          currentUser(), fingerprint(sshd, "ed25519"), home.knownHosts()));
 }
 
 // Only what contradicts the accepted key goes, and every other byte stays.
@@ -196,8 +197,9 @@ TEST_F(RecordedKeysTest, AnAcceptedKeyTakesThePlaceOfTheHostsOthers) {
 
     // Names that a line would take for something else.
     for (const char *const odd : {"*", "a?", "a b", "a,b", "#a", "!a", "@a", "a\nb"}) {
-        TestSession session(odd, 22, "ada", SSHPlatform::Secret::none(), std::nullopt, options);
-        const auto connection = session.beginConnection();
+        hostName = odd;
+        const auto session = makeSession(22);
+        const auto connection = session->beginConnection();
         SSHEngine::HostKeyCheck check;
         check.knownHostsPath = home.knownHosts();
         check.key = {"ssh-ed25519", wrong.substr(wrong.rfind(' ') + 1), ""};

@@ -102,8 +102,7 @@ TEST_F(TimeLimitTest, OfACommand) {
 TEST_F(TimeLimitTest, BannersAreTold) {
     const std::string file = home.directory.path("banner");
     std::ofstream(file) << "Hands off!\n\xff\n";
-    mServer = std::make_unique<Sshd>(Lines{"ecdsa"}, "Banner " + file + "\n");
-    know(mServer->hostKey());
+    serverWith("Banner " + file + "\n");
     const auto heard = [&](bool succeeds) {
         const auto listener = std::make_shared<Listener>();
         const auto session = makeSession(mServer->port(), std::nullopt, key());

@@ -30,10 +30,9 @@ class WatchTest : public ScriptedServerTest {
   protected:
     WatchTest() { options.watchesConnection = true; }
 
-    std::shared_ptr<TestSession> watched(unsigned short port) {
-        auto session =
-            makeSession(port, "sesame", key(),
-                        port == scripted.port() || mIsScripted ? "password" : currentUser());
+    std::shared_ptr<TestSession> watched(unsigned short port,
+                                         const std::string &name = "password") {
+        auto session = makeSession(port, "sesame", key(), name);
         session->setDelegate(this);
         session->addObserver(changes);
         session->attendInterval = std::chrono::milliseconds(10);
@@ -54,7 +53,6 @@ class WatchTest : public ScriptedServerTest {
     bool mStartsAgain = false;
     std::promise<std::future<bool>> mAgain;
     const std::shared_ptr<Changes> changes = std::make_shared<Changes>();
-    bool mIsScripted = false;
 };
 
 } // namespace
@@ -65,13 +63,12 @@ TEST_F(WatchTest, KeepalivesComeAfterLogInAndInEverySilence) {
     EXPECT_EQ(resultOf(*session, "eof; close; closed"), ended);
     EXPECT_EQ(scripted.received(2), (Lines{"password b'sesame'", "done"}));
     session->keepAliveInterval = std::chrono::milliseconds(50);
-    for (const auto &[script, password] : std::vector<std::pair<std::string, const char *>>{
-             {"wait 0.5; eof; close; closed", nullptr},
-             {"eof; wait 0.5; close; closed", nullptr},
+    for (const auto &[script, password] :
+         std::vector<std::pair<std::string, std::optional<std::string>>>{
+             {"wait 0.5; eof; close; closed", {}},
+             {"eof; wait 0.5; close; closed", {}},
              {"wait 0.5; success; eof; close; closed", "admin"}}) {
-        EXPECT_EQ(resultOf(*session, script,
-                           password ? std::optional<std::string>(password) : std::nullopt),
-                  ended);
+        EXPECT_EQ(resultOf(*session, script, password), ended);
         EXPECT_EQ(scripted.received(1).front(), "keepalive") << script;
         while (scripted.log().ends_with("keepalive\n")) // "done" comes behind the command's end
             std::this_thread::yield();
@@ -115,7 +112,6 @@ TEST_F(WatchTest, AnEndIsNoticedWhileIdleAndToldOnce) {
 
 // What the link does not carry any more, wherever the session is at that moment.
 TEST_F(WatchTest, AServerThatLeavesThreeKeepalivesUnansweredIsGone) {
-    mIsScripted = true;
     const std::string gone =
         fmt::format("libssh2ErrorDomain {} | Dravella lost the connection to the SSH server "
                     "password@127.0.0.1. | The server has left three keepalives unanswered. | -",
@@ -154,12 +150,10 @@ TEST_F(WatchTest, AServerThatLeavesThreeKeepalivesUnansweredIsGone) {
 
 // A server that asks, and has no room for a second channel. A session that nobody listens to dies.
 TEST_F(WatchTest, AServersOwnQuestionsAreAnswered) {
-    mServer = std::make_unique<Sshd>(
-        std::vector<std::string>{"ecdsa"},
-        "ClientAliveInterval 1\nClientAliveCountMax 2\nMaxSessions 1\nRekeyLimit default 1\n");
-    mServer->authorize(key());
-    know(mServer->hostKey());
-    const auto session = watched(mServer->port());
+    serverWith(
+        "ClientAliveInterval 1\nClientAliveCountMax 2\nMaxSessions 1\nRekeyLimit default 1\n")
+        .authorize(key());
+    const auto session = watched(mServer->port(), currentUser());
     options.watchesConnection = false;
     const auto plain = connected();
     EXPECT_TRUE(

@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include <future>
 #include <iostream>
 
 namespace {
@@ -46,17 +47,20 @@ std::shared_ptr<TestSession> SessionTest::makeSession(unsigned short port,
                                                       std::optional<std::string> key,
                                                       const std::string &name) {
     auto session = std::make_shared<TestSession>(
-        "127.0.0.1", port, name, SSHPlatform::Secret::takenFrom(password), std::move(key), options);
+        hostName, port, name, SSHPlatform::Secret::takenFrom(password), std::move(key), options);
     mSessions.push_back(session);
     return session;
 }
 
+Sshd &SessionTest::serverWith(const std::string &settings) {
+    mServer = std::make_unique<Sshd>(Lines{"ecdsa"}, settings);
+    know(mServer->hostKey());
+    return *mServer;
+}
+
 Sshd &SessionTest::server() {
-    if (!mServer) {
-        mServer = std::make_unique<Sshd>();
-        mServer->authorize(key());
-        know(mServer->hostKey());
-    }
+    if (!mServer)
+        serverWith("").authorize(key());
     return *mServer;
 }
 
@@ -111,6 +115,13 @@ std::string resultOf(SSHSession &session, const std::string &text,
                            command->isClosedInOrder() ? "" : ", cut off");
     return summary(why) + (session.isConnected() ? ", still connected" : "") +
            (command->stdoutData() || command->exitSignal() ? ", record written" : "");
+}
+
+bool elsewhere(const std::function<bool()> &work) {
+    auto done = std::async(std::launch::async, work);
+    EXPECT_TRUE(eventuallyServing(
+        [&] { return done.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+    return done.get();
 }
 
 bool eventuallyServing(const std::function<bool()> &condition) {

@@ -37,7 +37,8 @@ class SessionTest : public testing::Test {
                                              std::optional<std::string> key = std::nullopt,
                                              const std::string &name = currentUser());
 
-    // A server whose host key is known already and that lets `key` in.
+    // Servers whose host key is known already: with settings, and one that lets `key` in.
+    Sshd &serverWith(const std::string &settings);
     Sshd &server();
     const std::string &key();
     std::shared_ptr<TestSession> connected(); // to that server
@@ -49,7 +50,8 @@ class SessionTest : public testing::Test {
                          const std::string &details = "") const;
 
     TemporaryHome home;
-    SSHSessionOptions options; // of the sessions that are made from here on
+    SSHSessionOptions options; // of the sessions that are made from here on, and where they lead
+    std::optional<std::string> hostName = "127.0.0.1";
     const std::shared_ptr<FakePresenter> user = std::make_shared<FakePresenter>();
     Lines log;
     SSHErrorRef error;
@@ -67,6 +69,9 @@ std::shared_ptr<SSHCommand> makeCommand(const std::string &text);
 std::string resultOf(SSHSession &session, const std::string &text,
                      const std::optional<std::string> &adminPassword = std::nullopt,
                      const std::string &input = "");
+
+// Does it on another thread, while this one serves the built-in main loop.
+bool elsewhere(const std::function<bool()> &work);
 
 // As `eventually`, while the built-in main loop serves the sessions' timers.
 bool eventuallyServing(const std::function<bool()> &condition);
