@@ -58,24 +58,21 @@ int carryOutput(socket_t descriptor, int /*events*/, void * /*data*/) {
     return 0;
 }
 
-int runCommand(ssh_session /*session*/, ssh_channel /*channel*/, const char *command,
-               void * /*data*/) {
-    std::array<std::array<int, 2>, 3> pipes{};
-    for (auto &each : pipes)
-        if (::pipe(each.data()) != 0)
+int runCommand(const char *command) {
+    std::array<std::array<int, 2>, 3> pairs{}; // of ours and the shell's
+    for (auto &pair : pairs)
+        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair.data()) != 0)
             return 1;
     peer.shell = ::fork();
     if (peer.shell == 0) {
-        for (std::size_t i = 0; i < 3; ++i) {
-            ::dup2(pipes[i][i == 0 ? 0 : 1], static_cast<int>(i));
-            ::close(pipes[i][i == 0 ? 1 : 0]);
-        }
+        for (std::size_t i = 0; i < 3; ++i)
+            ::dup2(pairs[i][1], static_cast<int>(i));
         ::execl("/bin/sh", "sh", "-c", command, nullptr);
         ::_exit(127);
     }
     for (std::size_t i = 0; i < 3; ++i) {
-        ::close(pipes[i][i == 0 ? 0 : 1]);
-        peer.ends[i] = pipes[i][i == 0 ? 1 : 0];
+        ::close(pairs[i][1]);
+        peer.ends[i] = pairs[i][0];
     }
     peer.outputs = 2;
     ssh_event_add_fd(peer.event, peer.ends[1], POLLIN, carryOutput, nullptr);
@@ -83,45 +80,32 @@ int runCommand(ssh_session /*session*/, ssh_channel /*channel*/, const char *com
     return 0;
 }
 
-int takeInput(ssh_session /*session*/, ssh_channel /*channel*/, void *data, std::uint32_t size,
-              int /*isStderr*/, void * /*user*/) {
-    return static_cast<int>(::write(peer.ends[0], data, size));
-}
-
-void endInput(ssh_session /*session*/, ssh_channel /*channel*/, void * /*data*/) {
-    closeEnd(peer.ends[0]);
-}
-
-ssh_channel openChannel(ssh_session session, void * /*data*/) {
-    peer.channel = ssh_channel_new(session);
-    ssh_set_channel_callbacks(peer.channel, &peer.callbacks);
-    return peer.channel;
-}
-
-int checkPassword(ssh_session /*session*/, const char * /*user*/, const char *password,
-                  void * /*data*/) {
-    return std::strcmp(password, "sesame") == 0 ? SSH_AUTH_SUCCESS : SSH_AUTH_DENIED;
-}
-
-int checkKey(ssh_session /*session*/, const char * /*user*/, ssh_key_struct *key, char state,
-             void * /*data*/) {
-    const bool isKnown = ssh_key_cmp(key, peer.known, SSH_KEY_CMP_PUBLIC) == 0;
-    return isKnown && (state == SSH_PUBLICKEY_STATE_NONE || state == SSH_PUBLICKEY_STATE_VALID)
-               ? SSH_AUTH_SUCCESS
-               : SSH_AUTH_DENIED;
-}
-
 void serve() {
     std::signal(SIGCHLD, SIG_DFL);
     ssh_callbacks_init(&peer.callbacks);
-    peer.callbacks.channel_exec_request_function = runCommand;
-    peer.callbacks.channel_data_function = takeInput;
-    peer.callbacks.channel_eof_function = endInput;
+    peer.callbacks.channel_exec_request_function = [](auto, auto, auto command, auto) {
+        return runCommand(command);
+    };
+    peer.callbacks.channel_data_function = [](auto, auto, auto data, auto size, auto, auto) {
+        return static_cast<int>(::write(peer.ends[0], data, size));
+    };
+    peer.callbacks.channel_eof_function = [](auto, auto, auto) { closeEnd(peer.ends[0]); };
     ssh_server_callbacks_struct server{};
     ssh_callbacks_init(&server);
-    server.auth_password_function = checkPassword;
-    server.auth_pubkey_function = checkKey;
-    server.channel_open_request_session_function = openChannel;
+    server.auth_password_function = [](auto, auto, auto password, auto) -> int {
+        return std::strcmp(password, "sesame") == 0 ? SSH_AUTH_SUCCESS : SSH_AUTH_DENIED;
+    };
+    server.auth_pubkey_function = [](auto, auto, auto key, char state, auto) -> int {
+        const bool isKnown = ssh_key_cmp(key, peer.known, SSH_KEY_CMP_PUBLIC) == 0;
+        const bool isShown = state == SSH_PUBLICKEY_STATE_NONE;
+        return isKnown && (isShown || state == SSH_PUBLICKEY_STATE_VALID) ? SSH_AUTH_SUCCESS
+                                                                          : SSH_AUTH_DENIED;
+    };
+    server.channel_open_request_session_function = [](auto session, auto) {
+        peer.channel = ssh_channel_new(session);
+        ssh_set_channel_callbacks(peer.channel, &peer.callbacks);
+        return peer.channel;
+    };
     ssh_set_server_callbacks(peer.session, &server);
     ssh_set_auth_methods(peer.session, SSH_AUTH_METHOD_PASSWORD | SSH_AUTH_METHOD_PUBLICKEY);
     if (ssh_handle_key_exchange(peer.session) == SSH_OK &&

@@ -25,20 +25,15 @@ bool Peer::isThere(const std::string &name) {
 }
 
 Peer::Peer(const std::string &name, const std::string &key) {
-    if (name == "OpenSSH")
-        startOpenSSH(key);
-    else if (name == "Dropbear")
+    if (name == "OpenSSH") {
+        mSshd = std::make_unique<Sshd>();
+        mSshd->authorize(key);
+        return;
+    }
+    if (name == "Dropbear") {
         startDropbear(key);
-    else
-        startProgram(name, key);
-}
-
-void Peer::startOpenSSH(const std::string &key) {
-    mSshd = std::make_unique<Sshd>();
-    mSshd->authorize(key);
-}
-
-void Peer::startProgram(const std::string &name, const std::string &key) {
+        return;
+    }
     makeKey(mDirectory.path("host"), "ecdsa");
     std::vector<std::string> words = programs.at(name);
     words.insert(words.end(), {mDirectory.path("host"), key + ".pub"});

@@ -20,8 +20,6 @@ class Peer {
     std::string log() const { return mSshd ? mSshd->log() : contentOf(mDirectory.path("log")); }
 
   private:
-    void startOpenSSH(const std::string &key);
-    void startProgram(const std::string &name, const std::string &key);
     void startDropbear(const std::string &key);
 
     TemporaryDirectory mDirectory;
