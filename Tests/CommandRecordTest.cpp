@@ -51,9 +51,9 @@ TEST(Sudo, OnlyQuotationMarksAreEscapedInTheCommand) {
 TEST(Sudo, EveryShellReadsTheSameWord) {
     EXPECT_EQ(SSHEngine::followedSudoCommand(R"(it's \ `a`!)"),
               "/usr/bin/sudo -S -p '#SSHSession%%EnterPassword^' /bin/sh -c 'echo; echo '\\''"
-              R"(#SSHSessionSudoSuccess^'\''; it'\''s '\\' `a`'\!'')");
+              R"(#SSHSessionSudoSuccess^'\''; XX)");
     EXPECT_TRUE(SSHEngine::followedSudoCommand("a\n%'\\").ends_with(
-        R"x(; eval "$(printf -- '\''a'\\'012%%'\\'047'\\'134'\'')"')x"));
+        R"x(; eval " $(printf -- '\''a'\\'012%%'\\'047'\\'134'\'')"')x"));
 }
 
 namespace {
@@ -64,57 +64,61 @@ const std::string success = "#SSHSessionSudoSuccess^\n";
 using SSHEngine::SudoConversation;
 using Heard = SudoConversation::Outcome;
 
-struct Conversation {
-    Heard hear(const std::string &out, const std::string &err, int second = 0) {
-        output.append(out);
-        errorOutput.append(err);
-        const SudoConversation::Clock::time_point now(std::chrono::seconds{second});
-        return sudo.examine(output, errorOutput, true, now);
-    }
+struct Piece {
+    std::string out;
+    std::string err;
+    int second;
+    Heard heard;
+    const char *words = "";
+    bool keepReading = true;
+};
 
-    SudoConversation sudo{"sesame", {}};
+// What follows the marker of success is the command's own. Answers the error output in the end.
+std::string converse(SudoConversation &sudo, const std::vector<Piece> &pieces) {
     SSHPlatform::ByteBuffer output;
     SSHPlatform::ByteBuffer errorOutput;
-};
+    for (const Piece &piece : pieces) {
+        output.append(piece.out);
+        errorOutput.append(piece.err);
+        const SudoConversation::Clock::time_point now(std::chrono::seconds{piece.second});
+        EXPECT_EQ(sudo.examine(output, errorOutput, piece.keepReading, now), piece.heard)
+            << piece.out << piece.err;
+        EXPECT_EQ(piece.heard == Heard::Refused ? sudo.refusal(errorOutput.view()) : "",
+                  piece.words);
+        EXPECT_TRUE(piece.heard != Heard::Accepted || output.view() == "own");
+    }
+    return std::string(errorOutput.view());
+}
 
 } // namespace
 
 TEST(Sudo, MarkersMayBeSplitAnywhere) {
     for (std::size_t at = 0; at < success.size(); ++at) {
-        Conversation talk;
-        EXPECT_EQ(talk.hear("", "Sorry, try again.\n" + prompt.substr(0, at)), Heard::Pending);
-        EXPECT_EQ(talk.hear("", prompt.substr(at)), Heard::Asked);
-        EXPECT_EQ(talk.hear(success.substr(0, at), ""), Heard::Pending);
-        // From then on a marker is the command's own text.
-        EXPECT_EQ(talk.hear(success.substr(at) + "rest", prompt), Heard::Accepted);
-        EXPECT_EQ(talk.output.view(), "rest");
-        EXPECT_EQ(talk.errorOutput.view(), prompt);
+        SudoConversation sudo("sesame", {});
+        const auto errors =
+            converse(sudo, {{"", "Sorry, try again.\n" + prompt.substr(0, at), 0, Heard::Pending},
+                            {"", prompt.substr(at), 0, Heard::Asked},
+                            {success.substr(0, at), "", 0, Heard::Pending},
+                            {success.substr(at) + "own", prompt, 0, Heard::Accepted}});
+        EXPECT_EQ(errors, prompt);
     }
 }
 
 TEST(Sudo, TenSecondsOfSilenceSinceErrorOutputWasLastSeen) {
-    Conversation talk;
-    EXPECT_EQ(talk.hear("hello\n" + success, "", 10), Heard::Pending); // not at its start
-    EXPECT_EQ(talk.hear("", prompt + "\n", 11), Heard::Pending);       // not at its end
-    EXPECT_EQ(talk.hear("", "", 100), Heard::Pending);                 // still there
-    EXPECT_EQ(talk.hear("", prompt, 120), Heard::Asked);
-    EXPECT_EQ(talk.hear("", "", 130), Heard::Pending);
-    EXPECT_EQ(talk.hear("", "", 131), Heard::TimedOut);
+    SudoConversation sudo("sesame", {});
+    converse(sudo, {{"hello\n" + success, "", 10, Heard::Pending}, // not at its start
+                    {"", prompt + "\n", 11, Heard::Pending},       // not at its end
+                    {"", "", 100, Heard::Pending},                 // still there
+                    {"", prompt, 120, Heard::Asked},
+                    {"", "", 130, Heard::Pending},
+                    {"", "", 131, Heard::TimedOut}});
 }
 
 // What sudo-rs asks has words around the marker, which may come in pieces as well.
 TEST(Sudo, FollowedToItsEnd) {
-    struct Piece {
-        const char *out;
-        std::string err;
-        int second;
-        Heard heard;
-        const char *words = "";
-        bool keepReading = true;
-    };
     const std::string prompt = "#SSHSession%EnterPassword^";
     const std::string question = "[sudo: " + prompt + "] Password: ";
-    const char *const accepted = "\n#SSHSessionSudoSuccess^\nown";
+    const std::string accepted = "\n" + success + "own";
     for (const auto &pieces : std::vector<std::vector<Piece>>{
              {{"hi", "a lecture\n", 9, Heard::Pending},
               {"", question, 18, Heard::Asked},
@@ -133,17 +137,6 @@ TEST(Sudo, FollowedToItsEnd) {
                Heard::Refused, "no\uFFFD, not ada", false}},
              {{"", "", 0, Heard::Refused, "sudo has ended without saying why.", false}}}) {
         SSHEngine::FollowedSudo sudo("sesame", {});
-        SSHPlatform::ByteBuffer output;
-        SSHPlatform::ByteBuffer errorOutput;
-        for (const Piece &piece : pieces) {
-            output.append(piece.out);
-            errorOutput.append(piece.err);
-            const SudoConversation::Clock::time_point now(std::chrono::seconds{piece.second});
-            EXPECT_EQ(sudo.examine(output, errorOutput, piece.keepReading, now), piece.heard)
-                << piece.out << piece.err;
-            const bool isRefused = piece.heard == Heard::Refused;
-            EXPECT_EQ(isRefused ? sudo.refusal(errorOutput.view()) : "", piece.words);
-            EXPECT_TRUE(piece.heard != Heard::Accepted || output.view() == "own");
-        }
+        converse(sudo, pieces);
     }
 }
