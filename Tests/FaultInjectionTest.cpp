@@ -88,7 +88,6 @@ class FaultInjectionTest : public ScriptedServerTest {
     }
 
     void injectFaults(const Scenario &scenario);
-    void endLinks(const Scenario &scenario);
     void failAllocations(const Scenario &scenario);
 
     std::string right;
@@ -194,36 +193,6 @@ void FaultInjectionTest::injectFaults(const Scenario &scenario) {
         EXPECT_FALSE(sayings.contains(function)) << function;
 }
 
-// In each stage, at its beginning and at random places, in each direction, in each way.
-void FaultInjectionTest::endLinks(const Scenario &scenario) {
-    using Place = std::array<std::size_t, 2>; // bytes to the client, and to the server
-    std::vector<Place> places;
-    for (int i = 0; i < 5; ++i) {
-        const Relay pieces(scripted.port(), {.seed = random()});
-        const auto note = [&] { places.push_back({pieces.carried(false), pieces.carried(true)}); };
-        places.clear();
-        watch->action = note;
-        const std::string was = run(scenario, pieces.port(), "pieces");
-        note();
-        EXPECT_EQ(was, right);
-    }
-    watch->action = nullptr;
-    for (unsigned i = 0; i < 96; ++i) {
-        const std::size_t stage = i / 2 % (places.size() - 1);
-        const bool toServer = i % 2 == 0;
-        const std::size_t begin = places[stage][toServer];
-        const std::size_t size = places[stage + 1][toServer] - begin;
-        const std::size_t place = begin + (i < 24 || size == 0 ? 0 : random() % size);
-        const End end = std::array{End::Reset, End::Close, End::Cut}.at(random() % 3);
-        const Relay link(scripted.port(),
-                         {.end = end, .isEndToServer = toServer, .bytesBeforeEnd = place});
-        run(scenario, link.port(),
-            fmt::format("end {} {} after {} bytes", static_cast<int>(end),
-                        toServer ? "to server" : "to client", place),
-            [&] { return end == End::Cut && link.hasEnded(); });
-    }
-}
-
 void FaultInjectionTest::failAllocations(const Scenario &scenario) {
     int count = 0;
     for (int good = -1; good < count; ++good) { // at first none fails
@@ -270,8 +239,34 @@ TEST_F(FaultInjectionTest, ByPasswordAndByKeyboard) {
                       .functions = std::regex("libssh2_userauth.*")});
 }
 
+// In each stage, at its beginning and at random places, in each direction, in each way.
 TEST_F(FaultInjectionTest, LinksEnd) {
-    endLinks(byKeyFile);
+    using Place = std::array<std::size_t, 2>; // bytes to the client, and to the server
+    std::vector<Place> places;
+    for (int i = 0; i < 5; ++i) {
+        const Relay pieces(scripted.port(), {.seed = random()});
+        const auto note = [&] { places.push_back({pieces.carried(false), pieces.carried(true)}); };
+        places.clear();
+        watch->action = note;
+        const std::string was = run(byKeyFile, pieces.port(), "pieces");
+        note();
+        EXPECT_EQ(was, right);
+    }
+    watch->action = nullptr;
+    for (unsigned i = 0; i < 96; ++i) {
+        const std::size_t stage = i / 2 % (places.size() - 1);
+        const bool toServer = i % 2 == 0;
+        const std::size_t begin = places[stage][toServer];
+        const std::size_t size = places[stage + 1][toServer] - begin;
+        const std::size_t place = begin + (i < 24 || size == 0 ? 0 : random() % size);
+        const End end = std::array{End::Reset, End::Close, End::Cut}.at(random() % 3);
+        const Relay link(scripted.port(),
+                         {.end = end, .isEndToServer = toServer, .bytesBeforeEnd = place});
+        run(byKeyFile, link.port(),
+            fmt::format("end {} {} after {} bytes", static_cast<int>(end),
+                        toServer ? "to server" : "to client", place),
+            [&] { return end == End::Cut && link.hasEnded(); });
+    }
 }
 
 TEST_F(FaultInjectionTest, AllocationsFailByAgent) {
