@@ -31,12 +31,10 @@ std::string quoted(std::string_view text) {
     return word + "'";
 }
 
-// As a part of a script for sh that has no line ends, which csh takes in no word. Read only once the
-// announcement is made, so that a mistake in it is its own; the space keeps a hyphen from being an
-// option of eval's.
+// As a part of a script for sh that has no line ends, which csh takes in no word. Read only once
+// the announcement is made, so that a mistake in it is its own; the space keeps a hyphen from being
+// an option of eval's.
 std::string inOneLine(const std::string &command) {
-    if (command.find('\n') == std::string::npos)
-        return "eval " + quoted(" " + command);
     std::string format;
     for (const char byte : command)
         switch (byte) {

@@ -112,7 +112,8 @@ TEST_F(RealSudoTest, FollowedToItsEnd) {
     }
     EXPECT_EQ(result("/bin/sh", "-v\nid -u", password),
               "0 (null) | 0\n | /bin/sh: 1: eval: -v: not found\n");
-    EXPECT_EQ(result("/bin/sh", "-v", password), "127 (null) |  | /bin/sh: 1: eval: -v: not found\n");
+    EXPECT_EQ(result("/bin/sh", "-v", password),
+              "127 (null) |  | /bin/sh: 1: eval: -v: not found\n");
     EXPECT_EQ(result("/bin/sh", "fi", password),
               "2 (null) |  | /bin/sh: 1: eval: Syntax error: \"fi\" unexpected\n");
     EXPECT_EQ(result("/bin/sh", "cat", "wrong"), couldNot("sudo: 3 incorrect password attempts"));
