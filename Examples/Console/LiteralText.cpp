@@ -18,7 +18,9 @@ int lineCount(const QString &text) {
 
 int heightOfLines(const QPlainTextEdit &edit, int lines) {
     const auto margin = static_cast<int>(edit.document()->documentMargin());
-    return lines * edit.fontMetrics().lineSpacing() + 2 * (edit.frameWidth() + margin);
+    const QFontMetrics font = edit.fontMetrics();
+    // With some room: a last line that only just fits counts as hidden, and has a scroll bar.
+    return lines * font.lineSpacing() + font.descent() + 2 * (edit.frameWidth() + margin);
 }
 
 } // namespace
