@@ -155,7 +155,7 @@ std::string onTerminal(const std::string &command, Answers answers) {
     int terminal = -1;
     const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
     if (child == 0) {
-        ::alarm(20);
+        ::alarm(60);
         ::_exit(::execl("/bin/sh", "sh", "-c", command.c_str(), nullptr));
     }
     std::string screen;

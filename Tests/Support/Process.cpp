@@ -57,7 +57,7 @@ Process::~Process() {
 }
 
 bool eventually(const std::function<bool()> &condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     bool holds = condition();
     for (; !holds && std::chrono::steady_clock::now() < deadline; holds = condition())
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
