@@ -74,6 +74,7 @@ int waitForSocket(int socket, WaitFor directions, std::chrono::milliseconds time
 
 int waitForAny(const std::vector<int> &sockets, std::chrono::milliseconds timeout, int wakeup) {
     std::vector<pollfd> entries;
+    entries.reserve(sockets.size() + 1);
     for (const int socket : sockets)
         entries.push_back({socket, POLLOUT, 0});
     entries.push_back({wakeup, POLLIN, 0});
