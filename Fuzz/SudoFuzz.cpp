@@ -31,10 +31,13 @@ void readBack(std::string_view input) {
                                 "echo '" + success + "'; " + command}),
          "a shell reads sudo's command line as it was meant");
     std::string any(input.substr(0, input.find('\0')));
-    std::replace(any.begin(), any.end(), '\n', ' ');
+    for (char &byte : any) // what printf(1) is to make of these, only root's shell shows
+        if (byte == '\n' || byte == '\\' || byte == '\'' || byte == '%')
+            byte = '.';
     line = SSHEngine::followedSudoCommand(any);
-    hold(everyShellReads(line, {"/usr/bin/sudo", "-S", "-p", "#SSHSession%%EnterPassword^",
-                                "/bin/sh", "-c", "echo; echo '" + success + "'; " + any}),
+    hold(everyShellReads(
+             line, {"/usr/bin/sudo", "-S", "-p", "#SSHSession%%EnterPassword^", "/bin/sh", "-c",
+                    "echo; echo '" + success + "'; eval \" $(printf -- '" + any + "')\""}),
          "a shell reads the line of a sudo that is followed as it was meant");
 }
 
