@@ -9,6 +9,7 @@
 #include "Platform/Path.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/KeyType.h"
 #include "Session/LibraryAlgorithms.h"
 #include "Session/SSHSession_libssh2.h"
 
@@ -377,11 +378,7 @@ void Identities::tryAgent() {
 void Identities::tryIdentity(const AgentIdentity &identity) {
     ++mTriedOfAgent;
     mTried.insert(identity.blob);
-    const std::size_t typeBegin = 4; // after its length
-    const std::string type = identity.blob.size() > typeBegin
-                                 ? identity.blob.substr(typeBegin, std::size_t(identity.blob[3]))
-                                 : "";
-    mTranscript.tryingIdentity(identity.comment, type);
+    mTranscript.tryingIdentity(identity.comment, keyTypeIn(identity.blob));
     const Outcome outcome = outcomeOf([&](LIBSSH2_SESSION * /*session*/) {
         return libssh2_agent_userauth(mConnection.agent(), mUser, identity.handle);
     });

@@ -4,6 +4,7 @@
 #include "Platform/AtomicFile.h"
 #include "Platform/ReadFile.h"
 #include "Session/Connection.h"
+#include "Session/KeyType.h"
 #include "Session/LibraryAlgorithms.h"
 #include "Session/SSHSession_libssh2.h"
 
@@ -77,14 +78,6 @@ NamedHost named(const Connection &connection) {
     return named(connection, connection.engine.port());
 }
 
-// The encoding begins with the length and the name of the key's type.
-std::string typeOf(std::string_view key) {
-    std::size_t length = 0;
-    for (const char byte : key.substr(0, 4))
-        length = length << 8 | static_cast<unsigned char>(byte);
-    return key.size() < 4 ? "" : std::string(key.substr(4, length));
-}
-
 std::string fingerprint(LIBSSH2_SESSION *session) {
     constexpr std::size_t size = 32;
     const char *const hash = libssh2_hostkey_hash(session, LIBSSH2_HOSTKEY_HASH_SHA256);
@@ -148,7 +141,7 @@ void preferRecordedKeyTypes(const Connection &connection) {
 }
 
 int checkRecordedKeys(const Connection &connection, LIBSSH2_SESSION *session, HostKeyCheck &check) {
-    check.key = {typeOf(check.hostPublicKey), check.hostFingerprint, fingerprint(session)};
+    check.key = {keyTypeIn(check.hostPublicKey), check.hostFingerprint, fingerprint(session)};
     const auto [files, failure] = readFiles(check.knownHostsPath);
     Finding finding = lookUp(files, connection, *check.key);
     if (failure != 0) {
