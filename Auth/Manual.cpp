@@ -80,7 +80,7 @@ bool Methods::attempt(const Method &method, bool withAccount) {
     mTried.insert(&method);
     mConnection.logIn.mayHaveFactor = false;
     mConnection.logIn.renewedMethods.reset();
-    mEngine._tellBanners(mConnection); // before the user is asked anything
+    mEngine._tellNews(mConnection); // before the user is asked anything
     MethodAttempt attempt = {.displayName = method.displayName, .error = nullptr};
     if ((mEngine.*method.operation)(mConnection, &attempt.error))
         return true;

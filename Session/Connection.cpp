@@ -1,6 +1,7 @@
 #include "Session/Connection.h"
 
 #include "Session/LibraryCallback.h"
+#include "Session/SSHSession_libssh2.h"
 #include "Session/WipingAllocator.h"
 
 #include <sys/socket.h>
@@ -49,6 +50,9 @@ ssize_t receiveSome(int descriptor, void *bytes, std::size_t count, int flags) {
 }
 
 } // namespace
+
+Connection::Connection(SSHSession_libssh2 &owner) noexcept
+    : engine(owner), notes(std::make_shared<Notes>(owner.SSHSession::facts())) {}
 
 Connection::~Connection() {
     // With nothing to send or to receive, a channel that is still open is not waited for.

@@ -14,6 +14,7 @@
 #include "Platform/Socket.h"
 #include "Platform/Wakeup.h"
 #include "Session/AgentReplies.h"
+#include "Session/Notes.h"
 #include "Session/UserTime.h"
 #include "Session/Watch.h"
 
@@ -75,7 +76,7 @@ struct LogIn {
 class Connection {
   public:
     // `owner` must outlive the connection.
-    explicit Connection(SSHSession_libssh2 &owner) noexcept : engine(owner) {}
+    explicit Connection(SSHSession_libssh2 &owner) noexcept;
 
     // Closes agent, session and socket, in this order. The server is told nothing but that the
     // TCP connection has ended.
@@ -177,6 +178,9 @@ class Connection {
 
     SSHSession_libssh2 &engine;
     LogIn logIn;
+
+    // What is seen of this connection; whoever wants to know it later keeps it.
+    const std::shared_ptr<Notes> notes;
 
   private:
     static ssize_t sendForLibrary(libssh2_socket_t descriptor, const void *bytes, std::size_t count,

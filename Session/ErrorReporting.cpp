@@ -16,18 +16,20 @@ using SSHPlatform::textOrNull;
 
 SSHErrorRef SSHSession_libssh2::_errorWithDescription(const std::optional<std::string> &description,
                                                       const std::optional<std::string> &reason,
-                                                      std::int32_t code) {
+                                                      std::int32_t code, SSHErrorCause cause) {
     SSHError::UserInfo userInfo;
     if (description) {
         userInfo[SSHError::NSLocalizedDescriptionKey] = *description;
         if (reason)
             userInfo[SSHError::NSLocalizedFailureReasonErrorKey] = *reason;
     }
-    return std::make_shared<SSHError>(SSHError::libssh2ErrorDomain, code, std::move(userInfo));
+    return std::make_shared<SSHError>(SSHError::libssh2ErrorDomain, code, std::move(userInfo),
+                                      cause);
 }
 
 SSHErrorRef SSHSession_libssh2::_errorFromFunction(LIBSSH2_SESSION *session,
-                                                   const std::string &function, std::int32_t code) {
+                                                   const std::string &function, std::int32_t code,
+                                                   SSHErrorCause cause) {
     std::string reason = _stringForErrorCode(code);
     char *message = nullptr;
     if (session)
@@ -41,7 +43,8 @@ SSHErrorRef SSHSession_libssh2::_errorFromFunction(LIBSSH2_SESSION *session,
              fmt::format("An error occurred in {}. ({})", function, code)},
             {SSHError::NSLocalizedFailureReasonErrorKey, reason},
             {SSHError::NSLocalizedRecoverySuggestionErrorKey, reason},
-        });
+        },
+        cause);
 }
 
 // Codes without a sentence, the even ones from -2 to -12 among them, show as their number.
@@ -74,10 +77,11 @@ namespace {
 
 // `sentence` ends where the user and the server are named.
 SSHErrorRef errorAbout(const SSHSession &session, const char *sentence,
-                       const std::optional<std::string> &reason, std::int32_t code) {
+                       const std::optional<std::string> &reason, std::int32_t code,
+                       SSHErrorCause cause) {
     return SSHSession_libssh2::_errorWithDescription(
         fmt::format("{} {}@{}.", sentence, textOrNull(session.user()), textOrNull(session.host())),
-        reason, code);
+        reason, code, cause);
 }
 
 // What a server did that nobody bears for ever.
@@ -132,22 +136,23 @@ std::optional<std::string> passedLimit(const Connection &connection) {
 } // namespace
 
 SSHErrorRef connectionError(const SSHSession &session, const std::optional<std::string> &reason,
-                            std::int32_t code) {
-    return errorAbout(session, "Dravella could not make an SSH connection to", reason, code);
+                            std::int32_t code, SSHErrorCause cause) {
+    return errorAbout(session, "Dravella could not make an SSH connection to", reason, code, cause);
 }
 
 SSHErrorRef lostConnectionError(const SSHSession &session, const std::optional<std::string> &reason,
-                                std::int32_t code) {
-    return errorAbout(session, "Dravella lost the connection to the SSH server", reason, code);
+                                std::int32_t code, SSHErrorCause cause) {
+    return errorAbout(session, "Dravella lost the connection to the SSH server", reason, code,
+                      cause);
 }
 
-SSHErrorRef commandError(const std::string &reason, std::int32_t code) {
+SSHErrorRef commandError(const std::string &reason, std::int32_t code, SSHErrorCause cause) {
     return SSHSession_libssh2::_errorWithDescription("Dravella could not execute the SSH command.",
-                                                     reason, code);
+                                                     reason, code, cause);
 }
 
 SSHErrorRef notConnectedError() {
-    return commandError("The session is not connected.", 0);
+    return commandError("The session is not connected.", 0, SSHErrorCause::NotConnected);
 }
 
 SSHErrorRef endedStartError(const Connection &connection) {

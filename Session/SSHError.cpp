@@ -9,8 +9,9 @@ const std::string SSHError::NSLocalizedFailureReasonErrorKey = "NSLocalizedFailu
 const std::string SSHError::NSLocalizedRecoverySuggestionErrorKey = "NSLocalizedRecoverySuggestion";
 const std::string SSHError::languageKey = "language";
 
-SSHError::SSHError(std::string domain, std::int64_t code, UserInfo userInfo) noexcept
-    : mDomain(std::move(domain)), mCode(code), mUserInfo(std::move(userInfo)) {}
+SSHError::SSHError(std::string domain, std::int64_t code, UserInfo userInfo,
+                   SSHErrorCause cause) noexcept
+    : mDomain(std::move(domain)), mCode(code), mUserInfo(std::move(userInfo)), mCause(cause) {}
 
 std::optional<std::string> SSHError::localizedDescription() const noexcept {
     return value(NSLocalizedDescriptionKey);

@@ -6,6 +6,7 @@
 // failed, such as the agent's.
 #pragma once
 
+#include <SSHSession/SSHErrorCause.h>
 #include <SSHSession/SSHSessionExport.h>
 
 #include <cstdint>
@@ -33,11 +34,15 @@ class SSHSESSION_EXPORT SSHError {
 
     using UserInfo = std::map<std::string, std::string>;
 
-    SSHError(std::string domain, std::int64_t code, UserInfo userInfo) noexcept;
+    SSHError(std::string domain, std::int64_t code, UserInfo userInfo,
+             SSHErrorCause cause = SSHErrorCause::Unknown) noexcept;
 
     const std::string &domain() const noexcept { return mDomain; }
     std::int64_t code() const noexcept { return mCode; }
     const UserInfo &userInfo() const noexcept { return mUserInfo; }
+
+    // What failed, for programs: no part of the user information nor of any text.
+    SSHErrorCause cause() const noexcept { return mCause; }
 
     // What failed, in a sentence.
     std::optional<std::string> localizedDescription() const noexcept;
@@ -57,6 +62,7 @@ class SSHSESSION_EXPORT SSHError {
     std::string mDomain;
     std::int64_t mCode;
     UserInfo mUserInfo;
+    SSHErrorCause mCause;
 };
 
 using SSHErrorRef = std::shared_ptr<const SSHError>;

@@ -30,6 +30,9 @@ void SSHSessionObserver::didEndStage(SSHSession & /*session*/, SSHSessionStage /
 void SSHSessionObserver::didReceiveBanner(SSHSession & /*session*/,
                                           const std::string & /*banner*/) noexcept {}
 
+void SSHSessionObserver::didTryMethod(SSHSession & /*session*/,
+                                      const SSHAttempt & /*attempt*/) noexcept {}
+
 SSHSession::SSHSession(std::optional<std::string> host, std::uint16_t port,
                        std::optional<std::string> user, SSHPlatform::Secret password,
                        std::optional<std::string> keyFilePath,
@@ -63,6 +66,26 @@ bool SSHSession::execute(const std::shared_ptr<SSHCommand> & /*command*/,
 
 bool SSHSession::isConnected() const noexcept {
     return false;
+}
+
+SSHErrorRef SSHSession::lastError() const noexcept {
+    return nullptr;
+}
+
+SSHFacts SSHSession::facts() const noexcept {
+    SSHFacts facts;
+    facts.host = host().value_or("");
+    facts.user = user().value_or("");
+    facts.port = port();
+    facts.hasPassword = password().has_value();
+    facts.isPasswordEmpty = facts.hasPassword && password()->empty();
+    facts.keyFilePath = keyFilePath().value_or("");
+    facts.options = options();
+    return facts;
+}
+
+SSHFacts SSHSession::examinedFacts() const noexcept {
+    return facts();
 }
 
 SSHSessionDelegate *SSHSession::delegate() const noexcept {
@@ -124,4 +147,9 @@ void SSHSession::didEndStage(SSHSessionStage stage, bool succeeded) noexcept {
 void SSHSession::didReceiveBanner(const std::string &banner) noexcept {
     for (const auto &observer : observers())
         observer->didReceiveBanner(*this, banner);
+}
+
+void SSHSession::didTryMethod(const SSHAttempt &attempt) noexcept {
+    for (const auto &observer : observers())
+        observer->didTryMethod(*this, attempt);
 }

@@ -44,11 +44,14 @@
 
 #include <SSHSession/Mutex.h>
 #include <SSHSession/Platform.h>
+#include <SSHSession/SSHAttempt.h>
 #include <SSHSession/SSHCommand.h>
 #include <SSHSession/SSHError.h>
 #include <SSHSession/SSHEscapeString.h>
+#include <SSHSession/SSHFacts.h>
 #include <SSHSession/SSHSessionExport.h>
 #include <SSHSession/SSHSessionOptions.h>
+#include <SSHSession/SSHSessionStage.h>
 #include <SSHSession/Secret.h>
 
 #include <cstdint>
@@ -85,16 +88,6 @@ class SSHSESSION_EXPORT SSHSessionDelegate {
     virtual void sshSessionDisconnected(SSHSession &session, const SSHErrorRef &error) noexcept = 0;
 };
 
-// What a session is doing, in the order of a connection's life.
-enum class SSHSessionStage {
-    Connect,      // host name look-up and TCP
-    Handshake,    // SSH version and key exchange
-    HostKey,      // known-hosts check, with the user's answer where it is needed
-    Agent,        // authentication through the SSH agent
-    Authenticate, // authentication by key files, password and keyboard-interactive
-    Execute,      // one command
-};
-
 // Receives change notices. Every operation does nothing unless it is overridden. Notices come on
 // the thread that makes the change: for a stage of `start` and for `isConnected` becoming true, the
 // caller of `start`; for `isConnected` becoming false, the session queue (see the warning there).
@@ -120,6 +113,11 @@ class SSHSESSION_EXPORT SSHSessionObserver {
     // anything: show it with SSHPlatform::printableText, as the server's words. On the caller's
     // thread of `start`. Only for sessions whose options ask for it (tellsBanners).
     virtual void didReceiveBanner(SSHSession &session, const std::string &banner) noexcept;
+
+    // An attempt to log in has ended, or was not made for the reason that it names. In the order in
+    // which they were made, on the caller's thread of `start`; each before the user is asked for
+    // what the next one needs.
+    virtual void didTryMethod(SSHSession &session, const SSHAttempt &attempt) noexcept;
 };
 
 class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSession> {
@@ -204,6 +202,18 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     // Whether `start` has succeeded and nothing has failed since. Observable under "isConnected".
     virtual bool isConnected() const noexcept;
 
+    // The error of the last `start` or `execute`, whether or not the caller asked for it, and also
+    // where a declined host key left the caller's as it was. Null when it succeeded, and before the
+    // first one. Any thread.
+    virtual SSHErrorRef lastError() const noexcept;
+
+    // What has been seen since the last `start` began, also while it or a command is under way; and
+    // the same with what can be looked at on this computer, for SSHFindings. The second reads files
+    // and asks the agent for its list, which can take seconds; it never asks the user, connects to
+    // the server or changes anything. Any thread.
+    virtual SSHFacts facts() const noexcept;
+    virtual SSHFacts examinedFacts() const noexcept;
+
     // Once `setDelegate` has returned, the delegate of before is not called any more: a notice that
     // it is given on another thread meanwhile is waited for. Any thread, also from inside a notice.
     SSHSessionDelegate *delegate() const noexcept;
@@ -232,6 +242,7 @@ class SSHSESSION_EXPORT SSHSession : public std::enable_shared_from_this<SSHSess
     void willBeginStage(SSHSessionStage stage) noexcept;
     void didEndStage(SSHSessionStage stage, bool succeeded) noexcept;
     void didReceiveBanner(const std::string &banner) noexcept;
+    void didTryMethod(const SSHAttempt &attempt) noexcept;
     // Tells the delegate, if there is one.
     void didDisconnect(const SSHErrorRef &error) noexcept;
 

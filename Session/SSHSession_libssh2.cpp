@@ -5,6 +5,7 @@
 #include "Platform/Text.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/LocalFacts.h"
 #include "Session/TimeLimit.h"
 
 #include <chrono>
@@ -100,14 +101,28 @@ bool SSHSession_libssh2::start(SSHErrorRef *error) noexcept {
     ConnectionRef connection = beginConnection();
     if (!connection)
         return SSHEngine::fail(error, [this] {
-            return SSHEngine::connectionError(*this, "The session is being started already.", 0);
+            return SSHEngine::connectionError(*this, "The session is being started already.", 0,
+                                              SSHErrorCause::AlreadyStarting);
         });
+    SSHErrorRef unwanted; // by the caller, and kept for `lastError` even so
+    SSHErrorRef *const failure = error ? error : &unwanted;
+    const bool isConnected = makeConnected(connection, failure);
+    connection->notes->note([&](SSHFacts &facts) {
+        facts.isStageUnderWay = false;
+        if (!isConnected && !facts.error)
+            facts.error = *failure;
+    });
+    if (!isConnected)
+        mSessionQueue.sync([&] { _cleanup(std::move(connection)); });
+    return isConnected;
+}
+
+bool SSHSession_libssh2::makeConnected(const ConnectionRef &connection, SSHErrorRef *error) {
     if (runStages(*connection, error) && becomeConnected(connection))
         return true;
     // Whatever the stage that the end fell into made of it.
     if (!holds(*connection))
         SSHEngine::fail(error, [&] { return SSHEngine::endedStartError(*connection); });
-    mSessionQueue.sync([&] { _cleanup(std::move(connection)); });
     return false;
 }
 
@@ -117,6 +132,11 @@ bool SSHSession_libssh2::runStages(Connection &connection, SSHErrorRef *error) {
     const auto run = [&](SSHSessionStage stage,
                          bool (Engine::*operation)(Connection &, SSHErrorRef *)) {
         connection.noteProgress();
+        connection.notes->note([stage](SSHFacts &facts) {
+            facts.stage = stage;
+            facts.isStageUnderWay = true;
+            facts.stageBegin = std::chrono::steady_clock::now();
+        });
         willBeginStage(stage);
         const bool succeeded = (this->*operation)(connection, error);
         didEndStage(stage, succeeded);
@@ -132,7 +152,7 @@ bool SSHSession_libssh2::runStages(Connection &connection, SSHErrorRef *error) {
         const bool succeeded =
             (!options().triesKeysOfToday && run(Agent, &Engine::_authenticateWithAgent)) ||
             run(Authenticate, &Engine::_authenticateManually);
-        _tellBanners(connection);
+        _tellNews(connection);
         return succeeded;
     };
     return run(Connect, &Engine::_createSocket) && handshakes() &&
@@ -141,7 +161,7 @@ bool SSHSession_libssh2::runStages(Connection &connection, SSHErrorRef *error) {
 
 // Whether the log-in has succeeded, or was torn down, does not matter: a text may say why. This
 // project's own build of the library adds a text to those before, others put it in their place.
-void SSHSession_libssh2::_tellBanners(Connection &connection) {
+void SSHSession_libssh2::_tellNews(Connection &connection) {
     if (!options().tellsBanners)
         return;
     std::string all;
@@ -339,6 +359,21 @@ bool SSHSession_libssh2::holds(const Connection &connection) const noexcept {
     return mConnection.get() == &connection && !connection.isShutDown();
 }
 
+SSHFacts SSHSession_libssh2::facts() const noexcept {
+    std::shared_ptr<SSHEngine::Notes> notes;
+    {
+        const MutexLock lock(mMutex);
+        notes = mNotes;
+    }
+    return notes ? notes->facts() : SSHSession::facts();
+}
+
+SSHFacts SSHSession_libssh2::examinedFacts() const noexcept {
+    SSHFacts facts = this->facts();
+    facts.local = SSHEngine::localFacts(*this);
+    return facts;
+}
+
 SSHSession_libssh2::ConnectionRef SSHSession_libssh2::connection() const noexcept {
     const MutexLock lock(mMutex);
     return mConnection;
@@ -358,5 +393,6 @@ SSHSession_libssh2::ConnectionRef SSHSession_libssh2::beginConnection() {
         return nullptr;
     replaced.swap(mConnection);
     mConnection = ConnectionRef(new Connection(*this), closeOnQueue);
+    mNotes = mConnection->notes;
     return mConnection;
 }

@@ -33,6 +33,7 @@
 namespace SSHEngine {
 class Connection;
 class InputQueue;
+class Notes;
 using ConnectionRef = std::shared_ptr<Connection>;
 } // namespace SSHEngine
 
@@ -58,6 +59,9 @@ class SSHSession_libssh2 : public SSHSession {
     void cancel() noexcept override;
     bool execute(const std::shared_ptr<SSHCommand> &command, SSHErrorRef *error) noexcept override;
     bool isConnected() const noexcept override { return mIsConnected; }
+    SSHErrorRef lastError() const noexcept override { return facts().error; }
+    SSHFacts facts() const noexcept override;
+    SSHFacts examinedFacts() const noexcept override;
 
     // --- The stages of `start`, in their order, on its caller's thread
     // Session/TCPConnection.cpp
@@ -75,8 +79,9 @@ class SSHSession_libssh2 : public SSHSession {
     bool _authenticateWithPassword(Connection &connection, SSHErrorRef *error);
     bool _authenticateWithKeyboard(Connection &connection, SSHErrorRef *error);
 
-    // Session/SSHSession_libssh2.cpp: hands the observers what the server has shown meanwhile
-    void _tellBanners(Connection &connection);
+    // Session/SSHSession_libssh2.cpp: hands the observers what the server has shown meanwhile, and
+    // what has been tried
+    void _tellNews(Connection &connection);
 
     // --- While connected, on the main thread
     // Sends a keepalive, every 30 s; or, of a session that watches its connection, lets Watch
@@ -106,10 +111,12 @@ class SSHSession_libssh2 : public SSHSession {
     // A null description or reason is left out, and all that would follow it.
     static SSHErrorRef _errorWithDescription(const std::optional<std::string> &description,
                                              const std::optional<std::string> &reason,
-                                             std::int32_t code);
+                                             std::int32_t code,
+                                             SSHErrorCause cause = SSHErrorCause::Unknown);
     // For a failed library call; quotes the last message of `session`, which may be null.
     static SSHErrorRef _errorFromFunction(LIBSSH2_SESSION *session, const std::string &function,
-                                          std::int32_t code);
+                                          std::int32_t code,
+                                          SSHErrorCause cause = SSHErrorCause::Unknown);
     static std::string _stringForErrorCode(std::int32_t code);
 
     // --- For the stages
@@ -132,8 +139,11 @@ class SSHSession_libssh2 : public SSHSession {
     ConnectionRef mConnection SSHSESSION_GUARDED_BY(mMutex);
     std::shared_ptr<SSHPlatform::RepeatingTimer> mKeepAliveTimer SSHSESSION_GUARDED_BY(mMutex);
     std::atomic<bool> mIsConnected = false;
+    // Of the last connection that was begun, whether the engine still holds it or not.
+    std::shared_ptr<SSHEngine::Notes> mNotes SSHSESSION_GUARDED_BY(mMutex);
 
   private:
+    bool makeConnected(const ConnectionRef &connection, SSHErrorRef *error);
     bool runStages(Connection &connection, SSHErrorRef *error);
     bool becomeConnected(const ConnectionRef &connection);
     void listen();
