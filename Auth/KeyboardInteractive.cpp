@@ -110,7 +110,10 @@ std::string failureText(LIBSSH2_SESSION *session, SSHEngine::Conversation *conve
 }
 
 SSHEngine::Conversation conversationOn(Connection &connection) {
-    const auto &given = connection.engine.password();
+    // An examination sends it by one method.
+    const auto &given = connection.engine.asksNobody && connection.logIn.isPasswordSent
+                            ? SSHPlatform::Secret::none().text()
+                            : connection.engine.password();
     return {[&connection](const std::string &text, bool isSecret) {
                 return ask(connection, text, isSecret);
             },

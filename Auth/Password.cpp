@@ -53,6 +53,7 @@ bool SSHSession_libssh2::_authenticateWithPassword(Connection &connection, SSHEr
             SSHEngine::requiredUser(*this, "-[SSHSession_libssh2 _authenticateWithPassword:]");
         // Both texts end at their first zero byte.
         const char *const secret = given->c_str();
+        connection.logIn.isPasswordSent = true;
         const int code = libssh2_userauth_password_ex(
             session, name, static_cast<unsigned>(std::strlen(name)), secret,
             static_cast<unsigned>(std::strlen(secret)), declineNewPassword);

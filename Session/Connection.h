@@ -64,7 +64,8 @@ struct LogIn {
     // Typed by the user; gone when the log-in has ended.
     SSHPlatform::Secret password = SSHPlatform::Secret::none();
     bool refusedPassword = false; // by the user
-    bool hasEnded = false;        // the connection, by the server: there is nothing to ask for
+    bool isPasswordSent = false;
+    bool hasEnded = false; // the connection, by the server: there is nothing to ask for
     // Whether the server may have taken what the method had to offer, as one factor of several: the
     // library does not tell this from a refusal.
     bool mayHaveFactor = false;

@@ -5,6 +5,7 @@
 #include "Platform/DetachedThread.h"
 #include "Platform/Wakeup.h"
 #include "Session/Connection.h"
+#include "Session/SSHSession_libssh2.h"
 
 #include <atomic>
 #include <memory>
@@ -36,6 +37,8 @@ struct Asked {
 // The main thread may be busy for ever, and its loop knows no way to take work back. So another
 // thread waits for it, and can be left behind.
 bool askOnMainThread(const Connection &connection, const std::function<void()> &question) {
+    if (connection.engine.asksNobody)
+        return false;
     const UserTime::Question isAsked(connection.userTime());
     const auto asked = std::make_shared<Asked>();
     if (SSHPlatform::mainLoop()->isMainThread() || asked->isDone.descriptor() < 0)

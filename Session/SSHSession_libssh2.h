@@ -91,6 +91,10 @@ class SSHSession_libssh2 : public SSHSession {
     std::chrono::milliseconds keepAliveInterval = std::chrono::seconds(30);
     std::chrono::milliseconds attendInterval = std::chrono::seconds(5);
 
+    // Every question to the user counts as refused, so that nothing is recorded either, and the
+    // password is sent once at most. For examinations; set before the first connection.
+    bool asksNobody = false;
+
     // --- One command. Session queue only.
     // Commands/Execution.cpp
     bool _execute(Connection &connection, const std::shared_ptr<SSHCommand> &command,

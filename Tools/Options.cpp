@@ -24,14 +24,15 @@ to be asked on the terminal. Passwords are never taken from the command line. On
 end of a password file does not count.
 
 Exit status: the command's; 128 + the signal's number when a signal ended the command; 255 when the
-session failed or the command line made no sense.
+session failed or the command line made no sense. With --doctor: 0, or 1 when something failed.
 
 Examples:
   sshsession db.example.com uptime
   sshsession -p 2222 --password-from prompt ada@db.example.com 'ls /var/log'
   sshsession 'ada@[2001:db8::7]:2222' uptime
   sshsession --stdin dump.sql ada@db.example.com psql shop
-  sshsession --admin-password-from prompt ada@db.example.com systemctl restart postgresql)";
+  sshsession --admin-password-from prompt ada@db.example.com systemctl restart postgresql
+  sshsession --doctor ada@db.example.com)";
 
 constexpr int longestTimeout = 1'000'000; // seconds
 
@@ -93,6 +94,10 @@ void declareOptions(CLI::App &app, Options &options) {
     app.add_flag("--raw", options.isRaw,
                  "Let control characters of the command's output through to a terminal")
         ->group("Report");
+    app.add_flag("--doctor", options.isDoctor,
+                 "Run nothing; examine step by step what keeps a session with these\n"
+                 "options from working. Asks nothing and changes nothing")
+        ->group("Report");
     app.add_flag("-v", options.isVerbose, "Tell each stage on standard error as it happens")
         ->group("Report");
     app.set_help_flag("--help", "Print this help")->group("Report");
@@ -109,6 +114,12 @@ void requireAtMostOneDash(const Options &options) {
                                 options.standardInputFrom};
     if (std::count(sources.begin(), sources.end(), "-") > 1)
         refuse("Only one option can read standard input (\"-\").");
+}
+
+void requireNoPrompt(const Options &options) {
+    for (const auto &source : {options.passwordFrom, options.adminPasswordFrom})
+        if (options.isDoctor && source == "prompt")
+            refuse("With --doctor nobody is asked: take the password from a file or \"-\".");
 }
 
 // Answers whether `text` is a colon and a port.
@@ -165,6 +176,8 @@ void setPositionals(const std::vector<std::string> &words, Options &options) {
     setDestination(*word, options);
     ++word;
     skipMark();
+    if (word == words.end() && options.isDoctor)
+        return;
     if (word == words.end())
         refuse("There is no command to run on " + options.host + ".");
     options.command = joined(word, words.end());
@@ -183,6 +196,7 @@ std::variant<Options, Notice> parseOptions(const std::vector<std::string> &argum
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
         setPositionals(app.remaining(), options);
         requireAtMostOneDash(options);
+        requireNoPrompt(options);
     } catch (const CLI::CallForHelp &) {
         return Notice{app.help()};
     } catch (const CLI::CallForVersion &version) {

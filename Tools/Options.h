@@ -21,6 +21,7 @@ struct Options {
     bool asJson = false;
     bool isRaw = false;
     bool isVerbose = false;
+    bool isDoctor = false; // then the command may be empty, and is not run
     std::string command;
 };
 

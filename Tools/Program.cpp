@@ -1,6 +1,7 @@
 #include "Program.h"
 
 #include "CoreDump.h"
+#include "Doctor.h"
 #include "ExitStatus.h"
 #include "Failure.h"
 #include "Inputs.h"
@@ -109,6 +110,8 @@ int runCommand(const Options &options) {
     SSHPlatform::install(nullptr, SSHPlatform::terminalAlertPresenter());
     if (options.isVerbose)
         SSHPlatform::setLogSink([](const std::string &message) { tell(message); });
+    if (options.isDoctor)
+        return runDoctor(options, user, inputs, sessionOptions(options));
 
     DisconnectTeller delegate;
     const auto clock = std::make_shared<StageClock>(options.isVerbose);

@@ -1,0 +1,92 @@
+#include "Doctor/Examination.h"
+
+#include <SSHSession/PrintableText.h>
+#include <SSHSession/SSHFinding.h>
+
+#include <fmt/format.h>
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace SSHEngine {
+
+using Verdict = SSHDoctorLine::Verdict;
+
+OwnSocket::~OwnSocket() {
+    if (mDescriptor >= 0)
+        ::close(mDescriptor);
+}
+
+OwnSocket &OwnSocket::operator=(OwnSocket &&other) noexcept {
+    const OwnSocket old(std::exchange(mDescriptor, other.release()));
+    return *this;
+}
+
+int OwnSocket::release() {
+    return std::exchange(mDescriptor, -1);
+}
+
+Examination::Examination(const Patient &examined, const TimeBudget &time, const Tell &tell)
+    : patient(examined), budget(time), mTell(tell) {
+    facts.host = patient.host.value_or("");
+    facts.user = patient.user;
+    facts.port = patient.port;
+    facts.hasPassword = static_cast<bool>(patient.password);
+    facts.isPasswordEmpty = patient.password && patient.password.view().empty();
+    facts.keyFilePath = patient.keyFilePath.value_or("");
+    facts.options = patient.options;
+}
+
+void Examination::line(Verdict verdict, const std::string &text, const std::string &advice) {
+    mTell({.verdict = verdict,
+           .step = step,
+           .text = SSHPlatform::printableText(text, ""),
+           .advice = SSHPlatform::printableText(advice, "")});
+}
+
+void Examination::ok(const std::string &text) {
+    line(Verdict::Ok, text, "");
+}
+
+void Examination::note(const std::string &text) {
+    line(Verdict::Note, text, "");
+}
+
+void Examination::fail(const std::string &text, const std::string &advice) {
+    line(Verdict::Fail, text, advice);
+}
+
+void Examination::failBy(const SSHFacts &found, const std::string &text,
+                         const std::string &advice) {
+    const std::vector<SSHFinding> findings = SSHFindings(found);
+    const bool isExplained = !findings.empty() && findings.front().id != SSHFindingID::Unexplained;
+    fail(isExplained ? findings.front().text : text, isExplained ? findings.front().step : advice);
+}
+
+void Examination::failBy(SSHErrorCause cause, SSHSessionStage stage, const std::string &text,
+                         const std::string &advice) {
+    SSHFacts found = facts;
+    found.stage = stage;
+    found.error =
+        std::make_shared<SSHError>(SSHError::libssh2ErrorDomain, 0, SSHError::UserInfo(), cause);
+    failBy(found, text, advice);
+}
+
+std::string quoted(std::string_view text) {
+    constexpr std::size_t longest = 200;
+    std::string words = SSHPlatform::printableText(text);
+    std::replace(words.begin(), words.end(), '\n', ' ');
+    words.erase(words.find_last_not_of(" ?") + 1);
+    std::size_t end = std::min(words.size(), longest);
+    while (end < words.size() && (static_cast<unsigned char>(words[end]) & 0xC0U) == 0x80U)
+        --end; // within a character
+    return fmt::format("\"{}\"{}", words.substr(0, end), end < words.size() ? " ..." : "");
+}
+
+std::string spelled(std::chrono::milliseconds time) {
+    return fmt::format("{:.3g} s", std::chrono::duration<double>(time).count());
+}
+
+} // namespace SSHEngine

@@ -1,0 +1,187 @@
+// What the server says in the clear: that it speaks SSH, and with which algorithms.
+#include "Doctor/Steps.h"
+
+#include "Doctor/Examination.h"
+#include "Platform/Socket.h"
+#include "Session/LibraryAlgorithms.h"
+#include "Session/Negotiation.h"
+#include "Session/ServerHello.h"
+
+#include <libssh2.h>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <memory>
+
+namespace SSHEngine {
+
+using SSHPlatform::WaitFor;
+using std::chrono::milliseconds;
+
+namespace {
+
+constexpr std::chrono::seconds longestSilence(6);
+
+#ifndef MSG_NOSIGNAL
+#define MSG_NOSIGNAL 0 // SO_NOSIGPIPE serves instead
+#endif
+
+// Servers of other kinds say nothing before they are spoken to.
+void greet(int socket) {
+    constexpr std::string_view version = LIBSSH2_SSH_BANNER "\r\n";
+    [[maybe_unused]] const ssize_t sent =
+        ::send(socket, version.data(), version.size(), MSG_NOSIGNAL);
+}
+
+// Answers whether the server has hung up.
+bool listen(const Examination &examination, ServerHello &hello) {
+    const int socket = examination.socket.get();
+    const auto begin = TimeBudget::Clock::now();
+    std::array<char, 4096> bytes{};
+    while (!hello.isOver()) {
+        const auto spent =
+            std::chrono::duration_cast<milliseconds>(TimeBudget::Clock::now() - begin);
+        const auto time = std::max<milliseconds>(longestSilence - spent, milliseconds(0));
+        if (SSHPlatform::waitForSocket(socket, WaitFor::Reading, examination.budget.left(time),
+                                       examination.budget.wakeup()) <= 0)
+            return false;
+        const ssize_t count = ::recv(socket, bytes.data(), bytes.size(), 0);
+        if (count == 0 || (count < 0 && errno != EAGAIN && errno != EINTR))
+            return true;
+        if (count > 0)
+            hello.take({bytes.data(), static_cast<std::size_t>(count)});
+    }
+    return false;
+}
+
+SSHErrorCause causeOf(const SSHServerFacts &server) {
+    if (!server.linesBefore.empty())
+        return SSHErrorCause::NotSSH;
+    return server.hasHungUp ? SSHErrorCause::ClosedEarly : SSHErrorCause::HandshakeTimedOut;
+}
+
+std::string silenceText(const SSHServerFacts &server) {
+    if (!server.linesBefore.empty())
+        return "The server says " + quoted(server.linesBefore) +
+               " where SSH begins with \"SSH-\": something else listens on this port.";
+    return server.hasHungUp ? "The server hung up without a word."
+                            : "The server has said nothing within " + spelled(longestSilence) + ".";
+}
+
+struct SessionEnd {
+    void operator()(LIBSSH2_SESSION *session) const { libssh2_session_free(session); }
+};
+
+SSHAlgorithms knownAlgorithms() {
+    const std::unique_ptr<LIBSSH2_SESSION, SessionEnd> session(libssh2_session_init());
+    if (!session)
+        return {};
+    const auto known = [&](int method) { return libraryAlgorithms(session.get(), method); };
+    return {.keyExchange = known(LIBSSH2_METHOD_KEX),
+            .hostKey = known(LIBSSH2_METHOD_HOSTKEY),
+            .cipherToServer = known(LIBSSH2_METHOD_CRYPT_CS),
+            .cipherToClient = known(LIBSSH2_METHOD_CRYPT_SC),
+            .macToServer = known(LIBSSH2_METHOD_MAC_CS),
+            .macToClient = known(LIBSSH2_METHOD_MAC_SC),
+            .compressionToServer = known(LIBSSH2_METHOD_COMP_CS),
+            .compressionToClient = known(LIBSSH2_METHOD_COMP_SC)};
+}
+
+using Names = std::vector<std::string>;
+
+struct Kind {
+    const char *name;
+    Names SSHAlgorithms::*names;
+    SSHErrorCause missing;
+};
+
+// What is the same in both directions with every server of today is told once.
+constexpr std::array kinds = {
+    Kind{"key exchange", &SSHAlgorithms::keyExchange, SSHErrorCause::NoCommonKeyExchange},
+    Kind{"host key", &SSHAlgorithms::hostKey, SSHErrorCause::NoCommonHostKey},
+    Kind{"cipher", &SSHAlgorithms::cipherToServer, SSHErrorCause::NoCommonCipher},
+    Kind{"MAC", &SSHAlgorithms::macToServer, SSHErrorCause::NoCommonMAC},
+    Kind{"compression", &SSHAlgorithms::compressionToServer, SSHErrorCause::NoCommonCompression},
+};
+
+Names inCommon(const Names &known, const Names &offered) {
+    Names common;
+    std::copy_if(known.begin(), known.end(), std::back_inserter(common), [&](const auto &name) {
+        return std::find(offered.begin(), offered.end(), name) != offered.end();
+    });
+    return common;
+}
+
+std::string commonText(const SSHAlgorithms &known, const SSHAlgorithms &offer) {
+    std::vector<std::string> texts;
+    for (const Kind &kind : kinds) {
+        const Names common = inCommon(known.*kind.names, offer.*kind.names);
+        if (!common.empty())
+            texts.push_back(fmt::format("{} {}", kind.name, common.front()));
+    }
+    return fmt::format("Something of each kind in common, first of all {}.",
+                       fmt::join(texts, ", "));
+}
+
+void failFor(Examination &examination, SSHErrorCause cause) {
+    const auto *const kind = std::find_if(kinds.begin(), kinds.end(),
+                                          [&](const Kind &each) { return each.missing == cause; });
+    const SSHAlgorithms &offer = *examination.facts.server.offer;
+    examination.failBy(
+        cause, SSHSessionStage::Handshake,
+        fmt::format("The server and this program have no {} in common.", kind->name),
+        "Let the server's administrator allow one of those that this program knows.");
+    examination.note(fmt::format("{}: the server offers {}; this program knows {}.", kind->name,
+                                 fmt::join(offer.*kind->names, ", "),
+                                 fmt::join(examination.facts.known.*kind->names, ", ")));
+}
+
+} // namespace
+
+void examineFirstWords(Examination &examination) {
+    ServerHello hello;
+    greet(examination.socket.get());
+    const bool hasHungUp = listen(examination, hello);
+    examination.socket = OwnSocket();
+    SSHServerFacts &server = examination.facts.server = hello.facts();
+    server.hasHungUp = hasHungUp;
+    if (server.version.empty())
+        return examination.failBy(causeOf(server), SSHSessionStage::Handshake, silenceText(server),
+                                  "Look whether the port is that of the SSH server.");
+    if (!server.version.starts_with("SSH-2.") && !server.version.starts_with("SSH-1.99"))
+        return examination.failBy(SSHErrorCause::NotSSH, SSHSessionStage::Handshake,
+                                  "The server speaks an old version: " + quoted(server.version),
+                                  "Let the server's administrator install one of today's.");
+    if (!server.linesBefore.empty())
+        examination.note("Before its version the server says " + quoted(server.linesBefore) + ".");
+    examination.ok("The server says " + quoted(server.version) + ".");
+    examination.reached |= Examination::SpeaksSSH;
+}
+
+void examineAlgorithms(Examination &examination) {
+    examination.facts.known = knownAlgorithms();
+    const std::optional<SSHAlgorithms> &offer = examination.facts.server.offer;
+    if (!offer)
+        return examination.failBy(
+            examination.facts.server.hasHungUp ? SSHErrorCause::HandshakeFailed
+                                               : SSHErrorCause::HandshakeTimedOut,
+            SSHSessionStage::Handshake,
+            examination.facts.server.hasHungUp
+                ? "The server hung up before it had said which algorithms it takes."
+                : "The server has not said within " + spelled(longestSilence) +
+                      " which algorithms it takes.",
+            "Look into the server's log, and whether a firewall lets more than the first words "
+            "through.");
+    if (const auto cause = nothingInCommon(examination.facts.known, *offer))
+        return failFor(examination, *cause);
+    examination.ok(commonText(examination.facts.known, *offer));
+    examination.reached |= Examination::HasAlgorithms;
+}
+
+} // namespace SSHEngine

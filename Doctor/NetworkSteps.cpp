@@ -1,0 +1,233 @@
+// The way to the server: its name, and each of its addresses.
+#include "Doctor/Steps.h"
+
+#include "Doctor/Visit.h"
+#include "Platform/Text.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+namespace SSHEngine {
+
+using std::chrono::milliseconds;
+
+namespace {
+
+constexpr std::chrono::seconds longestLookUp(6);
+constexpr std::chrono::seconds longestConnecting(5);
+constexpr std::size_t mostAddresses = 8;
+
+// Of one family.
+struct Answer {
+    int code = EAI_AGAIN;
+    std::vector<Address> addresses = {};
+};
+
+struct Family {
+    int number;
+    const char *name;
+    std::shared_ptr<Answer> answer = std::make_shared<Answer>(); // shared with who looks it up
+    bool hasAnswered = false;
+
+    bool isFound() const { return hasAnswered && !answer->addresses.empty(); }
+};
+
+std::string inNumbers(const Address &address) {
+    std::array<char, NI_MAXHOST> text{};
+    ::getnameinfo(address.get(), address.size, text.data(), text.size(), nullptr, 0,
+                  NI_NUMERICHOST);
+    return text.data();
+}
+
+std::string inNumbers(const std::vector<Address> &addresses) {
+    std::vector<std::string> texts;
+    for (const Address &address : addresses)
+        texts.push_back(inNumbers(address));
+    return fmt::format("{}", fmt::join(texts, ", "));
+}
+
+Answer ask(const std::string &host, std::uint16_t port, int family, int flags) {
+    addrinfo hints{};
+    hints.ai_family = family;
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = flags;
+    addrinfo *results = nullptr;
+    Answer answer;
+    answer.code = ::getaddrinfo(host.c_str(), fmt::format("{}", port).c_str(), &hints, &results);
+    if (answer.code != 0)
+        return answer;
+    for (const addrinfo *each = results; each; each = each->ai_next)
+        answer.addresses.emplace_back(each->ai_addr, each->ai_addrlen);
+    ::freeaddrinfo(results);
+    answer.addresses = inTurn(answer.addresses); // each once
+    return answer;
+}
+
+// At the same time. Nothing ends a look-up that a name server leaves waiting.
+void lookUp(const Examination &examination, std::array<Family, 2> &families) {
+    std::vector<Errand> errands;
+    for (const Family &family : families)
+        errands.emplace_back([answer = family.answer, host = *examination.patient.host,
+                              port = examination.patient.port,
+                              number = family.number] { *answer = ask(host, port, number, 0); });
+    const auto begin = TimeBudget::Clock::now();
+    for (std::size_t i = 0; i < errands.size(); ++i)
+        families[i].hasAnswered = errands[i].isDoneWithin(
+            examination.budget,
+            std::chrono::ceil<milliseconds>(longestLookUp - (TimeBudget::Clock::now() - begin)));
+}
+
+void tell(Examination &examination, const Family &family) {
+    if (!family.hasAnswered)
+        examination.note(fmt::format("{}: no name server has answered within {}.", family.name,
+                                     spelled(longestLookUp)));
+    else if (family.isFound())
+        examination.ok(fmt::format("{}: {}", family.name, inNumbers(family.answer->addresses)));
+    else
+        examination.note(
+            fmt::format("{}: none. {}.", family.name, ::gai_strerror(family.answer->code)));
+}
+
+void fail(Examination &examination, bool isForIPv4, const std::array<Family, 2> &families) {
+    const Family &ipv4 = families[0];
+    SSHErrorCause cause = SSHErrorCause::NameNotFound;
+    if (isForIPv4 && families[1].isFound())
+        cause = SSHErrorCause::NoUsableAddress;
+    else if (!ipv4.hasAnswered || ipv4.answer->code == EAI_AGAIN)
+        cause = SSHErrorCause::NameServerFailed;
+    examination.facts.lookUpCode = ipv4.hasAnswered ? ipv4.answer->code : EAI_AGAIN;
+    examination.failBy(cause, SSHSessionStage::Connect,
+                       fmt::format("The name {} leads to no address that the session can use.",
+                                   quoted(examination.facts.host)),
+                       "Look whether the name is spelled right, and whether this computer is "
+                       "connected to the network that knows it.");
+}
+
+// Of one address.
+struct Attempt {
+    Address address;
+    OwnSocket socket;
+    int error = 0;
+    milliseconds time{0};
+};
+
+std::vector<Attempt> connectToAll(const Examination &examination) {
+    std::vector<Attempt> attempts;
+    const auto begin = TimeBudget::Clock::now();
+    const auto spent = [&] {
+        return std::chrono::duration_cast<milliseconds>(TimeBudget::Clock::now() - begin);
+    };
+    for (const Address &address : examination.addresses) {
+        attempts.push_back({.address = address, .socket = beginToConnect(address)});
+        if (attempts.back().socket.get() < 0)
+            attempts.back().error = errno;
+    }
+    for (Attempt &attempt : attempts)
+        if (attempt.error == 0) {
+            attempt.error =
+                finishConnecting(attempt.socket, examination.budget,
+                                 std::max(longestConnecting - spent(), milliseconds(0)));
+            attempt.time = spent();
+        }
+    return attempts;
+}
+
+void keep(Examination &examination, std::vector<Attempt> &attempts) {
+    for (Attempt &attempt : attempts) {
+        const bool isConnected = attempt.error == 0;
+        examination.facts.addresses.push_back({.address = inNumbers(attempt.address),
+                                               .error = attempt.error,
+                                               .isConnected = isConnected});
+        if (!isConnected || examination.address)
+            continue;
+        examination.address = attempt.address;
+        examination.socket = std::move(attempt.socket);
+        examination.reached |= Examination::HasAnswer;
+    }
+}
+
+SSHErrorCause causeOf(const Examination &examination) {
+    int number = 0;
+    for (const SSHAddressFacts &each : examination.facts.addresses)
+        number = moreTelling(number, each.error);
+    switch (number) {
+    case ECONNREFUSED:
+        return SSHErrorCause::Refused;
+    case ETIMEDOUT:
+        return SSHErrorCause::ConnectTimedOut;
+    default:
+        return SSHErrorCause::Unreachable;
+    }
+}
+
+} // namespace
+
+void examineLookUp(Examination &examination) {
+    const std::string &host = examination.facts.host;
+    const bool isForIPv4 = !examination.patient.options.triesEveryAddress;
+    Answer literal = ask(host, examination.patient.port, AF_UNSPEC, AI_NUMERICHOST);
+    if (!host.empty() && literal.code == 0 &&
+        (!isForIPv4 || literal.addresses.front().family() == AF_INET)) {
+        examination.addresses = std::move(literal.addresses);
+        examination.ok(inNumbers(examination.addresses) + " is an address; no name is looked up.");
+    } else if (host.empty()) {
+        examination.facts.lookUpCode = EAI_NONAME;
+        examination.failBy(SSHErrorCause::NameNotFound, SSHSessionStage::Connect,
+                           "There is no host's name.", "Give the name of the server.");
+    } else {
+        std::array<Family, 2> families = {Family{AF_INET, "IPv4 (A)"}, {AF_INET6, "IPv6 (AAAA)"}};
+        lookUp(examination, families);
+        for (const Family &family : families)
+            tell(examination, family);
+        std::vector<Address> &addresses = examination.addresses;
+        if (families[0].isFound())
+            addresses = families[0].answer->addresses;
+        if (isForIPv4)
+            addresses.erase(addresses.begin() + (addresses.empty() ? 0 : 1), addresses.end());
+        else if (families[1].isFound())
+            addresses.insert(addresses.begin(), families[1].answer->addresses.begin(),
+                             families[1].answer->addresses.end());
+        addresses = inTurn(addresses);
+        if (addresses.empty())
+            fail(examination, isForIPv4, families);
+    }
+    if (!examination.addresses.empty())
+        examination.reached |= Examination::HasAddress;
+}
+
+void examineConnect(Examination &examination) {
+    std::vector<Address> &addresses = examination.addresses;
+    const std::size_t all = addresses.size();
+    addresses.erase(addresses.begin() + static_cast<std::ptrdiff_t>(std::min(all, mostAddresses)),
+                    addresses.end());
+    std::vector<Attempt> attempts = connectToAll(examination);
+    keep(examination, attempts);
+    for (std::size_t i = 0; i < attempts.size(); ++i) {
+        const SSHAddressFacts &found = examination.facts.addresses[i];
+        const std::string where =
+            fmt::format("{}, port {}: ", found.address, examination.patient.port);
+        if (found.isConnected)
+            examination.ok(where + "connected after " + spelled(attempts[i].time) + ".");
+        else if (found.error == ETIMEDOUT)
+            examination.note(where + "no answer within " + spelled(longestConnecting) + ".");
+        else
+            examination.note(where + SSHPlatform::errnoText(found.error) + ".");
+    }
+    if (all > mostAddresses)
+        examination.note(fmt::format("{} more addresses were not tried.", all - mostAddresses));
+    if (!examination.address)
+        examination.failBy(
+            causeOf(examination), SSHSessionStage::Connect,
+            "None of the addresses takes the connection.",
+            "Look whether the port is right, and whether a firewall lets it through.");
+}
+
+} // namespace SSHEngine
