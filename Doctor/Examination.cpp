@@ -76,9 +76,11 @@ void Examination::failBy(SSHErrorCause cause, SSHSessionStage stage, const std::
 
 std::string quoted(std::string_view text) {
     constexpr std::size_t longest = 200;
-    std::string words = SSHPlatform::printableText(text);
+    std::string lines(text); // of which carriage returns are a part as well
+    lines.erase(std::remove(lines.begin(), lines.end(), '\r'), lines.end());
+    std::string words = SSHPlatform::printableText(lines);
     std::replace(words.begin(), words.end(), '\n', ' ');
-    words.erase(words.find_last_not_of(" ?") + 1);
+    words.erase(words.find_last_not_of(' ') + 1);
     std::size_t end = std::min(words.size(), longest);
     while (end < words.size() && (static_cast<unsigned char>(words[end]) & 0xC0U) == 0x80U)
         --end; // within a character
@@ -86,7 +88,10 @@ std::string quoted(std::string_view text) {
 }
 
 std::string spelled(std::chrono::milliseconds time) {
-    return fmt::format("{:.3g} s", std::chrono::duration<double>(time).count());
+    using std::chrono::seconds;
+    return time < seconds(1)
+               ? fmt::format("{} ms", time.count())
+               : fmt::format("{:.3g} s", std::chrono::duration<double>(time).count());
 }
 
 } // namespace SSHEngine

@@ -94,7 +94,7 @@ class Examination {
 // Of the server's or a file's, made to stand within a sentence: one line, cut where it is long.
 std::string quoted(std::string_view text);
 
-// "1.5 s"
+// "12 ms", "1.5 s"
 std::string spelled(std::chrono::milliseconds time);
 
 } // namespace SSHEngine

@@ -52,8 +52,8 @@ bool isWanted(const Step &step, const Patient &patient) {
 
 const char *reasonToStop(const TimeBudget &budget) {
     if (budget.isCancelled())
-        return "The examination was cancelled";
-    return budget.isOver() ? "There was no time left" : "There is no point in more";
+        return "it was cancelled";
+    return budget.isOver() ? "there is no time left" : "they need what is missing above";
 }
 
 void examineAll(Examination &examination) {
@@ -69,8 +69,8 @@ void examineAll(Examination &examination) {
     }
     examination.step = "rest";
     if (!leftOut.empty())
-        examination.note(fmt::format("{}. Not examined: {}.", reasonToStop(examination.budget),
-                                     fmt::join(leftOut, ", ")));
+        examination.note(fmt::format("Not examined, because {}: {}.",
+                                     reasonToStop(examination.budget), fmt::join(leftOut, ", ")));
 }
 
 } // namespace

@@ -204,7 +204,9 @@ class Channel(asyncssh.SSHServerSession):
         return True
 
     async def read(self):
-        log("line", (await self.input.readline())[:-1])
+        line = (await self.input.readline())[:-1]
+        log("line", line)
+        return line
 
     def send(self, kind, *fields):
         self.server.connection.send_packet(kind, self.number, *fields)
@@ -213,6 +215,16 @@ class Channel(asyncssh.SSHServerSession):
         while self.server.connection._transport:
             self.server.connection.send_packet(ssh.MSG_IGNORE, String(os.urandom(30000)))
             await asyncio.sleep(0)
+
+    async def refuse_password(self, *words):
+        while await self.read() != b"<end>":
+            pass
+        self.finish(1)
+
+    def finish(self, code):
+        self.request("exit-status", UInt32(code))
+        self.send(ssh.MSG_CHANNEL_EOF)
+        self.send(ssh.MSG_CHANNEL_CLOSE)
 
     def request(self, name, *fields):
         self.send(ssh.MSG_CHANNEL_REQUEST, String(name), Boolean(False), *fields)
@@ -233,6 +245,8 @@ class Channel(asyncssh.SSHServerSession):
             "close": lambda: self.send(ssh.MSG_CHANNEL_CLOSE),
             "disconnect": lambda *words: disconnect(self.server.connection, *words),
             "junk": self.junk,  # without end
+            "true": lambda: self.finish(0),
+            "/usr/bin/sudo": self.refuse_password,
             "refuse": lambda *words: setattr(self.server, "refusal", words)}  # the next channels
         for name, *words in self.steps:
             name, *marker = self.markers.get(name, (name,))
