@@ -7,6 +7,7 @@
 #include "Platform/Assertion.h"
 #include "Platform/Text.h"
 #include "Session/Connection.h"
+#include "Session/KeyType.h"
 #include "Session/SSHSession_libssh2.h"
 
 #include <fmt/format.h>
@@ -23,15 +24,6 @@ using SSHPlatform::AlertAnswer;
 namespace {
 
 constexpr const char *thisFunction = "-[SSHSession_libssh2 _confirmHostKey:]";
-
-// As ssh(1) calls the types.
-std::string nameForPeople(const std::string &keyType) {
-    if (keyType.starts_with("ecdsa-sha2-"))
-        return "ECDSA";
-    if (keyType == "ssh-dss")
-        return "DSA";
-    return keyType == "ssh-rsa" ? "RSA" : keyType == "ssh-ed25519" ? "ED25519" : keyType;
-}
 
 // A changed key may be an attack: there Return refuses, and only a click accepts.
 Alert confirmation(const Connection &connection, const HostKeyCheck &check,
@@ -56,7 +48,7 @@ Alert confirmation(const Connection &connection, const HostKeyCheck &check,
                           check.knownHostsPath, check.hostFingerprint);
     if (check.key)
         alert.informativeText +=
-            fmt::format("\nKey type: {}\nFingerprint: {}", nameForPeople(check.key->type),
+            fmt::format("\nKey type: {}\nFingerprint: {}", keyTypeForPeople(check.key->type),
                         check.key->fingerprint);
     alert.buttons = {{"Add and Connect", changed ? noKey : returnKey},
                      {"Cancel", changed ? returnKey : noKey}};

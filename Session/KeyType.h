@@ -17,4 +17,13 @@ inline std::string keyTypeIn(std::string_view key) {
     return key.size() < lengthSize ? "" : std::string(key.substr(lengthSize, length));
 }
 
+// As ssh(1) calls the types.
+inline std::string keyTypeForPeople(const std::string &keyType) {
+    if (keyType.starts_with("ecdsa-sha2-"))
+        return "ECDSA";
+    if (keyType == "ssh-dss")
+        return "DSA";
+    return keyType == "ssh-rsa" ? "RSA" : keyType == "ssh-ed25519" ? "ED25519" : keyType;
+}
+
 } // namespace SSHEngine

@@ -1,0 +1,161 @@
+// From a command to its end.
+#include "Diagnosis/FindingList.h"
+#include "Diagnosis/FindingWords.h"
+#include "Diagnosis/KnownWords.h"
+
+#include <fmt/format.h>
+
+namespace SSHEngine {
+
+namespace {
+
+using enum SSHFindingID;
+
+constexpr int notFoundStatus = 127; // these two by POSIX, Shell Command Language, 2.8.2
+constexpr int notExecutableStatus = 126;
+
+// What the error says, and what standard error does.
+std::string wordsOf(const SSHFacts &facts) {
+    std::string words;
+    if (facts.error)
+        words = facts.error->localizedFailureReason().value_or("") + "\n";
+    return words + facts.command.errorEnd;
+}
+
+FindingArguments quoting(std::string_view who, const std::string &text, std::string_view words) {
+    return {{"said", quotedAs(who, lineWith(text, words))}};
+}
+
+// --- sudo
+
+std::string terminalStep(const SSHFacts &facts) {
+    if (facts.command.hasAdminPassword)
+        return fmt::format("Have `Defaults:{} !requiretty` added on the server with `sudo visudo`.",
+                           shown(facts.user));
+    return "Leave sudo out of the command and give its password apart (--admin-password-from, "
+           "SSHCommand::adminPassword): then the command runs through sudo without a terminal.";
+}
+
+bool addBySudosWords(FindingList &list, const std::string &text) {
+    struct Rule {
+        SSHFindingID id;
+        Words::List words;
+    };
+    for (const Rule &rule :
+         {Rule{SudoMissing, Words::sudoMissing}, Rule{SudoNotAllowed, Words::notSudoer},
+          Rule{SudoNeedsTerminal, Words::wantsTerminal},
+          Rule{SudoPasswordWrong, Words::wrongPassword}}) {
+        const std::string_view words = wordsIn(text, rule.words);
+        if (words.empty())
+            continue;
+        FindingArguments arguments = quoting("It said", text, words);
+        arguments["terminalStep"] = terminalStep(list.facts);
+        list.add(rule.id, arguments);
+        return true;
+    }
+    return false;
+}
+
+void addSudoSilence(FindingList &list) {
+    const SSHFacts &facts = list.facts;
+    if (addBySudosWords(list, facts.command.errorEnd))
+        return;
+    if (!facts.options.followsSudo && !facts.command.outputBegin.empty())
+        list.add(SudoHiddenByShell, {{"words", shown(facts.command.outputBegin)}});
+    else
+        list.add(SSHFindingID::SudoSilent, quoting("It said", facts.command.errorEnd, ""));
+}
+
+// --- Time limits
+
+void addSlowness(FindingList &list, SSHFindingID id, std::chrono::milliseconds limit) {
+    const SSHCommandFacts &command = list.facts.command;
+    const auto seconds = std::chrono::duration<double>(limit).count();
+    const std::string last = lineWith(command.errorEnd, "");
+    if (command.waitsForSudo)
+        addSudoSilence(list);
+    list.add(id, {{"within", seconds > 0 ? fmt::format(" within {} s", seconds) : ""},
+                  {"output", command.outputBytes == 0 ? " It had written nothing."
+                                                      : quotedAs("Its last error line", last)}});
+    if (!command.hasInput && !command.waitsForSudo)
+        list.add(CommandMayWaitForInput);
+}
+
+// --- Commands that have ended
+
+void addSignal(FindingList &list) {
+    const std::string signal = shown(list.facts.command.exitSignal);
+    const bool isKill = signal == "KILL";
+    list.add(
+        CommandKilled,
+        {{"signal", signal},
+         {"meaning", isKill ? ": an administrator, a limit or a system that runs out of memory "
+                              "does that, which look alike from here"
+                            : ""},
+         {"killedStep", isKill ? "Have `journalctl -k` (or `dmesg`) read on the server at this "
+                                 "time: it names what a shortage of memory has ended."
+                               : "Have the server's log (`journalctl`) read at this time, or run "
+                                 "the command in a terminal there."}});
+}
+
+void addEnd(FindingList &list) {
+    const SSHCommandFacts &command = list.facts.command;
+    const std::string all = command.outputBegin + "\n" + command.errorEnd;
+    if (!command.exitSignal.empty()) {
+        addSignal(list);
+        return;
+    }
+    if (command.exitStatus == 0)
+        return;
+    if (const auto words = wordsIn(all, Words::notAvailable); !words.empty())
+        list.add(ShellNotAvailable, quoting("It said", all, words));
+    else if (!command.hasAdminPassword && holds(command.errorEnd, "sudo:") &&
+             addBySudosWords(list, command.errorEnd))
+        return; // sudo in the command itself
+    else if (command.exitStatus == notFoundStatus)
+        list.add(
+            CommandNotFound,
+            {{"status", " (exit status 127)"},
+             {"said", quotedAs("It said", lineWith(command.errorEnd,
+                                                   wordsIn(command.errorEnd, Words::notFound)))}});
+    else if (command.exitStatus == notExecutableStatus)
+        list.add(CommandNotExecutable,
+                 quoting("It said", command.errorEnd, wordsIn(command.errorEnd, Words::cannotRun)));
+}
+
+} // namespace
+
+void addCommandFindings(FindingList &list) {
+    const SSHFacts &facts = list.facts;
+    if (!facts.error && facts.command.hasEnded)
+        addEnd(list);
+    switch (list.cause) {
+        using enum SSHErrorCause;
+    case SSHErrorCause::SessionRefused:
+        list.add(SSHFindingID::SessionRefused);
+        break;
+    case SSHErrorCause::CommandRefused:
+        list.add(SSHFindingID::CommandRefused);
+        break;
+    case SSHErrorCause::CommandTooLong:
+        list.add(SSHFindingID::CommandTooLong);
+        break;
+    case CommandTimedOut:
+        addSlowness(list, CommandSlow, facts.options.commandTimeout);
+        break;
+    case SSHErrorCause::CommandSilent:
+        addSlowness(list, SSHFindingID::CommandSilent, facts.options.silenceTimeout);
+        break;
+    case SSHErrorCause::SudoRefused:
+        if (!addBySudosWords(list, wordsOf(facts)))
+            list.add(SSHFindingID::SudoRefused, quoting("It said", wordsOf(facts), "sudo"));
+        break;
+    case SSHErrorCause::SudoSilent:
+        addSudoSilence(list);
+        break;
+    default:
+        break;
+    }
+}
+
+} // namespace SSHEngine

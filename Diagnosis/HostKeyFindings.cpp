@@ -1,0 +1,162 @@
+// Is this the server that is known under this name?
+#include "Diagnosis/FindingList.h"
+#include "Diagnosis/FindingWords.h"
+#include "Session/KeyType.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace SSHEngine {
+
+namespace {
+
+using enum SSHFindingID;
+
+constexpr const char *usualPath = "~/.ssh/known_hosts";
+
+// Where OpenSSH's sshd keeps its key of this type.
+std::string serverKeyFile(const std::string &type) {
+    std::string name = keyTypeForPeople(type);
+    std::transform(name.begin(), name.end(), name.begin(),
+                   [](char letter) { return static_cast<char>(std::tolower(letter)); });
+    return shellWord(fmt::format("/etc/ssh/ssh_host_{}_key.pub", name));
+}
+
+std::string parentOf(const std::string &path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, std::max<std::size_t>(slash, 1));
+}
+
+// " (line 3 of ~/.ssh/known_hosts: ED25519 SHA256:...)"
+std::string entryText(const SSHKnownHostsLine *line) {
+    if (!line)
+        return "";
+    return fmt::format(" (line {} of {}: {} {})", line->number, shown(line->file),
+                       shown(keyTypeForPeople(line->keyType)), shown(line->fingerprint));
+}
+
+FindingArguments argumentsOf(const SSHFacts &facts, const SSHKnownHostsLine *line) {
+    const std::string path = line ? line->file
+                             : facts.local && !facts.local->knownHosts.path.empty()
+                                 ? facts.local->knownHosts.path
+                                 : usualPath;
+    return {{"type", shown(keyTypeForPeople(facts.hostKey.type))},
+            {"fingerprint", shown(facts.hostKey.fingerprint)},
+            {"serverKeyFile", serverKeyFile(facts.hostKey.type)},
+            {"file", shown(path)},
+            {"fileWord", shellWord(path)},
+            {"directory", shown(parentOf(path))},
+            {"directoryWord", shellWord(parentOf(path))},
+            {"line", line ? std::to_string(line->number) : ""},
+            {"name", line ? shown(line->name) : ""},
+            {"entry", entryText(line)}};
+}
+
+template <typename Condition>
+const SSHKnownHostsLine *lineThat(const SSHFacts &facts, Condition condition) {
+    if (!facts.local)
+        return nullptr;
+    const auto &lines = facts.local->knownHosts.lines;
+    const auto found = std::find_if(lines.begin(), lines.end(), condition);
+    return found == lines.end() ? nullptr : &*found;
+}
+
+void addFileTrouble(FindingList &list) {
+    if (!list.facts.local)
+        return;
+    const SSHKnownHostsFacts &file = list.facts.local->knownHosts;
+    FindingArguments arguments = argumentsOf(list.facts, nullptr);
+    if (file.exists && !file.problem.empty()) {
+        arguments["problem"] = shown(file.problem);
+        list.add(KnownHostsUnreadable, arguments);
+    }
+    // Only a session by default stops at such a line.
+    if (file.badLines.empty() || list.facts.options.knowsEveryHostKeyType)
+        return;
+    const std::size_t others = file.badLines.size() - 1;
+    arguments["line"] = std::to_string(file.badLines.front());
+    arguments["more"] = others == 0 ? "" : fmt::format(", nor are {} others", others);
+    list.add(KnownHostsBadLine, arguments);
+}
+
+void addUnknown(FindingList &list, SSHFindingID id) {
+    addFileTrouble(list);
+    const SSHFacts &facts = list.facts;
+    if (const auto *line = lineThat(facts, [&](const SSHKnownHostsLine &each) {
+            return !each.isForThisPort && !each.isRevoked &&
+                   each.fingerprint == facts.hostKey.fingerprint;
+        }))
+        list.add(HostKeyOtherPort, argumentsOf(facts, line));
+    list.add(id, argumentsOf(facts, nullptr));
+}
+
+void addChanged(FindingList &list) {
+    const SSHFacts &facts = list.facts;
+    const auto isRecord = [&](const SSHKnownHostsLine &each) {
+        return each.isForThisPort && !each.isRevoked;
+    };
+    const auto *sameType = lineThat(facts, [&](const SSHKnownHostsLine &each) {
+        return isRecord(each) && each.keyType == facts.hostKey.type;
+    });
+    // Under the plain name a key counts for every port, by default.
+    const auto *line = sameType ? sameType : lineThat(facts, isRecord);
+    const auto *any =
+        line ? line : lineThat(facts, [](const auto &each) { return !each.isRevoked; });
+    const bool isOtherType = line && !sameType;
+    list.add(isOtherType ? HostKeyOtherType : HostKeyChanged, argumentsOf(facts, any));
+}
+
+void addRecordTrouble(FindingList &list) {
+    const SSHFacts &facts = list.facts;
+    if (facts.hostKey.recordFailure == 0)
+        return;
+    FindingArguments arguments = argumentsOf(facts, nullptr);
+    const SSHKnownHostsFacts none;
+    const SSHKnownHostsFacts &file = facts.local ? facts.local->knownHosts : none;
+    if (facts.local && !file.hasDirectory)
+        list.add(SSHDirectoryMissing, arguments);
+    const bool isUnknownType = !facts.options.knowsEveryHostKeyType && file.isWritable;
+    arguments["why"] =
+        isUnknownType ? ", though the file can be written to (a session with --classic records "
+                        "no keys of today's types)"
+        : facts.local && file.hasDirectory
+            ? ", which, or whose directory, is not this user's to write to"
+            : "";
+    list.add(KnownHostsUnwritten, arguments);
+}
+
+} // namespace
+
+void addHostKeyFindings(FindingList &list) {
+    switch (list.cause) {
+        using enum SSHErrorCause;
+    case HostKeyUnknownDeclined:
+        addUnknown(list, HostKeyUnknown);
+        break;
+    case HostKeyUnknownUnasked:
+        addUnknown(list, HostKeyUnasked);
+        break;
+    case HostKeyChangedDeclined:
+        addChanged(list);
+        break;
+    case HostKeyChangedUnasked:
+        addChanged(list);
+        list.add(HostKeyUnasked, argumentsOf(list.facts, nullptr));
+        break;
+    case SSHErrorCause::HostKeyRevoked:
+        list.add(SSHFindingID::HostKeyRevoked,
+                 argumentsOf(list.facts, lineThat(list.facts, [](const auto &each) {
+                                 return each.isRevoked;
+                             })));
+        break;
+    case HostKeyCheckFailed:
+        addFileTrouble(list);
+        break;
+    default:
+        break;
+    }
+    addRecordTrouble(list);
+}
+
+} // namespace SSHEngine

@@ -1,0 +1,430 @@
+// From an encrypted connection to a user who is logged in.
+#include "Diagnosis/FindingList.h"
+#include "Diagnosis/FindingWords.h"
+#include "Diagnosis/KnownWords.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace SSHEngine {
+
+namespace {
+
+using enum SSHFindingID;
+using Result = SSHAttemptResult;
+
+bool isOfKey(const SSHAttempt &attempt) {
+    return attempt.method == "publickey";
+}
+
+bool isOneOf(const std::string &name, const std::vector<std::string> &names) {
+    return std::find(names.begin(), names.end(), name) != names.end();
+}
+
+// What the rules below ask of the facts.
+class LogIn {
+  public:
+    explicit LogIn(FindingList &list) : mList(list), mFacts(list.facts) {}
+
+    void add();
+
+  private:
+    bool isLogIn() const;
+    bool offers(const char *method) const {
+        return mFacts.methods.empty() || isOneOf(method, mFacts.methods);
+    }
+    bool takesPasswords() const { return offers("password") || offers("keyboard-interactive"); }
+    const SSHAttempt *first(const char *method, Result result) const;
+    bool isGiven(const SSHAttempt &attempt) const {
+        return !attempt.isFromAgent && attempt.key == mFacts.keyFilePath;
+    }
+    const SSHKeyFileFacts *fileOf(const std::string &path) const;
+    FindingArguments keyArguments(const SSHKeyFileFacts &file) const;
+    FindingArguments keyArguments(const SSHAttempt &attempt) const;
+    std::string bringing(const std::string &path, bool isFile) const;
+
+    void addEarlyEnding();
+    void addFactor();
+    bool addGivenFile();
+    bool addFileState(const SSHKeyFileFacts &file);
+    void addKeyAttempts(bool ofGivenKey);
+    void addRefusedKeys(bool ofGivenKey);
+    void addPassword();
+    void addUntriedKeys();
+    void addAgent();
+    void addLateEnding();
+
+    FindingList &mList;
+    const SSHFacts &mFacts;
+};
+
+bool LogIn::isLogIn() const {
+    switch (mList.cause) {
+        using enum SSHErrorCause;
+    case MethodsUntold:
+    case NoWayIn:
+    case SSHErrorCause::PasswordMissing:
+    case SSHErrorCause::PasswordRefused:
+    case SSHErrorCause::PasswordExpired:
+    case SSHErrorCause::AnswersRefused:
+    case SSHErrorCause::KeyRefused:
+    case SSHErrorCause::KeyMissing:
+    case SSHErrorCause::KeyUnreadable:
+    case SSHErrorCause::KeyEncrypted:
+    case SSHErrorCause::SignatureRefused:
+    case AgentFailed:
+    case MoreWanted:
+    case LogInRefused:
+    case LogInTimedOut:
+        return true;
+    case Unknown:
+    case ConnectionLost:
+    case DisconnectedByServer:
+    case ClosedEarly:
+        return mFacts.stage == SSHSessionStage::Agent ||
+               mFacts.stage == SSHSessionStage::Authenticate;
+    default:
+        return false;
+    }
+}
+
+const SSHAttempt *LogIn::first(const char *method, Result result) const {
+    const auto found =
+        std::find_if(mFacts.attempts.begin(), mFacts.attempts.end(), [&](const SSHAttempt &each) {
+            return each.method == method && each.result == result;
+        });
+    return found == mFacts.attempts.end() ? nullptr : &*found;
+}
+
+const SSHKeyFileFacts *LogIn::fileOf(const std::string &path) const {
+    if (!mFacts.local)
+        return nullptr;
+    const auto &files = mFacts.local->keyFiles;
+    const auto found = std::find_if(files.begin(), files.end(),
+                                    [&](const auto &each) { return each.path == path; });
+    return found == files.end() ? nullptr : &*found;
+}
+
+// --- The keys
+
+std::string directoryOf(const std::string &path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, std::max<std::size_t>(slash, 1));
+}
+
+std::string withoutExtension(const std::string &path, std::string_view extension) {
+    return path.ends_with(extension) ? path.substr(0, path.size() - extension.size()) : path;
+}
+
+std::string LogIn::bringing(const std::string &path, bool isFile) const {
+    const FindingArguments common = commonArguments(mFacts);
+    const std::string file = shellWord(path);
+    const std::string home = fmt::format("~{}/.ssh/authorized_keys", common.at("user"));
+    const std::string target = fmt::format("-p {} {}", common.at("port"), common.at("login"));
+    if (!isFile)
+        return takesPasswords()
+                   ? fmt::format("Bring the agent's keys to the server with `ssh-copy-id {}`",
+                                 target)
+                   : fmt::format("Have the key's line of `ssh-add -L` added to {} on the server",
+                                 home);
+    const SSHKeyFileFacts *const facts = fileOf(path);
+    const std::string first =
+        facts && facts->publicFile == SSHPublicFileState::Missing
+            ? fmt::format("Make its public file with `ssh-keygen -y -f {0} > {0}.pub`, and then: ",
+                          file)
+            : "";
+    return first + (takesPasswords()
+                        ? fmt::format("Bring the key to the server with `ssh-copy-id -i {}.pub {}`",
+                                      file, target)
+                        : fmt::format("Have the line in {}.pub added to {} on the server",
+                                      shown(path), home));
+}
+
+FindingArguments LogIn::keyArguments(const SSHKeyFileFacts &file) const {
+    const std::string privatePath = withoutExtension(file.path, ".pub");
+    return {{"key", shown(file.path)},
+            {"keys", "the key " + describedKey(file.path, file.type, file.fingerprint)},
+            {"path", shellWord(file.path)},
+            {"directoryWord", shellWord(directoryOf(file.path))},
+            {"mode", fmt::format("{:04o}", file.mode)},
+            {"remark", file.detail.empty() ? "no reason is known." : shown(file.detail)},
+            {"cipher", file.detail.empty() ? "" : ": " + shown(file.detail)},
+            {"convertedPath", shellWord(withoutExtension(file.path, ".ppk") + "_openssh")},
+            {"agentPublicFile", shellWord(privatePath + ".pub")},
+            {"privateHint", privatePath == file.path
+                                ? std::string("the file beside it without \".pub\", as a rule")
+                                : "as a rule that is " + shown(privatePath)},
+            {"bring", bringing(file.path, true)}};
+}
+
+FindingArguments LogIn::keyArguments(const SSHAttempt &attempt) const {
+    SSHKeyFileFacts file;
+    if (const SSHKeyFileFacts *const known = fileOf(attempt.key))
+        file = *known;
+    file.path = attempt.key;
+    if (!attempt.remark.empty())
+        file.detail = attempt.remark;
+    FindingArguments arguments = keyArguments(file);
+    arguments["keys"] = describedKey(attempt);
+    if (attempt.isFromAgent) {
+        arguments["bring"] = bringing(attempt.key, false);
+        arguments["agentPublicFile"] = "FILE.pub";
+        arguments["path"] = "FILE.pub";
+    }
+    return arguments;
+}
+
+// What is wrong with a file whatever the server thinks of its key.
+bool LogIn::addFileState(const SSHKeyFileFacts &file) {
+    const auto found = [&]() -> std::optional<SSHFindingID> {
+        switch (file.state) {
+        case SSHKeyFileState::Missing:
+            return KeyMissing;
+        case SSHKeyFileState::Unreadable:
+            return KeyUnreadable;
+        case SSHKeyFileState::NoKey:
+            return KeyIsNoKey;
+        case SSHKeyFileState::PublicKey:
+            return KeyIsPublic;
+        case SSHKeyFileState::PuTTY:
+            return KeyIsPuTTY;
+        case SSHKeyFileState::OnToken:
+            return KeyOnToken;
+        case SSHKeyFileState::UnknownCipher:
+            return KeyCipherUnknown;
+        case SSHKeyFileState::Exposed:
+            return mFacts.options.triesKeysOfToday ? std::optional(KeyExposed) : std::nullopt;
+        case SSHKeyFileState::Encrypted:
+        case SSHKeyFileState::Plain:
+            break;
+        }
+        return std::nullopt;
+    }();
+    if (found)
+        mList.add(*found, keyArguments(file));
+    return found.has_value();
+}
+
+// Whether the key that the user has given is of no use as it is.
+bool LogIn::addGivenFile() {
+    if (mFacts.keyFilePath.empty())
+        return false;
+    if (!offers("publickey")) {
+        mList.add(KeysNotOffered);
+        return true;
+    }
+    const SSHKeyFileFacts *const file = fileOf(mFacts.keyFilePath);
+    const auto isUnopened = [&](const SSHAttempt &each) {
+        return isGiven(each) &&
+               (each.result == Result::SignatureRefused || each.result == Result::Unusable ||
+                each.result == Result::NotGiven);
+    };
+    if (file && addFileState(*file))
+        return true;
+    // By default an encrypted file fails as a key with a bad signature does.
+    if (file && file->state == SSHKeyFileState::Encrypted &&
+        std::any_of(mFacts.attempts.begin(), mFacts.attempts.end(), isUnopened)) {
+        mList.add(KeyEncrypted, keyArguments(*file));
+        return true;
+    }
+    return false;
+}
+
+void LogIn::addRefusedKeys(bool ofGivenKey) {
+    std::vector<std::string> keys;
+    const SSHAttempt *one = nullptr;
+    for (const SSHAttempt &each : mFacts.attempts) {
+        if (!isOfKey(each) || each.result != Result::Refused || isGiven(each) != ofGivenKey)
+            continue;
+        one = one ? one : &each;
+        keys.push_back(describedKey(each));
+    }
+    if (!one)
+        return;
+    FindingArguments arguments = keyArguments(*one);
+    arguments["keys"] = enumeration(keys, "or");
+    mList.add(KeyRefused, arguments);
+}
+
+void LogIn::addKeyAttempts(bool ofGivenKey) {
+    for (const SSHAttempt &each : mFacts.attempts) {
+        if (!isOfKey(each) || isGiven(each) != ofGivenKey)
+            continue;
+        const SSHKeyFileFacts *const file = each.isFromAgent ? nullptr : fileOf(each.key);
+        const FindingArguments arguments = keyArguments(each);
+        if (each.result == Result::SignatureRefused && file &&
+            file->publicFile == SSHPublicFileState::Foreign)
+            mList.add(PublicFileForeign, arguments);
+        else if (each.result == Result::SignatureRefused)
+            mList.add(SignatureRefused, arguments);
+        else if (each.result == Result::NotSigned)
+            mList.add(AgentDidNotSign, arguments);
+        else if (each.result == Result::WrongPassphrase)
+            mList.add(PassphraseWrong, arguments);
+        else if (each.result == Result::NotGiven)
+            mList.add(KeyEncrypted, arguments);
+        else if (each.result == Result::Missing && ofGivenKey)
+            mList.add(KeyMissing, arguments);
+        else if (each.result == Result::Unusable && (!file || !addFileState(*file)))
+            mList.add(KeyUnreadable, arguments);
+    }
+    addRefusedKeys(ofGivenKey);
+}
+
+// --- What lies there unused
+
+void LogIn::addUntriedKeys() {
+    if (!mFacts.local || !offers("publickey") || mFacts.options.triesKeysOfToday)
+        return;
+    for (const SSHKeyFileFacts &file : mFacts.local->keyFiles) {
+        const bool isUsable = file.state == SSHKeyFileState::Plain ||
+                              file.state == SSHKeyFileState::Encrypted ||
+                              file.state == SSHKeyFileState::Exposed;
+        const bool isStandard = file.path.ends_with("/id_rsa") || file.path.ends_with("/id_dsa");
+        if (file.isGiven || file.isTried || file.isInAgent || !isUsable)
+            continue;
+        mList.add(isStandard ? PublicFileMissing : KeyNotTried, keyArguments(file));
+    }
+}
+
+void LogIn::addAgent() {
+    const bool hasKeyAttempt =
+        std::any_of(mFacts.attempts.begin(), mFacts.attempts.end(), [](const SSHAttempt &each) {
+            return isOfKey(each) && each.result != Result::Missing;
+        });
+    if (!mFacts.local || !offers("publickey") || hasKeyAttempt)
+        return;
+    const SSHAgentFacts &agent = mFacts.local->agent;
+    if (agent.socket.empty())
+        return;
+    if (!agent.problem.empty())
+        mList.add(AgentDead, {{"socket", shown(agent.socket)}, {"problem", shown(agent.problem)}});
+    else if (agent.identities.empty())
+        mList.add(AgentEmpty,
+                  {{"path", mFacts.keyFilePath.empty() ? "~/.ssh/id_ed25519"
+                                                       : shellWord(mFacts.keyFilePath)}});
+}
+
+// --- Passwords and questions
+
+void LogIn::addPassword() {
+    const SSHAttempt *const password = first("password", Result::Refused);
+    const SSHAttempt *const answers = first("keyboard-interactive", Result::Refused);
+    const bool isClassic = !mFacts.options.asksServersQuestions;
+    if (first("password", Result::Expired) || mList.cause == SSHErrorCause::PasswordExpired)
+        mList.add(PasswordExpired);
+    else if (mFacts.hasPassword && !takesPasswords())
+        mList.add(PasswordNotOffered);
+    else if (mFacts.isPasswordEmpty && (password || answers))
+        mList.add(PasswordEmpty);
+    else if (mList.cause == SSHErrorCause::AnswersRefused)
+        mList.add(isClassic ? QuestionsNotAsked : AnswersRefused,
+                  {{"said", answers ? quotedAs("It said", answers->remark) : ""}});
+    else if (password || mList.cause == SSHErrorCause::PasswordRefused || (answers && isClassic))
+        mList.add(PasswordRefused);
+    else if (answers)
+        mList.add(AnswersRefused, {{"said", quotedAs("It said", answers->remark)}});
+    else if (first("password", Result::NotGiven) || mList.cause == SSHErrorCause::PasswordMissing)
+        mList.add(PasswordMissing);
+    const bool isAskedOnly = answers && !password && !isOneOf("password", mFacts.methods);
+    if (isClassic && (isAskedOnly || first("keyboard-interactive", Result::NotGiven)))
+        mList.add(QuestionsNotAsked);
+}
+
+// --- Endings
+
+bool isOffendedByKeepAlives(const SSHFacts &facts) {
+    return !wordsIn(facts.server.version, Words::refusingKeepAlives).empty();
+}
+
+void LogIn::addEarlyEnding() {
+    const bool isEarly = mFacts.attempts.empty() && mFacts.methods.empty();
+    const bool isUntold = mList.cause == SSHErrorCause::MethodsUntold;
+    const bool hasEnded = isUntold || mFacts.server.hasHungUp ||
+                          mList.cause == SSHErrorCause::ConnectionLost ||
+                          mList.cause == SSHErrorCause::DisconnectedByServer;
+    if (!mFacts.options.watchesConnection && hasEnded &&
+        (isOffendedByKeepAlives(mFacts) || (isEarly && mFacts.server.hasHungUp)))
+        mList.add(KeepAliveRefused);
+    if (isUntold)
+        mList.add(MethodsUntold);
+}
+
+void LogIn::addLateEnding() {
+    const auto refused =
+        std::count_if(mFacts.attempts.begin(), mFacts.attempts.end(), [](const SSHAttempt &each) {
+            return isOfKey(each) && each.result == Result::Refused;
+        });
+    const bool hasEnded =
+        std::any_of(mFacts.attempts.begin(), mFacts.attempts.end(),
+                    [](const SSHAttempt &each) { return each.result == Result::Ended; }) ||
+        mFacts.disconnect || mFacts.server.hasHungUp;
+    const std::string words = mFacts.disconnect ? mFacts.disconnect->message : "";
+    const bool isCounted = holds(words, Words::tooManyFailures);
+    const bool isOfKeys = refused > 1 && !first("password", Result::Refused) &&
+                          !first("keyboard-interactive", Result::Refused);
+    if (isOfKeys && (isCounted || hasEnded))
+        mList.add(TooManyKeys, {{"count", fmt::format("{} keys", refused)}});
+    else if (hasEnded && mList.isEmpty())
+        mList.add(LogInHungUp);
+}
+
+void LogIn::addFactor() {
+    const auto taken =
+        std::find_if(mFacts.attempts.begin(), mFacts.attempts.end(),
+                     [](const SSHAttempt &each) { return each.result == Result::AcceptedInPart; });
+    if (taken == mFacts.attempts.end() && mList.cause != SSHErrorCause::MoreWanted)
+        return;
+    const bool isKnown = taken != mFacts.attempts.end();
+    std::vector<std::string> wanted;
+    if (isKnown)
+        for (const std::string &method : taken->wanted)
+            wanted.push_back(shown(method));
+    const bool isClassic = !mFacts.options.triesFurtherFactors;
+    mList.add(
+        MoreFactorsWanted,
+        {{"accepted", !isKnown          ? "one method"
+                      : isOfKey(*taken) ? describedKey(*taken)
+                                        : shown("the method " + taken->method)},
+         {"wanted", wanted.empty() ? "another one" : enumeration(wanted, "or")},
+         {"limit", isClassic ? ", and this session gives one factor only" : ""},
+         {"moreStep", isClassic ? "Leave out --classic, or set triesFurtherFactors as "
+                                  "SSHSessionOptions::recommended() does: then the others follow."
+                                : "Give what the other factor needs as well: the password, the key "
+                                  "file, or the answer to the server's question."}});
+}
+
+// What the user has given comes first.
+void LogIn::add() {
+    if (!mList.isEmpty() || !isLogIn())
+        return;
+    addEarlyEnding();
+    if (!mList.isEmpty())
+        return;
+    if (mList.cause == SSHErrorCause::LogInTimedOut) {
+        const auto limit = std::chrono::duration<double>(mFacts.options.logInTimeout).count();
+        mList.add(LogInSlow, {{"within", limit > 0 ? fmt::format(" within {} s", limit) : ""}});
+        return;
+    }
+    addFactor();
+    addLateEnding();
+    if (!addGivenFile())
+        addKeyAttempts(true);
+    addPassword();
+    addUntriedKeys();
+    addKeyAttempts(false);
+    addAgent();
+    if (mList.cause == SSHErrorCause::NoWayIn && mList.isEmpty())
+        mList.add(
+            NoUsableMethod,
+            {{"lacks", takesPasswords() && !mFacts.hasPassword ? ": no password was given" : ""}});
+}
+
+} // namespace
+
+void addLogInFindings(FindingList &list) {
+    LogIn(list).add();
+}
+
+} // namespace SSHEngine
