@@ -37,6 +37,7 @@ Examination::Examination(const Patient &examined, const TimeBudget &time, const 
     facts.isPasswordEmpty = patient.password && patient.password.view().empty();
     facts.keyFilePath = patient.keyFilePath.value_or("");
     facts.options = patient.options;
+    facts.options.connectTimeout = facts.options.handshakeTimeout = longestWait;
 }
 
 void Examination::line(Verdict verdict, const std::string &text, const std::string &advice) {
@@ -58,20 +59,23 @@ void Examination::fail(const std::string &text, const std::string &advice) {
     line(Verdict::Fail, text, advice);
 }
 
-void Examination::failBy(const SSHFacts &found, const std::string &text,
-                         const std::string &advice) {
+void Examination::failBy(const SSHFacts &found) {
     const std::vector<SSHFinding> findings = SSHFindings(found);
-    const bool isExplained = !findings.empty() && findings.front().id != SSHFindingID::Unexplained;
-    fail(isExplained ? findings.front().text : text, isExplained ? findings.front().step : advice);
+    if (findings.empty())
+        fail("It has failed, and nothing tells why.", "Have the server's log read at this time.");
+    else
+        fail(findings.front().text, findings.front().step);
 }
 
-void Examination::failBy(SSHErrorCause cause, SSHSessionStage stage, const std::string &text,
-                         const std::string &advice) {
-    SSHFacts found = facts;
-    found.stage = stage;
-    found.error =
+void Examination::failBy(SSHErrorCause cause, SSHSessionStage stage) {
+    failBy(ended(facts, cause, stage));
+}
+
+SSHFacts ended(SSHFacts facts, SSHErrorCause cause, SSHSessionStage stage) {
+    facts.stage = stage;
+    facts.error =
         std::make_shared<SSHError>(SSHError::libssh2ErrorDomain, 0, SSHError::UserInfo(), cause);
-    failBy(found, text, advice);
+    return facts;
 }
 
 std::string quoted(std::string_view text) {
@@ -89,9 +93,8 @@ std::string quoted(std::string_view text) {
 
 std::string spelled(std::chrono::milliseconds time) {
     using std::chrono::seconds;
-    return time < seconds(1)
-               ? fmt::format("{} ms", time.count())
-               : fmt::format("{:.3g} s", std::chrono::duration<double>(time).count());
+    return time < seconds(1) ? fmt::format("{} ms", time.count())
+                             : fmt::format("{:.3g} s", std::chrono::duration<double>(time).count());
 }
 
 } // namespace SSHEngine

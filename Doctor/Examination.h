@@ -19,6 +19,9 @@ namespace SSHEngine {
 
 class Visit;
 
+// For the look-up, for connecting, and for the first words.
+constexpr std::chrono::seconds longestWait(6);
+
 struct Patient {
     std::optional<std::string> host;
     std::uint16_t port = 0;
@@ -68,11 +71,10 @@ class Examination {
     void ok(const std::string &text);
     void note(const std::string &text);
     void fail(const std::string &text, const std::string &advice);
-    // A failure in the words of the first finding from these facts; in the given ones where there
-    // is none.
-    void failBy(const SSHFacts &found, const std::string &text, const std::string &advice);
-    void failBy(SSHErrorCause cause, SSHSessionStage stage, const std::string &text,
-                const std::string &advice);
+    // A failure in the words of the first finding from these facts.
+    void failBy(const SSHFacts &found);
+    // The same, from what is known so far and this end of this stage.
+    void failBy(SSHErrorCause cause, SSHSessionStage stage);
 
     const Patient &patient;
     const TimeBudget &budget;
@@ -90,6 +92,9 @@ class Examination {
 
     const Tell &mTell;
 };
+
+// The facts of a session that ended in this way.
+SSHFacts ended(SSHFacts facts, SSHErrorCause cause, SSHSessionStage stage);
 
 // Of the server's or a file's, made to stand within a sentence: one line, cut where it is long.
 std::string quoted(std::string_view text);

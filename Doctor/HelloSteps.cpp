@@ -26,8 +26,6 @@ using std::chrono::milliseconds;
 
 namespace {
 
-constexpr std::chrono::seconds longestSilence(6);
-
 #ifndef MSG_NOSIGNAL
 #define MSG_NOSIGNAL 0 // SO_NOSIGPIPE serves instead
 #endif
@@ -47,7 +45,7 @@ bool listen(const Examination &examination, ServerHello &hello) {
     while (!hello.isOver()) {
         const auto spent =
             std::chrono::duration_cast<milliseconds>(TimeBudget::Clock::now() - begin);
-        const auto time = std::max<milliseconds>(longestSilence - spent, milliseconds(0));
+        const auto time = std::max<milliseconds>(longestWait - spent, milliseconds(0));
         if (SSHPlatform::waitForSocket(socket, WaitFor::Reading, examination.budget.left(time),
                                        examination.budget.wakeup()) <= 0)
             return false;
@@ -64,14 +62,6 @@ SSHErrorCause causeOf(const SSHServerFacts &server) {
     if (!server.linesBefore.empty())
         return SSHErrorCause::NotSSH;
     return server.hasHungUp ? SSHErrorCause::ClosedEarly : SSHErrorCause::HandshakeTimedOut;
-}
-
-std::string silenceText(const SSHServerFacts &server) {
-    if (!server.linesBefore.empty())
-        return "The server says " + quoted(server.linesBefore) +
-               " where SSH begins with \"SSH-\": something else listens on this port.";
-    return server.hasHungUp ? "The server hung up without a word."
-                            : "The server has said nothing within " + spelled(longestSilence) + ".";
 }
 
 struct SessionEnd {
@@ -98,16 +88,15 @@ using Names = std::vector<std::string>;
 struct Kind {
     const char *name;
     Names SSHAlgorithms::*names;
-    SSHErrorCause missing;
 };
 
 // What is the same in both directions with every server of today is told once.
 constexpr std::array kinds = {
-    Kind{"key exchange", &SSHAlgorithms::keyExchange, SSHErrorCause::NoCommonKeyExchange},
-    Kind{"host key", &SSHAlgorithms::hostKey, SSHErrorCause::NoCommonHostKey},
-    Kind{"cipher", &SSHAlgorithms::cipherToServer, SSHErrorCause::NoCommonCipher},
-    Kind{"MAC", &SSHAlgorithms::macToServer, SSHErrorCause::NoCommonMAC},
-    Kind{"compression", &SSHAlgorithms::compressionToServer, SSHErrorCause::NoCommonCompression},
+    Kind{"key exchange", &SSHAlgorithms::keyExchange},
+    Kind{"host key", &SSHAlgorithms::hostKey},
+    Kind{"cipher", &SSHAlgorithms::cipherToServer},
+    Kind{"MAC", &SSHAlgorithms::macToServer},
+    Kind{"compression", &SSHAlgorithms::compressionToServer},
 };
 
 Names inCommon(const Names &known, const Names &offered) {
@@ -129,19 +118,6 @@ std::string commonText(const SSHAlgorithms &known, const SSHAlgorithms &offer) {
                        fmt::join(texts, ", "));
 }
 
-void failFor(Examination &examination, SSHErrorCause cause) {
-    const auto *const kind = std::find_if(kinds.begin(), kinds.end(),
-                                          [&](const Kind &each) { return each.missing == cause; });
-    const SSHAlgorithms &offer = *examination.facts.server.offer;
-    examination.failBy(
-        cause, SSHSessionStage::Handshake,
-        fmt::format("The server and this program have no {} in common.", kind->name),
-        "Let the server's administrator allow one of those that this program knows.");
-    examination.note(fmt::format("{}: the server offers {}; this program knows {}.", kind->name,
-                                 fmt::join(offer.*kind->names, ", "),
-                                 fmt::join(examination.facts.known.*kind->names, ", ")));
-}
-
 } // namespace
 
 void examineFirstWords(Examination &examination) {
@@ -152,12 +128,9 @@ void examineFirstWords(Examination &examination) {
     SSHServerFacts &server = examination.facts.server = hello.facts();
     server.hasHungUp = hasHungUp;
     if (server.version.empty())
-        return examination.failBy(causeOf(server), SSHSessionStage::Handshake, silenceText(server),
-                                  "Look whether the port is that of the SSH server.");
+        return examination.failBy(causeOf(server), SSHSessionStage::Handshake);
     if (!server.version.starts_with("SSH-2.") && !server.version.starts_with("SSH-1.99"))
-        return examination.failBy(SSHErrorCause::NotSSH, SSHSessionStage::Handshake,
-                                  "The server speaks an old version: " + quoted(server.version),
-                                  "Let the server's administrator install one of today's.");
+        return examination.failBy(SSHErrorCause::NotSSH, SSHSessionStage::Handshake);
     if (!server.linesBefore.empty())
         examination.note("Before its version the server says " + quoted(server.linesBefore) + ".");
     examination.ok("The server says " + quoted(server.version) + ".");
@@ -168,18 +141,12 @@ void examineAlgorithms(Examination &examination) {
     examination.facts.known = knownAlgorithms();
     const std::optional<SSHAlgorithms> &offer = examination.facts.server.offer;
     if (!offer)
-        return examination.failBy(
-            examination.facts.server.hasHungUp ? SSHErrorCause::HandshakeFailed
-                                               : SSHErrorCause::HandshakeTimedOut,
-            SSHSessionStage::Handshake,
-            examination.facts.server.hasHungUp
-                ? "The server hung up before it had said which algorithms it takes."
-                : "The server has not said within " + spelled(longestSilence) +
-                      " which algorithms it takes.",
-            "Look into the server's log, and whether a firewall lets more than the first words "
-            "through.");
+        return examination.failBy(examination.facts.server.hasHungUp
+                                      ? SSHErrorCause::ConnectionLost
+                                      : SSHErrorCause::HandshakeTimedOut,
+                                  SSHSessionStage::Handshake);
     if (const auto cause = nothingInCommon(examination.facts.known, *offer))
-        return failFor(examination, *cause);
+        return examination.failBy(*cause, SSHSessionStage::Handshake);
     examination.ok(commonText(examination.facts.known, *offer));
     examination.reached |= Examination::HasAlgorithms;
 }

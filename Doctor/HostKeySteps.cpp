@@ -4,6 +4,8 @@
 #include "Auth/MethodList.h"
 #include "Doctor/Visit.h"
 
+#include <SSHSession/SSHFinding.h>
+
 #include <fmt/format.h>
 
 #include <utility>
@@ -23,28 +25,33 @@ std::string recordOf(const SSHHostKeyFacts &key, const SSHFacts &facts) {
     return "as on record";
 }
 
-void tellStanding(Examination &examination, const Visit &visit) {
-    const SSHFacts facts = visit.facts();
+void tellUnknown(Examination &examination, const SSHFacts &facts, const std::string &key) {
+    examination.note(key + " is on no record. A normal run would show it and ask whether to trust "
+                           "it: compare it with the one that the server's administrator tells.");
+    for (const SSHFinding &finding :
+         SSHFindings(ended(facts, SSHErrorCause::HostKeyUnknownDeclined, SSHSessionStage::HostKey)))
+        if (finding.id != SSHFindingID::HostKeyUnknown)
+            examination.note(finding.text);
+}
+
+void tellStanding(Examination &examination, const SSHFacts &facts) {
     const SSHHostKeyFacts &key = facts.hostKey;
     const std::string text = fmt::format("{} {}", key.type, key.fingerprint);
+    const auto failBy = [&](SSHErrorCause cause) {
+        examination.failBy(ended(facts, cause, SSHSessionStage::HostKey));
+    };
     switch (key.standing) {
     case SSHHostKeyStanding::Match:
         examination.reached |= Examination::IsTrusted;
         return examination.ok(fmt::format("{}, {}.", text, recordOf(key, facts)));
     case SSHHostKeyStanding::Unknown:
-        return examination.note(
-            fmt::format("{} is on no record. A normal run would show it and ask whether to trust "
-                        "it; compare it with what the server's administrator says.",
-                        text));
+        return tellUnknown(examination, facts, text);
     case SSHHostKeyStanding::Changed:
-        return examination.failBy(facts, text + " is not the key that is on record for this host.",
-                                  "Ask the server's administrator whether the key was changed.");
+        return failBy(SSHErrorCause::HostKeyChangedDeclined);
     case SSHHostKeyStanding::Revoked:
-        return examination.failBy(facts, text + " is marked as revoked.",
-                                  "Ask the server's administrator for the new key.");
+        return failBy(SSHErrorCause::HostKeyRevoked);
     default:
-        return examination.failBy(facts, text + " could not be compared with those on record.",
-                                  "Look whether ~/.ssh/known_hosts can be read.");
+        return failBy(SSHErrorCause::HostKeyCheckFailed);
     }
 }
 
@@ -54,11 +61,10 @@ void examineHostKey(Examination &examination) {
     examination.visit = std::make_shared<Visit>(examination, longestVisit);
     Visit &visit = *examination.visit;
     if (!visit.shakeHands())
-        return examination.failBy(visit.facts(), "The handshake failed.",
-                                  "Look into the server's log.");
+        return examination.failBy(visit.facts());
     examination.reached |= Examination::ShakesHands;
     visit.run(SSHSessionStage::HostKey, &SSHSession_libssh2::_validatedHostFingerprint);
-    tellStanding(examination, visit);
+    tellStanding(examination, visit.facts());
 }
 
 // What the server makes of it shows in whether it answers what comes next.
@@ -77,11 +83,13 @@ void examineKeepAlive(Examination &examination) {
     if (visit->isTooLate())
         return examination.note("After one before the log-in the server has not answered within " +
                                 spelled(longestVisit) + ".");
-    const std::string text = "The server ends the connection at a keepalive before the log-in";
     if (examination.patient.options.watchesConnection)
-        return examination.note(text + ". This session sends none.");
-    examination.failBy(visit->facts(), text + ", which this session sends.",
-                       "Make the session with the option watchesConnection (without --classic).");
+        return examination.note("The server hangs up at one before the log-in. This session sends "
+                                "none then.");
+    SSHFacts found =
+        ended(visit->facts(), SSHErrorCause::MethodsUntold, SSHSessionStage::Authenticate);
+    found.server.hasHungUp = true;
+    examination.failBy(found);
 }
 
 } // namespace SSHEngine

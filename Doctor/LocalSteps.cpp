@@ -40,7 +40,7 @@ std::string named(const SSHKeyFileFacts &file) {
 }
 
 // What keeps the session from using it; empty where nothing does.
-std::string obstacle(const SSHKeyFileFacts &file) {
+std::string obstacle(const SSHKeyFileFacts &file, bool bearsExposure) {
     switch (file.state) {
     case SSHKeyFileState::Missing:
         return "There is no such file.";
@@ -53,7 +53,10 @@ std::string obstacle(const SSHKeyFileFacts &file) {
     case SSHKeyFileState::PuTTY:
         return "It is in PuTTY's own format, which cannot be read.";
     case SSHKeyFileState::Exposed:
-        return fmt::format("Others have rights to it (mode {:04o}), so it is left out.", file.mode);
+        return bearsExposure
+                   ? ""
+                   : fmt::format("Others have rights to it (mode {:04o}), so it is left out.",
+                                 file.mode);
     case SSHKeyFileState::OnToken:
         return "A hardware token holds this key, which only an agent can use.";
     case SSHKeyFileState::UnknownCipher:
@@ -71,17 +74,13 @@ SSHErrorCause causeOf(const SSHKeyFileFacts &file) {
 }
 
 void failFor(Examination &examination, const SSHKeyFileFacts &file) {
-    SSHFacts found = examination.facts;
+    SSHFacts found = ended(examination.facts, causeOf(file), SSHSessionStage::Authenticate);
     found.local->keyFiles = {file};
-    found.stage = SSHSessionStage::Authenticate;
-    found.error = std::make_shared<SSHError>(SSHError::libssh2ErrorDomain, 0, SSHError::UserInfo(),
-                                             causeOf(file));
-    examination.failBy(found, file.path + ": " + obstacle(file),
-                       "Name a private key that is this user's alone.");
+    examination.failBy(found);
 }
 
 void tell(Examination &examination, const SSHKeyFileFacts &file) {
-    const std::string why = obstacle(file);
+    const std::string why = obstacle(file, !examination.patient.options.triesKeysOfToday);
     if (!why.empty() && file.isGiven)
         failFor(examination, file);
     else if (!why.empty())

@@ -66,10 +66,7 @@ void tellRefusal(Examination &examination, const Visit &visit) {
         return examination.note(
             "With what was given nobody gets in. A normal run would ask for "
             "more: a password, a pass phrase or what the server wants to know.");
-    examination.failBy(facts,
-                       "The server lets nobody in with what was given. A wrong password, an "
-                       "unknown user and a barred account look alike from here.",
-                       "Look into the server's log, which tells them apart.");
+    examination.failBy(facts);
 }
 
 } // namespace
@@ -94,52 +91,77 @@ void examineLogIn(Examination &examination) {
     examination.reached |= Examination::IsIn;
 }
 
-void examineShell(Examination &examination) {
-    Visit &visit = *examination.visit;
-    const auto command = std::make_shared<SSHCommand>();
-    command->setCommand("true");
-    SSHErrorRef error;
-    if (!visit.engine->execute(command, &error)) {
-        examination.reached &= ~unsigned{Examination::IsIn};
-        SSHFacts found = visit.facts();
-        found.error = error;
-        return examination.failBy(found, "\"true\" could not be run.",
-                                  "Look into the server's log.");
+namespace {
+
+// What a command of the examination's has come to. `failure` is null where it has run.
+struct Ran {
+    std::shared_ptr<SSHCommand> command = std::make_shared<SSHCommand>();
+    SSHErrorRef failure = nullptr;
+    SSHFacts facts = {};
+
+    bool isGood() const {
+        return !failure && command->exitStatus() == 0 && !command->wasEndedBySignal();
     }
-    const std::size_t printed = command->stdoutData()->size();
-    if (command->exitStatus() != 0 || command->wasEndedBySignal())
-        return examination.failBy(
-            visit.facts(), fmt::format("\"true\" has ended with status {}.", command->exitStatus()),
-            "Ask the server's administrator for a log-in shell.");
+};
+
+Ran run(Visit &visit, const char *text, const SSHDataRef &input = nullptr) {
+    Ran ran;
+    ran.command->setCommand(text);
+    ran.command->setStdinData(input);
+    const bool isRun = visit.engine->execute(ran.command, &ran.failure);
+    ran.facts = visit.facts();
+    ran.facts.stage = SSHSessionStage::Execute;
+    ran.facts.error = isRun ? nullptr : ran.failure;
+    SSHCommandFacts &facts = ran.facts.command;
+    if (!isRun)
+        return ran;
+    facts.hasEnded = true;
+    facts.exitStatus = ran.command->exitStatus();
+    facts.exitSignal = ran.command->wasEndedBySignal() ? *ran.command->exitSignal() : "";
+    facts.outputBegin = ran.command->stdoutData()->view();
+    facts.errorEnd = ran.command->stderrData()->view();
+    return ran;
+}
+
+// With its line end. What it holds is wiped.
+SSHDataRef lineOf(const SSHPlatform::Secret &password) {
+    using SSHPlatform::ByteBuffer;
+    const auto line = std::make_shared<ByteBuffer>("", ByteBuffer::Contents::Secret);
+    line->append(password.view());
+    line->append("\n");
+    return line;
+}
+
+} // namespace
+
+void examineShell(Examination &examination) {
+    const Ran ran = run(*examination.visit, "true");
+    if (ran.failure)
+        examination.reached &= ~unsigned{Examination::IsIn};
+    if (!ran.isGood())
+        return examination.failBy(ran.facts);
+    const std::size_t printed = ran.command->stdoutData()->size();
     if (printed == 0)
         return examination.ok("\"true\" has run, and the shell prints nothing of its own.");
-    examination.note(
-        fmt::format("The shell prints {} bytes of its own before each command's output. Its "
-                    "start-up files should print only where there is a terminal.",
-                    printed));
+    if (examination.patient.adminPassword && !examination.patient.options.followsSudo)
+        return examination.failBy(
+            ended(ran.facts, SSHErrorCause::SudoSilent, SSHSessionStage::Execute));
+    examination.note(fmt::format("The shell prints {} bytes of its own before what a command "
+                                 "prints. Its start-up files should print on a terminal only.",
+                                 printed));
 }
 
 // A wrong password is not asked for again: there is nothing more to read.
 void examineSudo(Examination &examination) {
-    Visit &visit = *examination.visit;
-    const auto command = std::make_shared<SSHCommand>();
-    command->setCommand("/usr/bin/sudo -S -k -p '' /bin/true");
-    const std::string_view password = examination.patient.adminPassword.view();
-    const auto line =
-        std::make_shared<SSHPlatform::ByteBuffer>("", SSHPlatform::ByteBuffer::Contents::Secret);
-    line->append(password);
-    line->append("\n");
-    command->setStdinData(line);
-    SSHErrorRef error;
-    if (!visit.engine->execute(command, &error))
-        return examination.failBy(SSHErrorCause::SudoSilent, SSHSessionStage::Execute,
-                                  "sudo has not answered.", "Look into the server's log.");
-    if (command->exitStatus() == 0 && !command->wasEndedBySignal())
-        return examination.ok("It takes the administrator's password.");
-    examination.failBy(
-        visit.facts(),
-        fmt::format("It refuses, with the words {}.", quoted(command->stderrData()->view())),
-        "Try the password at the server, with \"sudo true\".");
+    const Ran ran = run(*examination.visit, "/usr/bin/sudo -S -k -p '' /bin/true",
+                        lineOf(examination.patient.adminPassword));
+    if (ran.isGood())
+        return examination.ok("It lets the user run commands with the password that was given.");
+    SSHFacts found = ran.facts;
+    if (!ran.failure)
+        found = ended(found, SSHErrorCause::SudoRefused, SSHSessionStage::Execute);
+    found.command.hasAdminPassword = true;
+    examination.failBy(found);
 }
 
 } // namespace SSHEngine

@@ -43,19 +43,14 @@ bool has(const Names &names, const char *name) {
 void tellMethods(Examination &examination, const Visit &visit) {
     const Names &methods = examination.facts.methods;
     constexpr std::array usable = {"publickey", "password", "keyboard-interactive"};
-    const std::string list = fmt::format("The server offers {}.", fmt::join(methods, ", "));
     if (std::any_of(usable.begin(), usable.end(),
                     [&](const char *name) { return has(methods, name); })) {
         examination.reached |= Examination::KnowsMethods;
-        return examination.ok(list);
+        return examination.ok(fmt::format("The server offers {}.", fmt::join(methods, ", ")));
     }
-    SSHFacts found = visit.facts();
+    SSHFacts found = ended(visit.facts(), SSHErrorCause::NoWayIn, SSHSessionStage::Authenticate);
     found.methods = methods;
-    found.stage = SSHSessionStage::Authenticate;
-    found.error = std::make_shared<SSHError>(SSHError::libssh2ErrorDomain, 0, SSHError::UserInfo(),
-                                             SSHErrorCause::NoWayIn);
-    examination.failBy(found, list + " The session can use none of these.",
-                       "Let the server's administrator allow keys or passwords.");
+    examination.failBy(found);
 }
 
 struct Key {
@@ -187,8 +182,7 @@ void examineMethods(Examination &examination) {
     MethodList list;
     bool isIn = false;
     if (!visit.shakeHands())
-        return examination.failBy(visit.facts(), "A second connection failed.",
-                                  "Look into the server's log: it may limit how many there are.");
+        return examination.failBy(visit.facts());
     if (!visit.run(SSHSessionStage::HostKey, &SSHSession_libssh2::_validatedHostFingerprint))
         examination.reached &= ~unsigned{Examination::IsTrusted}; // another server of that name
     visit.call([&](LIBSSH2_SESSION *session) {
@@ -207,8 +201,8 @@ void examineMethods(Examination &examination) {
         examination.facts.methods = split(*list.names);
         return tellMethods(examination, visit);
     }
-    examination.failBy(visit.facts(), "The server does not say how it lets users in.",
-                       "Look into the server's log.");
+    examination.failBy(
+        ended(visit.facts(), SSHErrorCause::MethodsUntold, SSHSessionStage::Authenticate));
 }
 
 void examineKeys(Examination &examination) {

@@ -21,8 +21,6 @@ using std::chrono::milliseconds;
 
 namespace {
 
-constexpr std::chrono::seconds longestLookUp(6);
-constexpr std::chrono::seconds longestConnecting(5);
 constexpr std::size_t mostAddresses = 8;
 
 // Of one family.
@@ -82,13 +80,13 @@ void lookUp(const Examination &examination, std::array<Family, 2> &families) {
     for (std::size_t i = 0; i < errands.size(); ++i)
         families[i].hasAnswered = errands[i].isDoneWithin(
             examination.budget,
-            std::chrono::ceil<milliseconds>(longestLookUp - (TimeBudget::Clock::now() - begin)));
+            std::chrono::ceil<milliseconds>(longestWait - (TimeBudget::Clock::now() - begin)));
 }
 
 void tell(Examination &examination, const Family &family) {
     if (!family.hasAnswered)
         examination.note(fmt::format("{}: no name server has answered within {}.", family.name,
-                                     spelled(longestLookUp)));
+                                     spelled(longestWait)));
     else if (family.isFound())
         examination.ok(fmt::format("{}: {}", family.name, inNumbers(family.answer->addresses)));
     else
@@ -104,11 +102,7 @@ void fail(Examination &examination, bool isForIPv4, const std::array<Family, 2> 
     else if (!ipv4.hasAnswered || ipv4.answer->code == EAI_AGAIN)
         cause = SSHErrorCause::NameServerFailed;
     examination.facts.lookUpCode = ipv4.hasAnswered ? ipv4.answer->code : EAI_AGAIN;
-    examination.failBy(cause, SSHSessionStage::Connect,
-                       fmt::format("The name {} leads to no address that the session can use.",
-                                   quoted(examination.facts.host)),
-                       "Look whether the name is spelled right, and whether this computer is "
-                       "connected to the network that knows it.");
+    examination.failBy(cause, SSHSessionStage::Connect);
 }
 
 // Of one address.
@@ -132,9 +126,8 @@ std::vector<Attempt> connectToAll(const Examination &examination) {
     }
     for (Attempt &attempt : attempts)
         if (attempt.error == 0) {
-            attempt.error =
-                finishConnecting(attempt.socket, examination.budget,
-                                 std::max(longestConnecting - spent(), milliseconds(0)));
+            attempt.error = finishConnecting(attempt.socket, examination.budget,
+                                             std::max(longestWait - spent(), milliseconds(0)));
             attempt.time = spent();
         }
     return attempts;
@@ -180,8 +173,7 @@ void examineLookUp(Examination &examination) {
         examination.ok(inNumbers(examination.addresses) + " is an address; no name is looked up.");
     } else if (host.empty()) {
         examination.facts.lookUpCode = EAI_NONAME;
-        examination.failBy(SSHErrorCause::NameNotFound, SSHSessionStage::Connect,
-                           "There is no host's name.", "Give the name of the server.");
+        examination.failBy(SSHErrorCause::NameNotFound, SSHSessionStage::Connect);
     } else {
         std::array<Family, 2> families = {Family{AF_INET, "IPv4 (A)"}, {AF_INET6, "IPv6 (AAAA)"}};
         lookUp(examination, families);
@@ -217,17 +209,14 @@ void examineConnect(Examination &examination) {
         if (found.isConnected)
             examination.ok(where + "connected after " + spelled(attempts[i].time) + ".");
         else if (found.error == ETIMEDOUT)
-            examination.note(where + "no answer within " + spelled(longestConnecting) + ".");
+            examination.note(where + "no answer within " + spelled(longestWait) + ".");
         else
             examination.note(where + SSHPlatform::errnoText(found.error) + ".");
     }
     if (all > mostAddresses)
         examination.note(fmt::format("{} more addresses were not tried.", all - mostAddresses));
     if (!examination.address)
-        examination.failBy(
-            causeOf(examination), SSHSessionStage::Connect,
-            "None of the addresses takes the connection.",
-            "Look whether the port is right, and whether a firewall lets it through.");
+        examination.failBy(causeOf(examination), SSHSessionStage::Connect);
 }
 
 } // namespace SSHEngine

@@ -124,7 +124,10 @@ SSHFacts Visit::facts() const {
     SSHFacts facts = connection->notes->facts();
     facts.addresses = mExamination.facts.addresses;
     facts.local = mExamination.facts.local;
-    facts.options = mExamination.patient.options;
+    facts.options = mExamination.facts.options;
+    facts.isStageUnderWay = false;
+    if (facts.server.version.empty())
+        facts.server = mExamination.facts.server;
     return facts;
 }
 
