@@ -1,9 +1,12 @@
 // The fourth stage of `start`: offers every identity of a running SSH agent.
 #include "Auth/Agent.h"
 
+#include "Auth/Attempts.h"
 #include "Auth/KeyTranscript.h"
+#include "Session/Causes.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/KeyType.h"
 #include "Session/SSHSession_libssh2.h"
 
 #include <fcntl.h>
@@ -16,6 +19,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 using SSHEngine::Connection;
 using SSHEngine::connectionError;
@@ -62,6 +66,26 @@ bool agentHasGone(const Connection &connection) {
 
 } // namespace
 
+SSHAttempt SSHEngine::attemptWith(const libssh2_agent_publickey &identity) {
+    SSHAttempt attempt = attemptWithKey(
+        identity.comment ? identity.comment : "",
+        keyTypeIn({reinterpret_cast<const char *>(identity.blob), identity.blob_len}));
+    attempt.isFromAgent = true;
+    return attempt;
+}
+
+// A user without an agent has not tried one.
+void SSHEngine::noteAgentFailure(const Connection &connection, const char *function, int code) {
+    if (!std::getenv("SSH_AUTH_SOCK"))
+        return;
+    SSHAttempt attempt = attemptWithKey("", "");
+    attempt.isFromAgent = true;
+    attempt.result = SSHAttemptResult::Unusable;
+    attempt.remark =
+        SSHSession_libssh2::_errorFromFunction(connection.session(), function, code)->text();
+    noteAttempt(connection, std::move(attempt));
+}
+
 int SSHEngine::connectToAgent(const Connection &connection, LIBSSH2_AGENT *agent) {
     if (!agentHasGone(connection))
         return libssh2_agent_connect(agent);
@@ -79,8 +103,17 @@ struct Walk {
     std::size_t leftOut = 0; // identities
 };
 
+bool offer(const Connection &connection, const char *user, libssh2_agent_publickey *identity) {
+    const int code = libssh2_agent_userauth(connection.agent(), user, identity);
+    SSHAttempt attempt = SSHEngine::attemptWith(*identity);
+    SSHEngine::setResult(attempt, connection.session(), code);
+    SSHEngine::noteAttempt(connection, std::move(attempt));
+    return code == 0;
+}
+
 // `most` of them at most, unless it is 0.
-Walk offerIdentities(LIBSSH2_AGENT *agent, const char *user, std::size_t most) {
+Walk offerIdentities(const Connection &connection, const char *user, std::size_t most) {
+    LIBSSH2_AGENT *const agent = connection.agent();
     Walk walk;
     libssh2_agent_publickey *identity = nullptr;
     for (std::size_t count = 1;; ++count) {
@@ -90,7 +123,7 @@ Walk offerIdentities(LIBSSH2_AGENT *agent, const char *user, std::size_t most) {
             return walk;
         if (most != 0 && count > most)
             ++walk.leftOut;
-        else if (libssh2_agent_userauth(agent, user, identity) == 0)
+        else if (offer(connection, user, identity))
             return {.authenticated = true};
     }
 }
@@ -98,8 +131,12 @@ Walk offerIdentities(LIBSSH2_AGENT *agent, const char *user, std::size_t most) {
 bool authenticate(Connection &connection, SSHErrorRef *error) {
     LIBSSH2_SESSION *const session = connection.session();
     const auto failIn = [&](const char *function, int code) {
-        return fail(
-            error, [&] { return SSHSession_libssh2::_errorFromFunction(session, function, code); });
+        SSHEngine::noteAgentFailure(connection, function, code);
+        return fail(error, [&] {
+            return SSHSession_libssh2::_errorFromFunction(
+                session, function, code,
+                SSHEngine::causeOf(code, connection, SSHErrorCause::AgentFailed));
+        });
     };
     LIBSSH2_AGENT *const agent = connection.openAgent();
     if (!agent)
@@ -115,12 +152,14 @@ bool authenticate(Connection &connection, SSHErrorRef *error) {
         std::fputs("libssh2_userauth_list did not return any authentication methods.\n", stderr);
         return false;
     }
+    SSHEngine::noteMethods(connection, methods);
     if (!std::strstr(methods, "publickey"))
         return false;
     if (const int code = libssh2_agent_list_identities(agent))
         return failIn("libssh2_agent_list_identities", code);
 
-    const Walk walk = offerIdentities(agent, user, connection.engine.options().maximumAgentKeys);
+    const Walk walk =
+        offerIdentities(connection, user, connection.engine.options().maximumAgentKeys);
     if (!walk.authenticated && walk.code != SSHEngine::noMoreIdentities)
         return failIn("libssh2_agent_get_identity", walk.code);
     return walk.authenticated || fail(error, [&] {
@@ -128,7 +167,7 @@ bool authenticate(Connection &connection, SSHErrorRef *error) {
                return connectionError(connection.engine,
                                       "SSH could not authenticate using ssh-agent." +
                                           (leftOut.empty() ? "" : "\n" + leftOut),
-                                      0);
+                                      0, SSHEngine::logInCause(connection));
            });
 }
 

@@ -1,6 +1,7 @@
 #include "Auth/Identities.h"
 
 #include "Auth/Agent.h"
+#include "Auth/Attempts.h"
 #include "Auth/KeyFile.h"
 #include "Auth/KeyFileReading.h"
 #include "Auth/KeyTranscript.h"
@@ -44,6 +45,7 @@ struct AgentIdentity {
     libssh2_agent_publickey *handle = nullptr; // the agent's handle owns it
     std::string blob;
     std::string comment;
+    SSHAttempt attempt;
 };
 
 // A private key, ready to be tried.
@@ -88,6 +90,25 @@ Outcome unverifiedOutcome(LIBSSH2_SESSION *session) {
     return message == "Callback returned error" ? Outcome::CannotSign : Outcome::Signed;
 }
 
+SSHAttemptResult resultOf(Outcome outcome) {
+    using enum SSHAttemptResult;
+    switch (outcome) {
+    case Outcome::Accepted:
+        return Accepted;
+    case Outcome::Refused:
+        return Refused;
+    case Outcome::Signed:
+        return SignatureRefused;
+    case Outcome::CannotSign:
+        return NotSigned;
+    case Outcome::CannotRead:
+        return Unusable;
+    case Outcome::Ended:
+        break;
+    }
+    return Ended;
+}
+
 Outcome outcomeOfCode(LIBSSH2_SESSION *session, int code) {
     switch (code) {
     case 0:
@@ -119,6 +140,7 @@ class Identities {
     void findAgent();
     int listIdentities(LIBSSH2_AGENT *agent);
     void tryGivenKey(const std::string &path);
+    void leaveOutMissing(const std::string &path);
     void tryStandardKey(const std::string &name);
     void tryAgent();
     void tryIdentity(const AgentIdentity &identity);
@@ -127,7 +149,10 @@ class Identities {
     void tryFile(const std::string &path);
     std::optional<KeyFile> openedFile(const std::string &path);
     bool isReadableCipher(const std::string &cipher) const;
+    void note(const std::string &path, const std::optional<PublicKey> &key, SSHAttemptResult result,
+              const std::string &remark = "") const;
     std::optional<Offer> certificateOf(const KeyFile &file);
+    void noteTrial(const KeyFile &file, const Offer &offer, Outcome outcome) const;
     void tryOffer(KeyFile &file, const Offer &offer);
     bool isWanted(const KeyFile &file, const Offer &offer);
     void askForPassphrase(KeyFile &file);
@@ -172,8 +197,10 @@ void Identities::findAgent() {
     mEngine.onSessionQueue(mConnection, nullptr, [&](LIBSSH2_SESSION *session) {
         LIBSSH2_AGENT *const agent = mConnection.openAgent();
         const int code = agent ? listIdentities(agent) : libssh2_session_last_errno(session);
-        if (code != 0)
+        if (code != 0) {
             mTranscript.agentFailed(code);
+            noteAgentFailure(mConnection, "the agent's list", code);
+        }
         return code == 0;
     });
 }
@@ -190,7 +217,8 @@ int Identities::listIdentities(LIBSSH2_AGENT *agent) {
             mIdentities.push_back(
                 {.handle = identity,
                  .blob = {reinterpret_cast<const char *>(identity->blob), identity->blob_len},
-                 .comment = identity->comment ? identity->comment : ""});
+                 .comment = identity->comment ? identity->comment : "",
+                 .attempt = attemptWith(*identity)});
     }
     return code == noMoreIdentities ? 0 : code;
 }
@@ -199,12 +227,25 @@ int Identities::listIdentities(LIBSSH2_AGENT *agent) {
 
 void Identities::tryGivenKey(const std::string &path) {
     if (!SSHPlatform::fileExists(path))
-        mTranscript.userKeyIsMissing(path);
+        leaveOutMissing(path);
     else
         tryFile(path);
     // Named after the file by ssh-add(1): what cannot be told from the file goes by this.
     std::stable_partition(mIdentities.begin(), mIdentities.end(),
                           [&](const AgentIdentity &each) { return each.comment == path; });
+}
+
+void Identities::leaveOutMissing(const std::string &path) {
+    mTranscript.userKeyIsMissing(path);
+    note(path, std::nullopt, SSHAttemptResult::Missing);
+}
+
+void Identities::note(const std::string &path, const std::optional<PublicKey> &key,
+                      SSHAttemptResult result, const std::string &remark) const {
+    SSHAttempt attempt = attemptWithKey(path, key ? key->type : "");
+    attempt.result = result;
+    attempt.remark = remark;
+    noteAttempt(mConnection, std::move(attempt));
 }
 
 void Identities::tryStandardKey(const std::string &name) {
@@ -246,6 +287,7 @@ std::optional<KeyFile> Identities::openedFile(const std::string &path) {
     const KeyFileContent content = readKeyFile(path);
     const auto leaveOut = [&](const std::string &reason) {
         mTranscript.leavingOut(path, reason);
+        note(path, std::nullopt, SSHAttemptResult::Unusable, reason);
         return std::nullopt;
     };
     if (!content.bytes)
@@ -318,6 +360,7 @@ void Identities::tryOffer(KeyFile &file, const Offer &offer) {
         mTranscript.trying(names, isEncrypted);
         const Outcome outcome = sign(file, offer);
         if (!isEncrypted || (outcome != Outcome::CannotRead && outcome != Outcome::CannotSign)) {
+            noteTrial(file, offer, outcome);
             conclude(outcome);
             return;
         }
@@ -325,6 +368,7 @@ void Identities::tryOffer(KeyFile &file, const Offer &offer) {
         file.passphrase = Secret::none();
     }
     file.isGivenUp = true;
+    note(file.path, file.publicKey, SSHAttemptResult::WrongPassphrase);
 }
 
 bool Identities::isWanted(const KeyFile &file, const Offer &offer) {
@@ -334,8 +378,15 @@ bool Identities::isWanted(const KeyFile &file, const Offer &offer) {
     if (outcome == Outcome::CannotSign)
         return true;
     mTranscript.trying({.publicKey = offer.path, .privateKey = file.path}, false);
+    noteTrial(file, offer, outcome);
     conclude(outcome);
     return false;
+}
+
+void Identities::noteTrial(const KeyFile &file, const Offer &offer, Outcome outcome) const {
+    note(offer.certificate ? *offer.path : file.path,
+         offer.publicKey ? offer.publicKey : file.publicKey, resultOf(outcome),
+         outcome == Outcome::CannotRead ? "It is damaged, or of a form that cannot be read." : "");
 }
 
 void Identities::askForPassphrase(KeyFile &file) {
@@ -348,6 +399,7 @@ void Identities::askForPassphrase(KeyFile &file) {
         return;
     mTranscript.noPassphrase();
     file.isGivenUp = true;
+    note(file.path, file.publicKey, SSHAttemptResult::NotGiven);
 }
 
 // --- The agent
@@ -382,6 +434,11 @@ void Identities::tryIdentity(const AgentIdentity &identity) {
     const Outcome outcome = outcomeOf([&](LIBSSH2_SESSION * /*session*/) {
         return libssh2_agent_userauth(mConnection.agent(), mUser, identity.handle);
     });
+    SSHAttempt attempt = identity.attempt;
+    attempt.result = resultOf(outcome);
+    if (outcome == Outcome::CannotRead)
+        attempt.remark = SSHSession_libssh2::_stringForErrorCode(mCode);
+    noteAttempt(mConnection, std::move(attempt));
     if (outcome == Outcome::CannotSign)
         mTranscript.agentDidNotSign();
     else
@@ -459,6 +516,8 @@ void Identities::lookForMore() {
         return;
     mEngine.onSessionQueue(mConnection, nullptr, [&](LIBSSH2_SESSION *session) {
         mConnection.logIn.renewedMethods = fetchMethodList(session, mUser).names;
+        if (mConnection.logIn.renewedMethods)
+            noteMethods(mConnection, *mConnection.logIn.renewedMethods);
         mIsAccepted = libssh2_userauth_authenticated(session) != 0;
         return true;
     });
@@ -471,7 +530,8 @@ void Identities::lookForMore() {
 bool authenticateWithIdentities(Connection &connection, SSHErrorRef *error) {
     Identities identities(connection);
     return identities.tryAll() || fail(error, [&] {
-               return connectionError(connection.engine, identities.transcript().text(), 0);
+               return connectionError(connection.engine, identities.transcript().text(), 0,
+                                      logInCause(connection));
            });
 }
 

@@ -2,6 +2,7 @@
 // user where the session's options say so.
 #include "Session/SSHSession_libssh2.h"
 
+#include "Auth/Attempts.h"
 #include "Auth/Conversation.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
@@ -77,7 +78,7 @@ void converse(const char *name, int nameSize, const char *instruction, int instr
 }
 
 // None when the user declines, or nobody can be asked any more.
-Secret ask(const Connection &connection, const std::string &text, bool isSecret) {
+Secret ask(Connection &connection, const std::string &text, bool isSecret) {
     Secret answer = Secret::none();
     if (connection.isShutDown())
         return answer;
@@ -86,6 +87,7 @@ Secret ask(const Connection &connection, const std::string &text, bool isSecret)
                                                .responseToKeyboardPrompt(text, isSecret);
         answer = Secret::takenFrom(typed);
     });
+    connection.logIn.hasAnswers |= static_cast<bool>(answer);
     return answer;
 }
 
@@ -107,6 +109,19 @@ std::string failureText(LIBSSH2_SESSION *session, SSHEngine::Conversation *conve
     if (libssh2_session_last_errno(session) == LIBSSH2_ERROR_OUT_OF_BOUNDARY)
         conversation->giveUpTooManyPrompts();
     return (conversation->isGivenUp() ? " " : failureText(code)) + conversation->account();
+}
+
+SSHAttempt attemptOn(LIBSSH2_SESSION *session, const SSHEngine::Conversation *conversation,
+                     int code) {
+    SSHAttempt attempt;
+    attempt.method = "keyboard-interactive";
+    SSHEngine::setResult(attempt, session, code);
+    if (conversation && code != 0) {
+        attempt.remark = conversation->account();
+        if (conversation->isGivenUp())
+            attempt.result = SSHAttemptResult::NotGiven;
+    }
+    return attempt;
 }
 
 SSHEngine::Conversation conversationOn(Connection &connection) {
@@ -132,13 +147,15 @@ bool SSHSession_libssh2::_authenticateWithKeyboard(Connection &connection, SSHEr
             session, name, static_cast<unsigned>(std::strlen(name)),
             options().asksServersQuestions ? converse : libssh2_keyboard_callback);
         libssh2_session_set_blocking(session, 1);
+        const std::string account = code == 0 ? "" : failureText(session, logIn.conversation, code);
+        const SSHAttempt attempt = attemptOn(session, logIn.conversation, code);
+        SSHEngine::noteAttempt(connection, attempt);
         logIn.mayHaveFactor = code == LIBSSH2_ERROR_AUTHENTICATION_FAILED;
         return code == 0 || SSHEngine::fail(error, [&] {
                    return SSHEngine::connectionError(
-                       *this,
-                       "SSH could not authenticate using keyboard-interactive." +
-                           failureText(session, logIn.conversation, code),
-                       code);
+                       *this, "SSH could not authenticate using keyboard-interactive." + account,
+                       code,
+                       SSHEngine::causeOfAttempt(attempt, SSHEngine::situationOf(connection)));
                });
     };
     if (!options().asksServersQuestions)

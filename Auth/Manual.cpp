@@ -1,6 +1,7 @@
 // The fifth stage of `start`: the methods that the server offers, in this library's own order.
 #include "Session/SSHSession_libssh2.h"
 
+#include "Auth/Attempts.h"
 #include "Auth/MethodList.h"
 #include "Auth/MethodTranscript.h"
 #include "Session/Connection.h"
@@ -102,6 +103,8 @@ bool Methods::goOnAfterFactor(const Method &method) {
         mEngine.onSessionQueue(mConnection, nullptr, [&](LIBSSH2_SESSION *session) {
             renewed =
                 SSHEngine::fetchMethodList(session, mEngine.user().value_or("").c_str()).names;
+            if (renewed)
+                SSHEngine::noteMethods(mConnection, *renewed);
             isIn = libssh2_userauth_authenticated(session) != 0;
             return true;
         });
@@ -113,6 +116,14 @@ bool Methods::goOnAfterFactor(const Method &method) {
     return false;
 }
 
+SSHErrorCause causeOfLogIn(const SSHEngine::Connection &connection,
+                           const SSHEngine::MethodList &offered) {
+    if (offered.names)
+        return SSHEngine::logInCause(connection);
+    const SSHErrorCause loss = SSHEngine::situationOf(connection).loss;
+    return loss == SSHErrorCause::Unknown ? SSHErrorCause::MethodsUntold : loss;
+}
+
 } // namespace
 
 bool SSHSession_libssh2::_authenticateManually(Connection &connection, SSHErrorRef *error) {
@@ -121,6 +132,8 @@ bool SSHSession_libssh2::_authenticateManually(Connection &connection, SSHErrorR
         offered = SSHEngine::fetchMethodList(
             session,
             SSHEngine::requiredUser(*this, "-[SSHSession_libssh2 _authenticateManually:]"));
+        if (offered.names)
+            SSHEngine::noteMethods(connection, *offered.names);
         return true;
     });
     if (!asked)
@@ -128,16 +141,18 @@ bool SSHSession_libssh2::_authenticateManually(Connection &connection, SSHErrorR
 
     Methods methods(*this, connection, offered.names.value_or(""));
     const bool isIn = methods.tryAll(error != nullptr);
+    const SSHErrorCause cause = isIn ? SSHErrorCause::Unknown : causeOfLogIn(connection, offered);
     connection.logIn = {};
     if (isIn)
         return true;
     return SSHEngine::fail(error, [&] {
         return offered.names
-                   ? connectionError(*this, SSHEngine::methodTranscript(methods.attempts()), 0)
+                   ? connectionError(*this, SSHEngine::methodTranscript(methods.attempts()), 0,
+                                     cause)
                    : connectionError(*this,
                                      "SSH could not authenticate because it could not get a list "
                                      "of the available authentication methods. " +
                                          _stringForErrorCode(offered.error),
-                                     offered.error);
+                                     offered.error, cause);
     });
 }

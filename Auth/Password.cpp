@@ -2,6 +2,7 @@
 // is answered with failure. The user is asked only where the session's options say so.
 #include "Session/SSHSession_libssh2.h"
 
+#include "Auth/Attempts.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
 #include "Session/Question.h"
@@ -42,10 +43,15 @@ bool SSHSession_libssh2::_authenticateWithPassword(Connection &connection, SSHEr
         askForPassword(connection);
     const std::optional<std::string> &given =
         password() ? password() : connection.logIn.password.text();
+    SSHAttempt attempt;
+    attempt.method = "password";
     if (!user() || !given) {
+        attempt.result = SSHAttemptResult::NotGiven;
+        SSHEngine::noteAttempt(connection, attempt);
         if (error)
-            *error =
-                mayAsk ? SSHEngine::connectionError(*this, "No password was given.", 0) : nullptr;
+            *error = mayAsk ? SSHEngine::connectionError(*this, "No password was given.", 0,
+                                                         SSHErrorCause::PasswordMissing)
+                            : nullptr;
         return false;
     }
     return onSessionQueue(connection, error, [&](LIBSSH2_SESSION *session) {
@@ -57,13 +63,16 @@ bool SSHSession_libssh2::_authenticateWithPassword(Connection &connection, SSHEr
         const int code = libssh2_userauth_password_ex(
             session, name, static_cast<unsigned>(std::strlen(name)), secret,
             static_cast<unsigned>(std::strlen(secret)), declineNewPassword);
+        SSHEngine::setResult(attempt, session, code);
+        SSHEngine::noteAttempt(connection, attempt);
         connection.logIn.mayHaveFactor = code == LIBSSH2_ERROR_AUTHENTICATION_FAILED;
         return code == 0 || SSHEngine::fail(error, [&] {
                    return SSHEngine::connectionError(
                        *this,
                        fmt::format("SSH could not authenticate using the ssh user password. ({})",
                                    code),
-                       code);
+                       code,
+                       SSHEngine::causeOfAttempt(attempt, SSHEngine::situationOf(connection)));
                });
     });
 }

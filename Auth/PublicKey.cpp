@@ -2,7 +2,10 @@
 // is written to a transcript, which becomes the failure reason when no key succeeds.
 #include "Session/SSHSession_libssh2.h"
 
+#include "Auth/Attempts.h"
 #include "Auth/Identities.h"
+#include "Auth/KeyFile.h"
+#include "Auth/KeyFileReading.h"
 #include "Auth/KeyTranscript.h"
 #include "Auth/Passphrase.h"
 #include "Platform/Path.h"
@@ -28,6 +31,23 @@ const char *textOrNull(const std::optional<std::string> &text) {
     return text ? text->c_str() : nullptr;
 }
 
+// Why the library could not use the file, which it does not tell.
+void explainUnusable(SSHAttempt &attempt) {
+    const SSHEngine::KeyFileContent content = SSHEngine::readKeyFile(attempt.key);
+    const auto key = SSHEngine::privateKeyIn(content.bytes.view());
+    if (!content.bytes)
+        attempt.remark = content.reason;
+    else if (!key)
+        attempt.remark = "It holds no private key, or one of a form that is not known.";
+    else if (key->isEncrypted)
+        attempt.result = SSHAttemptResult::NotGiven;
+}
+
+std::string keyTypeOf(const std::string &path) {
+    const auto key = SSHEngine::privateKeyIn(SSHEngine::readKeyFile(path).bytes.view());
+    return key && key->publicKey ? key->publicKey->type : "";
+}
+
 // The turns of the keys, one after another, on one connection.
 class KeyTrials {
   public:
@@ -42,10 +62,12 @@ class KeyTrials {
   private:
     bool tryKeyWithPrompt(const KeyFiles &files);
     int tryKey(const KeyFiles &files, const Secret &passphrase);
+    void note(const std::string &path);
 
     SSHSession_libssh2 &mEngine;
     Connection &mConnection;
     KeyTranscript mTranscript;
+    SSHAttempt mTrial; // the last one
 };
 
 // Tried without a public key file, even if one lies beside it: the library derives the public key.
@@ -56,6 +78,8 @@ bool KeyTrials::tryUserSpecifiedKey() {
     if (SSHPlatform::fileExists(*path))
         return tryKeyWithPrompt({.publicKey = std::nullopt, .privateKey = *path});
     mTranscript.userKeyIsMissing(*path);
+    mTrial.result = SSHAttemptResult::Missing;
+    note(*path);
     return false;
 }
 
@@ -79,37 +103,59 @@ bool KeyTrials::tryStandardKey(const std::string &name) {
 // connection itself stays, shut down or not.
 bool KeyTrials::tryKeyWithPrompt(const KeyFiles &files) {
     const int code = tryKey(files, Secret::none());
-    if (code != LIBSSH2_ERROR_PUBLICKEY_UNVERIFIED || !mEngine.holds(mConnection))
+    if (code != LIBSSH2_ERROR_PUBLICKEY_UNVERIFIED || !mEngine.holds(mConnection)) {
+        note(files.privateKey);
         return code == 0;
+    }
+    const SSHAttemptResult first = mTrial.result;
     mTranscript.asking();
     const Secret passphrase = SSHEngine::requestPassphrase(
         mConnection,
         SSHPlatform::deletingPathExtension(SSHPlatform::lastPathComponent(files.privateKey)));
     if (!passphrase) {
         mTranscript.noPassphrase();
+        if (first == SSHAttemptResult::NotSigned)
+            mTrial.result = SSHAttemptResult::NotGiven;
+        note(files.privateKey);
         return false;
     }
     const KeyFiles exact = {.publicKey = standardized(files.publicKey),
                             .privateKey = SSHPlatform::standardizedPath(files.privateKey)};
-    return tryKey(exact, passphrase) == 0;
+    const bool isIn = tryKey(exact, passphrase) == 0;
+    if (mTrial.result == SSHAttemptResult::NotSigned)
+        mTrial.result = SSHAttemptResult::WrongPassphrase;
+    note(files.privateKey);
+    return isIn;
 }
 
 int KeyTrials::tryKey(const KeyFiles &files, const Secret &passphrase) {
     const char *const user =
         SSHEngine::requiredUser(mEngine, "-[SSHSession_libssh2 _authenticateWithPublicKey:]");
     mTranscript.trying(files, static_cast<bool>(passphrase));
+    mTrial = SSHAttempt();
+    mTrial.result = SSHAttemptResult::Ended;
     int code = LIBSSH2_ERROR_SOCKET_DISCONNECT; // when the connection has been torn down
     mEngine.onSessionQueue(mConnection, nullptr, [&](LIBSSH2_SESSION *session) {
         code = libssh2_userauth_publickey_fromfile_ex(
             session, user, static_cast<unsigned>(std::strlen(user)), textOrNull(files.publicKey),
             files.privateKey.c_str(), textOrNull(passphrase.text()));
         SSHEngine::wipeDeadStack();
+        SSHEngine::setResult(mTrial, session, code);
         return code == 0;
     });
     mTranscript.result(code);
     if (code == LIBSSH2_ERROR_PUBLICKEY_UNVERIFIED)
         mConnection.logIn.mayHaveFactor = true;
     return code;
+}
+
+void KeyTrials::note(const std::string &path) {
+    mTrial.method = "publickey";
+    mTrial.key = path;
+    mTrial.keyType = keyTypeOf(path);
+    if (mTrial.result == SSHAttemptResult::Unusable)
+        explainUnusable(mTrial);
+    SSHEngine::noteAttempt(mConnection, mTrial);
 }
 
 } // namespace
@@ -123,6 +169,8 @@ bool SSHSession_libssh2::_authenticateWithPublicKey(Connection &connection, SSHE
     for (const char *name : {"id_dsa", "id_rsa"}) // in this order
         if (trials.tryStandardKey(name))
             return true;
-    return SSHEngine::fail(
-        error, [&] { return SSHEngine::connectionError(*this, trials.transcript().text(), 0); });
+    return SSHEngine::fail(error, [&] {
+        return SSHEngine::connectionError(*this, trials.transcript().text(), 0,
+                                          SSHEngine::logInCause(connection));
+    });
 }

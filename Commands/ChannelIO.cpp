@@ -3,6 +3,7 @@
 
 #include "Platform/Socket.h"
 #include "Platform/Text.h"
+#include "Session/Causes.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
 #include "Session/SSHSession_libssh2.h"
@@ -14,6 +15,7 @@
 #include <chrono>
 #include <utility>
 
+using SSHEngine::Connection;
 using SSHEngine::fail;
 
 namespace {
@@ -28,6 +30,10 @@ SSHPlatform::WaitFor blockedDirections(LIBSSH2_SESSION *session) {
     return static_cast<SSHPlatform::WaitFor>(
         static_cast<unsigned>(libssh2_session_block_directions(session)) &
         static_cast<unsigned>(SSHPlatform::WaitFor::Either));
+}
+
+SSHErrorCause transferCause(const Connection &connection, ssize_t result) {
+    return SSHEngine::causeOfTransfer(static_cast<int>(result), connection);
 }
 
 } // namespace
@@ -49,9 +55,9 @@ bool SSHSession_libssh2::_readFromChannel(Connection &connection, LIBSSH2_CHANNE
         return true;
     }
     return fail(error, [&] {
-        return _errorFromFunction(connection.session(),
-                                  isStderr ? "libssh2_channel_read_stderr" : "libssh2_channel_read",
-                                  static_cast<std::int32_t>(result));
+        return _errorFromFunction(
+            connection.session(), isStderr ? "libssh2_channel_read_stderr" : "libssh2_channel_read",
+            static_cast<std::int32_t>(result), transferCause(connection, result));
     });
 }
 
@@ -78,7 +84,8 @@ bool SSHSession_libssh2::_writeToChannel(Connection &connection, LIBSSH2_CHANNEL
     }
     return fail(error, [&] { // under the name that support staff already look for
         return _errorFromFunction(connection.session(), "libssh2_channel_read_stderr",
-                                  static_cast<std::int32_t>(result));
+                                  static_cast<std::int32_t>(result),
+                                  transferCause(connection, result));
     });
 }
 
@@ -100,7 +107,7 @@ bool ChannelPump::wait(SSHErrorRef *error) {
         return lostConnectionError(
             mConnection.engine,
             fmt::format("Socket error. Error: {} ({}).", SSHPlatform::errnoText(number), number),
-            number);
+            number, causeOfLoss(mConnection));
     });
 }
 

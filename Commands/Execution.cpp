@@ -4,6 +4,7 @@
 #include "Commands/ChannelPump.h"
 #include "Commands/FollowedSudo.h"
 #include "Platform/Text.h"
+#include "Session/Causes.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
 #include "Session/TimeLimit.h"
@@ -13,6 +14,7 @@
 #include <optional>
 #include <string_view>
 
+using SSHEngine::causeOf;
 using SSHEngine::ChannelPump;
 using SSHEngine::Connection;
 using SSHEngine::Ending;
@@ -58,8 +60,11 @@ LIBSSH2_CHANNEL *openChannel(Connection &connection, SSHErrorRef *error) {
     fail(error, [&] {
         return code == LIBSSH2_ERROR_TIMEOUT
                    ? SSHEngine::lostConnectionError(connection.engine,
-                                                    Engine::_stringForErrorCode(code), code)
-                   : Engine::_errorFromFunction(session, "libssh2_channel_open_session", code);
+                                                    Engine::_stringForErrorCode(code), code,
+                                                    SSHErrorCause::ServerUnresponsive)
+                   : Engine::_errorFromFunction(
+                         session, "libssh2_channel_open_session", code,
+                         causeOf(code, connection, SSHErrorCause::SessionRefused));
     });
     return nullptr;
 }
@@ -109,7 +114,12 @@ bool CommandRun::start(SSHErrorRef *error) {
     }
     if (code != 0)
         return fail(error, [&] {
-            return Engine::_errorFromFunction(mConnection.session(), "libssh2_channel_exec", code);
+            const bool isTooLong = code == LIBSSH2_ERROR_INVAL || code == LIBSSH2_ERROR_ZLIB ||
+                                   code == LIBSSH2_ERROR_OUT_OF_BOUNDARY;
+            return Engine::_errorFromFunction(
+                mConnection.session(), "libssh2_channel_exec", code,
+                isTooLong ? SSHErrorCause::CommandTooLong
+                          : causeOf(code, mConnection, SSHErrorCause::CommandRefused));
         });
     mHasInput = !bytesOf(mCommand.stdinData()).empty();
     // Right after the request the library does not know yet that it waits for the server, and the
@@ -140,11 +150,12 @@ bool CommandRun::converseWithSudo(SSHErrorRef *error) {
         if (outcome == SudoConversation::Outcome::Refused ||
             outcome == SudoConversation::Outcome::TimedOut)
             return fail(error, [&] {
-                return SSHEngine::commandError(
-                    outcome == SudoConversation::Outcome::Refused
-                        ? conversation->refusal(mPump.errorOutput->view())
-                        : "Password authentication for sudo timed out.",
-                    0);
+                return outcome == SudoConversation::Outcome::Refused
+                           ? SSHEngine::commandError(
+                                 conversation->refusal(mPump.errorOutput->view()), 0,
+                                 SSHErrorCause::SudoRefused)
+                           : SSHEngine::commandError("Password authentication for sudo timed out.",
+                                                     0, SSHErrorCause::SudoSilent);
             });
     }
 }
@@ -230,7 +241,9 @@ void CommandRun::fillRecord() {
 bool SSHSession_libssh2::_execute(Connection &connection,
                                   const std::shared_ptr<SSHCommand> &command, SSHErrorRef *error) {
     if (!command)
-        return fail(error, [] { return SSHEngine::commandError("There is no command.", 0); });
+        return fail(error, [] {
+            return SSHEngine::commandError("There is no command.", 0, SSHErrorCause::Unknown);
+        });
     connection.noteProgress();
     const SSHEngine::TimeLimit length(connection, Ending::SlowCommand);
     const SSHEngine::TimeLimit silence(connection, Ending::SilentCommand);

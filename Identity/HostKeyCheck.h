@@ -4,6 +4,8 @@
 
 #include "Identity/KnownHostsLines.h"
 
+#include <SSHSession/SSHFacts.h>
+
 #include <libssh2.h>
 
 #include <cstdint>
@@ -28,6 +30,7 @@ struct HostKeyCheck {
     std::string mismatchPath; // of the file with another key of the host
     std::string failure =     // the reason when `checkResult` is a failure
         "Could not check against known_hosts because libssh2_knownhost_checkp failed.";
+    SSHHostKeyFacts facts;
     std::optional<KnownHostKey> key; // where every type of key is known; then it is recorded so
 };
 

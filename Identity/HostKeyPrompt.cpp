@@ -105,6 +105,7 @@ std::string addFailureText(const Connection &connection, const HostKeyCheck &che
 void confirmHostKey(const Connection &connection, HostKeyCheck &check) {
     const std::optional<std::string> &host = connection.engine.host();
     const std::string hostName = SSHPlatform::textOrNull(host);
+    check.facts.wasAsked = SSHPlatform::hasAlertPresenter();
     const AlertAnswer answer =
         SSHPlatform::alertPresenter()->runModal(confirmation(connection, check, hostName));
     if (answer != AlertAnswer::FirstButton || connection.ending() == Ending::Cancelled)
@@ -118,6 +119,7 @@ void confirmHostKey(const Connection &connection, HostKeyCheck &check) {
     require(!check.hostPublicKey.empty(), "hostPublicKey.length > 0", __LINE__);
 
     const auto tellIfFailed = [&](int code) {
+        check.facts.recordFailure = code;
         if (code != 0)
             tell(connection, "Updating the known hosts file failed.",
                  fmt::format("An error {} occurred. The connection will still continue.", code));
@@ -129,6 +131,7 @@ void confirmHostKey(const Connection &connection, HostKeyCheck &check) {
     // The plain host name, whatever the port, so that the key is found again on any port.
     const KnownHost entry = {hostName, check.hostPublicKey, knownHostKeyBits(check.hostKeyType)};
     if (const int code = addToKnownHosts(check, entry)) {
+        check.facts.recordFailure = code;
         tell(connection, "Adding the host fingerprint to the known hosts lists failed.",
              addFailureText(connection, check, code, entry.keyBits));
         return;

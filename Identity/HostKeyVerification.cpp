@@ -8,6 +8,7 @@
 #include "Identity/RecordedKeys.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/KeyType.h"
 #include "Session/Question.h"
 
 using SSHEngine::Connection;
@@ -30,6 +31,8 @@ bool fetchHostKey(LIBSSH2_SESSION *session, HostKeyCheck &check) {
     }
     check.hostPublicKey.assign(key, length);
     check.hostFingerprint = SSHPlatform::base64(check.hostPublicKey);
+    check.facts.type = SSHEngine::keyTypeIn(check.hostPublicKey);
+    check.facts.fingerprint = SSHEngine::hostKeyFingerprint(session);
     return true;
 }
 
@@ -53,7 +56,8 @@ int fetchAndCheck(const Connection &connection, LIBSSH2_SESSION *session, HostKe
                   SSHErrorRef *error) {
     const SSHSession &engine = connection.engine;
     const auto errorIn = [&](const char *function, int code) {
-        return SSHSession_libssh2::_errorFromFunction(session, function, code);
+        return SSHSession_libssh2::_errorFromFunction(session, function, code,
+                                                      SSHErrorCause::HostKeyCheckFailed);
     };
     // Without a host key the caller's error is replaced by the one that every failed check gives.
     if (!fetchHostKey(session, check)) {
@@ -81,6 +85,51 @@ int fetchAndCheck(const Connection &connection, LIBSSH2_SESSION *session, HostKe
     return libssh2_session_last_errno(session);
 }
 
+void noteStanding(const Connection &connection, HostKeyCheck &check) {
+    using enum SSHHostKeyStanding;
+    SSHHostKeyFacts &facts = check.facts;
+    switch (check.checkResult) {
+    case LIBSSH2_KNOWNHOST_CHECK_MATCH:
+        facts.standing = Match;
+        facts.isAccepted = true;
+        break;
+    case LIBSSH2_KNOWNHOST_CHECK_MISMATCH:
+        facts.standing = Changed;
+        break;
+    case LIBSSH2_KNOWNHOST_CHECK_NOTFOUND:
+        facts.standing = Unknown;
+        break;
+    default:
+        facts.standing = facts.standing == Revoked ? Revoked : Failed;
+    }
+    connection.notes->note([&](SSHFacts &noted) { noted.hostKey = facts; });
+}
+
+SSHErrorCause causeOfRefusal(const SSHHostKeyFacts &key) {
+    using enum SSHErrorCause;
+    if (key.standing == SSHHostKeyStanding::Changed)
+        return key.wasAsked ? HostKeyChangedDeclined : HostKeyChangedUnasked;
+    return key.wasAsked ? HostKeyUnknownDeclined : HostKeyUnknownUnasked;
+}
+
+// The user knows what was answered, and the caller's error stays as it was. What is noted says it
+// to whoever asks later.
+void ask(const Connection &connection, HostKeyCheck &check) {
+    SSHEngine::askOnMainThread(connection, [&] { SSHEngine::confirmHostKey(connection, check); });
+    SSHHostKeyFacts &key = check.facts;
+    key.isAccepted = check.checkResult == LIBSSH2_KNOWNHOST_CHECK_MATCH;
+    SSHErrorRef refusal;
+    if (!key.isAccepted && !connection.isShutDown())
+        refusal = SSHSession_libssh2::_errorWithDescription(
+            "The server's host key was not accepted.",
+            key.wasAsked ? "The question was answered with no." : "There is nobody to ask.", 0,
+            causeOfRefusal(key));
+    connection.notes->note([&](SSHFacts &noted) {
+        noted.hostKey = key;
+        noted.error = refusal;
+    });
+}
+
 } // namespace
 
 bool SSHSession_libssh2::_validatedHostFingerprint(Connection &connection, SSHErrorRef *error) {
@@ -93,12 +142,17 @@ bool SSHSession_libssh2::_validatedHostFingerprint(Connection &connection, SSHEr
     });
     if (!checked)
         return false;
+    noteStanding(connection, check);
+    const bool isRevoked = check.facts.standing == SSHHostKeyStanding::Revoked;
 
     if (needsConfirmation(check))
-        SSHEngine::askOnMainThread(connection,
-                                   [&] { SSHEngine::confirmHostKey(connection, check); });
+        ask(connection, check);
     else if (check.checkResult == LIBSSH2_KNOWNHOST_CHECK_FAILURE)
-        fail(error, [&] { return SSHEngine::connectionError(*this, check.failure, lastError); });
+        fail(error, [&] {
+            return SSHEngine::connectionError(*this, check.failure, lastError,
+                                              isRevoked ? SSHErrorCause::HostKeyRevoked
+                                                        : SSHErrorCause::HostKeyCheckFailed);
+        });
 
     mSessionQueue.sync([&] {
         if (check.knownHosts)

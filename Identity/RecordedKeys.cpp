@@ -78,15 +78,6 @@ NamedHost named(const Connection &connection) {
     return named(connection, connection.engine.port());
 }
 
-std::string fingerprint(LIBSSH2_SESSION *session) {
-    constexpr std::size_t size = 32;
-    const char *const hash = libssh2_hostkey_hash(session, LIBSSH2_HOSTKEY_HASH_SHA256);
-    if (!hash)
-        return "unknown";
-    const std::string text = SSHPlatform::base64({hash, size});
-    return "SHA256:" + text.substr(0, text.find('='));
-}
-
 struct Finding {
     KeyStanding standing = KeyStanding::Unknown;
     std::string path; // of the file that says so
@@ -124,6 +115,15 @@ std::string keyTypeOf(const std::string &algorithm) {
 
 } // namespace
 
+std::string hostKeyFingerprint(LIBSSH2_SESSION *session) {
+    constexpr std::size_t size = 32;
+    const char *const hash = libssh2_hostkey_hash(session, LIBSSH2_HOSTKEY_HASH_SHA256);
+    if (!hash)
+        return "unknown";
+    const std::string text = SSHPlatform::base64({hash, size});
+    return "SHA256:" + text.substr(0, text.find('='));
+}
+
 void preferRecordedKeyTypes(const Connection &connection) {
     const Files files = readFiles(knownHostsPath()).first;
     std::set<std::string> types = recordedTypes(files, named(connection));
@@ -141,7 +141,8 @@ void preferRecordedKeyTypes(const Connection &connection) {
 }
 
 int checkRecordedKeys(const Connection &connection, LIBSSH2_SESSION *session, HostKeyCheck &check) {
-    check.key = {keyTypeIn(check.hostPublicKey), check.hostFingerprint, fingerprint(session)};
+    check.key = {keyTypeIn(check.hostPublicKey), check.hostFingerprint,
+                 hostKeyFingerprint(session)};
     const auto [files, failure] = readFiles(check.knownHostsPath);
     Finding finding = lookUp(files, connection, *check.key);
     if (failure != 0) {
@@ -166,6 +167,7 @@ int checkRecordedKeys(const Connection &connection, LIBSSH2_SESSION *session, Ho
         break;
     }
     check.checkResult = LIBSSH2_KNOWNHOST_CHECK_FAILURE;
+    check.facts.standing = SSHHostKeyStanding::Revoked;
     check.failure = fmt::format("The server's host key ({}) is marked as revoked in {}.",
                                 check.key->fingerprint, finding.path);
     return LIBSSH2_ERROR_KNOWN_HOSTS;

@@ -29,13 +29,20 @@ class Attempts {
 
     const std::vector<int> &sockets() const { return mSockets; }
     bool empty() const { return mSockets.empty(); }
-    void add(int socket) { mSockets.push_back(socket); }
+    void add(int socket, std::size_t address) {
+        mSockets.push_back(socket);
+        mAddresses.push_back(address);
+    }
+    std::size_t addressOf(int position) const {
+        return mAddresses[static_cast<std::size_t>(position)];
+    }
 
     // Answers the socket at this position where it is connected. Else it is closed, and the answer
     // is -1 with errno.
     int take(int position) {
         const int socket = mSockets[static_cast<std::size_t>(position)];
         mSockets.erase(mSockets.begin() + position);
+        mAddresses.erase(mAddresses.begin() + position);
         int number = 0;
         socklen_t size = sizeof number;
         if (::getsockopt(socket, SOL_SOCKET, SO_ERROR, &number, &size) == 0 && number == 0)
@@ -47,7 +54,17 @@ class Attempts {
 
   private:
     std::vector<int> mSockets;
+    std::vector<std::size_t> mAddresses; // of each, by their place in the list
 };
+
+void note(const Connection &connection, std::size_t address, int failure) {
+    connection.notes->note([&](SSHFacts &facts) {
+        if (address >= facts.addresses.size())
+            return;
+        facts.addresses[address].error = failure;
+        facts.addresses[address].isConnected = failure == 0;
+    });
+}
 
 } // namespace
 
@@ -59,18 +76,20 @@ int connectToFirst(const Connection &connection, const std::vector<Address> &add
     Clock::time_point now = Clock::now();
     const Clock::time_point deadline = now + limit;
     Clock::time_point turn = now; // of the next
-    const auto fails = [&] {
+    const auto fails = [&](std::size_t address) {
+        note(connection, address, errno);
         failure = moreTelling(failure, errno);
         turn = now;
     };
     for (; next != addresses.end() || !attempts.empty(); now = Clock::now()) {
         if (next != addresses.end() && now >= turn) {
+            const auto address = static_cast<std::size_t>(next - addresses.begin());
             const int socket = begin(*next++);
             if (socket < 0) {
-                fails();
+                fails(address);
                 continue;
             }
-            attempts.add(socket);
+            attempts.add(socket, address);
             turn = now + betweenAttempts;
         }
         const Clock::time_point until =
@@ -78,10 +97,14 @@ int connectToFirst(const Connection &connection, const std::vector<Address> &add
         const int ready = connection.waitForAny(
             attempts.sockets(), std::chrono::ceil<std::chrono::milliseconds>(until - now));
         if (ready >= 0) {
+            const std::size_t address = attempts.addressOf(ready);
             const int socket = attempts.take(ready);
-            if (socket >= 0)
-                return socket;
-            fails();
+            if (socket < 0) {
+                fails(address);
+                continue;
+            }
+            note(connection, address, 0);
+            return socket;
         } else if (errno != ETIMEDOUT || until == deadline) {
             return -1;
         }

@@ -1,6 +1,9 @@
 #include "Session/Addresses.h"
 
+#include <netdb.h>
+
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 
@@ -28,6 +31,12 @@ int weight(int number) {
 
 Address::Address(const sockaddr *first, std::size_t length) : size(static_cast<socklen_t>(length)) {
     std::memcpy(&value, first, std::min(length, sizeof value));
+}
+
+std::string Address::text() const {
+    std::array<char, NI_MAXHOST> name{};
+    ::getnameinfo(get(), size, name.data(), name.size(), nullptr, 0, NI_NUMERICHOST);
+    return name.data();
 }
 
 bool Address::operator==(const Address &other) const {

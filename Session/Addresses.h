@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 
 #include <cstddef>
+#include <string>
 #include <vector>
 
 namespace SSHEngine {
@@ -16,6 +17,7 @@ struct Address {
 
     int family() const { return value.ss_family; }
     const sockaddr *get() const { return reinterpret_cast<const sockaddr *>(&value); }
+    std::string text() const; // in numbers, without the port
     bool operator==(const Address &other) const;
 
     sockaddr_storage value{};

@@ -157,7 +157,7 @@ ssize_t Connection::sendToServer(std::string_view bytes, int flags) {
     const ssize_t sent =
         hasUnsent() || mSendFailure != 0 ? -EAGAIN : sendSome(mSocket, bytes, flags);
     if (sent < 0 && sent != -EAGAIN)
-        mSendFailure = static_cast<int>(-sent);
+        noteFailure(mSendFailure = static_cast<int>(-sent));
     mUnsent.append(bytes.substr(sent < 0 ? 0 : static_cast<std::size_t>(sent)));
     if (libssh2_session_get_blocking(mSession) != 0)
         sendAllUnsent();
@@ -173,7 +173,7 @@ void Connection::sendUnsent() {
         if (sent == -EAGAIN)
             return;
         if (sent < 0)
-            mSendFailure = static_cast<int>(-sent);
+            noteFailure(mSendFailure = static_cast<int>(-sent));
         else
             mUnsent.removeFromFront(static_cast<std::size_t>(sent));
     }
@@ -194,20 +194,46 @@ ssize_t Connection::receiveFromServer(void *bytes, std::size_t count, int flags)
     const ssize_t received = receiveSome(mSocket, bytes, count, flags);
     const std::chrono::milliseconds time = patience();
     if (received != -EAGAIN || time.count() == 0 || wait(WaitFor::Reading, time) <= 0)
-        return this->received(received);
-    return this->received(receiveSome(mSocket, bytes, count, flags));
+        return this->received(bytes, received);
+    return this->received(bytes, receiveSome(mSocket, bytes, count, flags));
 }
 
-ssize_t Connection::received(ssize_t count) {
-    if (count <= 0)
+ssize_t Connection::received(const void *bytes, ssize_t count) {
+    if (count <= 0) {
+        if (count != -EAGAIN)
+            noteFailure(static_cast<int>(-count));
         return count;
+    }
     watch.noteSign();
+    if (mHello)
+        hear({static_cast<const char *>(bytes), static_cast<std::size_t>(count)});
     mUselessBytes += static_cast<std::size_t>(count);
     const bool isOpening = !hasServersVersion();
     if (mUselessBytes <= (isOpening ? longestOpening : mostUselessBytes))
         return count;
     shutDown(isOpening ? Ending::NoVersion : Ending::Flooded);
     return -ECONNABORTED;
+}
+
+void Connection::hear(std::string_view bytes) {
+    if (mHello->take(bytes))
+        notes->note([&](SSHFacts &facts) {
+            const bool hasHungUp = facts.server.hasHungUp;
+            facts.server = mHello->facts();
+            facts.server.hasHungUp = hasHungUp;
+        });
+    if (mHello->isOver())
+        mHello.reset();
+}
+
+// 0 is the end of what comes, in good order. What this side has shut down says nothing.
+void Connection::noteFailure(int number) {
+    if (isShutDown())
+        return;
+    int none = 0;
+    mFailure.compare_exchange_strong(none, number);
+    if ((number == 0 || number == ECONNRESET || number == EPIPE) && !mHasHungUp.exchange(true))
+        notes->note([](SSHFacts &facts) { facts.server.hasHungUp = true; });
 }
 
 bool Connection::hasServersVersion() const {

@@ -15,6 +15,7 @@
 #include "Platform/Wakeup.h"
 #include "Session/AgentReplies.h"
 #include "Session/Notes.h"
+#include "Session/ServerHello.h"
 #include "Session/UserTime.h"
 #include "Session/Watch.h"
 
@@ -64,14 +65,17 @@ struct LogIn {
     // Typed by the user; gone when the log-in has ended.
     SSHPlatform::Secret password = SSHPlatform::Secret::none();
     bool refusedPassword = false; // by the user
-    bool isPasswordSent = false;
-    bool hasEnded = false; // the connection, by the server: there is nothing to ask for
+    bool hasAnswers = false;      // of the user's, to the server's questions
+    bool hasEnded = false;        // the connection, by the server: there is nothing to ask for
     // Whether the server may have taken what the method had to offer, as one factor of several: the
     // library does not tell this from a refusal.
     bool mayHaveFactor = false;
     // The methods that the server has named since.
     std::optional<std::string> renewedMethods;
+    std::string namedMethods;             // by the server, at last, and
+    std::size_t attemptsBefore = 0;       // how many were noted by then
     Conversation *conversation = nullptr; // while the server may ask questions
+    bool isPasswordSent = false;          // the one that was given, by the method of that name
 };
 
 class Connection {
@@ -107,6 +111,7 @@ class Connection {
 
     // What the server has shown at log-in that the observers know. Thread of `start`.
     std::string toldBanners;
+    std::ptrdiff_t toldAttempts = 0;
 
     // Takes over what socket(2) has answered. 0 means none; a failed call leaves -1.
     void adoptSocket(int descriptor) noexcept;
@@ -144,8 +149,20 @@ class Connection {
     bool hasUnsent() const noexcept { return !mUnsent.empty(); }
 
     Watch watch{*this};
-    // The delegate knows of the end already, by the server's own words. Session queue only.
+    // Whether the delegate is told when the server ends the connection in its own words; and
+    // whether it was, so that it knows of the end already. Session queue only.
+    bool tellsDisconnect = false;
     bool isEndTold = false;
+
+    // The server has ended the connection in its own words.
+    std::atomic<bool> isDisconnected = false;
+    // Whether the connection has ended without this side's doing, and errno of the first transfer
+    // that failed, 0 for none. Any thread.
+    bool hasHungUp() const noexcept { return mHasHungUp; }
+    int failure() const noexcept { return mFailure; }
+
+    // Nothing that comes from here on is in the clear. Session queue only.
+    void endHello() noexcept { mHello.reset(); }
 
     // What has been received so far was of use: the count that limits a server's chatter begins
     // anew, and so does a silence. Session queue only.
@@ -195,7 +212,9 @@ class Connection {
     std::chrono::milliseconds patience() const; // of a read that finds nothing
     void sendUnsent();
     void sendAllUnsent();
-    ssize_t received(ssize_t count);
+    ssize_t received(const void *bytes, ssize_t count);
+    void hear(std::string_view bytes);
+    void noteFailure(int number);
     bool hasServersVersion() const;
 
     const SSHPlatform::Wakeup mWakeup;
@@ -212,6 +231,9 @@ class Connection {
     bool mReadsArePatient = false;
     std::size_t mUselessBytes = 0; // since the last progress
     std::atomic<std::chrono::steady_clock::time_point> mLastProgress{};
+    std::optional<ServerHello> mHello{std::in_place};
+    std::atomic<bool> mHasHungUp = false;
+    std::atomic<int> mFailure = 0;
     int mQuestions = 0; // that the server has asked
     mutable UserTime mUserTime;
 };

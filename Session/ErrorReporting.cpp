@@ -2,6 +2,7 @@
 
 #include "Platform/Assertion.h"
 #include "Platform/Text.h"
+#include "Session/Causes.h"
 #include "Session/Connection.h"
 #include "Session/SSHSession_libssh2.h"
 #include "Session/TimeLimit.h"
@@ -157,24 +158,28 @@ SSHErrorRef notConnectedError() {
 
 SSHErrorRef endedStartError(const Connection &connection) {
     const SSHSession &session = connection.engine;
-    if (connection.ending() == Ending::Cancelled)
+    const Ending ending = connection.ending();
+    const SSHErrorCause cause = causeOfEnding(ending);
+    if (ending == Ending::Cancelled)
         return connectionError(session, "The session was cancelled while it was connecting.",
-                               ECANCELED);
-    if (const std::optional<Blame> blame = blameOf(connection.ending()))
-        return connectionError(session, blame->reason, blame->code);
+                               ECANCELED, cause);
+    if (const std::optional<Blame> blame = blameOf(ending))
+        return connectionError(session, blame->reason, blame->code, cause);
     if (const std::optional<std::string> reason = passedLimit(connection))
-        return connectionError(session, *reason, ETIMEDOUT);
-    return connectionError(session, "The session was stopped while it was connecting.", 0);
+        return connectionError(session, *reason, ETIMEDOUT, cause);
+    return connectionError(session, "The session was stopped while it was connecting.", 0,
+                           SSHErrorCause::Stopped);
 }
 
 SSHErrorRef endedCommandError(const Connection &connection) {
+    const SSHErrorCause cause = causeOfEnding(connection.ending());
     if (connection.ending() == Ending::Cancelled)
         return commandError("The command was cancelled. It may still be running on the server.",
-                            ECANCELED);
+                            ECANCELED, cause);
     if (const std::optional<Blame> blame = blameOf(connection.ending()))
-        return lostConnectionError(connection.engine, blame->reason, blame->code);
+        return lostConnectionError(connection.engine, blame->reason, blame->code, cause);
     if (const std::optional<std::string> reason = passedLimit(connection))
-        return commandError(*reason + " It may still be running on the server.", ETIMEDOUT);
+        return commandError(*reason + " It may still be running on the server.", ETIMEDOUT, cause);
     return notConnectedError();
 }
 

@@ -15,15 +15,14 @@ class Connection;
 
 // For a stage of `start`.
 SSHErrorRef connectionError(const SSHSession &session, const std::optional<std::string> &reason,
-                            std::int32_t code, SSHErrorCause cause = SSHErrorCause::Unknown);
+                            std::int32_t code, SSHErrorCause cause);
 
 // For a connection that was lost later.
 SSHErrorRef lostConnectionError(const SSHSession &session, const std::optional<std::string> &reason,
-                                std::int32_t code, SSHErrorCause cause = SSHErrorCause::Unknown);
+                                std::int32_t code, SSHErrorCause cause);
 
 // For a command.
-SSHErrorRef commandError(const std::string &reason, std::int32_t code,
-                         SSHErrorCause cause = SSHErrorCause::Unknown);
+SSHErrorRef commandError(const std::string &reason, std::int32_t code, SSHErrorCause cause);
 SSHErrorRef notConnectedError();
 
 // For a `start` or a command whose connection has been shut down, or replaced, under it.

@@ -3,9 +3,12 @@
 
 #include "Identity/RecordedKeys.h"
 #include "Platform/Text.h"
+#include "Session/Causes.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/LibraryAlgorithms.h"
 #include "Session/LibraryCallback.h"
+#include "Session/Negotiation.h"
 
 #include <cerrno>
 #include <string>
@@ -27,42 +30,119 @@ void add(SSHError::UserInfo &userInfo, const std::string &key, const char *text,
         userInfo[key] = SSHPlatform::decodedUTF8({text, static_cast<std::size_t>(length)});
 }
 
+void noteDisconnect(Connection &connection, int reason, const char *message, int length) {
+    connection.isDisconnected = true;
+    SSHDisconnectFacts said;
+    said.code = reason;
+    if (message && length > 0)
+        said.message = SSHPlatform::decodedUTF8({message, static_cast<std::size_t>(length)});
+    connection.notes->note([&](SSHFacts &facts) { facts.disconnect = std::move(said); });
+}
+
 // The library calls this in the middle of whichever call reads the server's message. It only tells:
 // that call then fails by itself, and its caller tears the connection down.
 void libssh2_disconnect_callback(LIBSSH2_SESSION * /*session*/, int reason, const char *message,
                                  int messageLength, const char *language, int languageLength,
                                  void **abstract) {
     constexpr int byApplication = 11; // in good order; RFC 4253, section 11.1
+    Connection &connection = Connection::of(abstract);
+    noteDisconnect(connection, reason, message, messageLength);
+    if (!connection.tellsDisconnect)
+        return;
     SSHErrorRef error;
     if (reason != byApplication) {
         SSHError::UserInfo userInfo;
         add(userInfo, SSHError::NSLocalizedDescriptionKey, message, messageLength);
         add(userInfo, SSHError::languageKey, language, languageLength);
-        error = std::make_shared<SSHError>(SSHError::disconnectDomain, reason, std::move(userInfo));
+        error = std::make_shared<SSHError>(SSHError::disconnectDomain, reason, std::move(userInfo),
+                                           SSHErrorCause::DisconnectedByServer);
     }
-    Connection &connection = Connection::of(abstract);
     connection.isEndTold = true;
     connection.engine.didDisconnect(error);
 }
 
+void noteKnown(const Connection &connection) {
+    const auto known = [&](int method) {
+        return SSHEngine::libraryAlgorithms(connection.session(), method);
+    };
+    SSHAlgorithms all = {.keyExchange = known(LIBSSH2_METHOD_KEX),
+                         .hostKey = known(LIBSSH2_METHOD_HOSTKEY),
+                         .cipherToServer = known(LIBSSH2_METHOD_CRYPT_CS),
+                         .cipherToClient = {},
+                         .macToServer = known(LIBSSH2_METHOD_MAC_CS),
+                         .macToClient = {},
+                         .compressionToServer = known(LIBSSH2_METHOD_COMP_CS),
+                         .compressionToClient = {}};
+    all.cipherToClient = all.cipherToServer; // it tells no difference
+    all.macToClient = all.macToServer;
+    all.compressionToClient = all.compressionToServer;
+    connection.notes->note([&](SSHFacts &facts) { facts.known = std::move(all); });
+}
+
+void noteAgreed(const Connection &connection) {
+    const auto agreed = [&](int method) -> std::vector<std::string> {
+        const char *const name = libssh2_session_methods(connection.session(), method);
+        return name ? std::vector<std::string>{name} : std::vector<std::string>();
+    };
+    SSHAlgorithms all = {.keyExchange = agreed(LIBSSH2_METHOD_KEX),
+                         .hostKey = agreed(LIBSSH2_METHOD_HOSTKEY),
+                         .cipherToServer = agreed(LIBSSH2_METHOD_CRYPT_CS),
+                         .cipherToClient = agreed(LIBSSH2_METHOD_CRYPT_SC),
+                         .macToServer = agreed(LIBSSH2_METHOD_MAC_CS),
+                         .macToClient = agreed(LIBSSH2_METHOD_MAC_SC),
+                         .compressionToServer = agreed(LIBSSH2_METHOD_COMP_CS),
+                         .compressionToClient = agreed(LIBSSH2_METHOD_COMP_SC)};
+    connection.notes->note([&](SSHFacts &facts) { facts.server.agreed = std::move(all); });
+}
+
+// A server that closes its end before it has sent its whole version counts as one that hung up.
+SSHErrorCause causeOfFailure(const Connection &connection, int code) {
+    const SSHFacts facts = connection.notes->facts();
+    const SSHServerFacts &server = facts.server;
+    const SSHErrorCause connecting = SSHEngine::causeOfConnecting(connection.failure());
+    if (!server.hasSpoken && connecting != SSHErrorCause::Unknown) {
+        connection.notes->note([&](SSHFacts &noted) {
+            for (SSHAddressFacts &address : noted.addresses)
+                if (std::exchange(address.isConnected, false) || noted.addresses.size() == 1)
+                    address.error = connection.failure();
+        });
+        return connecting;
+    }
+    if (code == LIBSSH2_ERROR_ALLOC)
+        return SSHErrorCause::NoMemory;
+    if (server.version.empty()) {
+        if (!server.linesBefore.empty() && !server.linesBefore.starts_with("SSH-"))
+            return SSHErrorCause::NotSSH;
+        return connection.hasHungUp() ? SSHErrorCause::ClosedEarly : SSHErrorCause::HandshakeFailed;
+    }
+    if (server.offer)
+        if (const auto missing = SSHEngine::nothingInCommon(facts.known, *server.offer))
+            return *missing;
+    return SSHEngine::causeOf(code, connection, SSHErrorCause::HandshakeFailed);
+}
+
 bool openSession(Connection &connection, SSHErrorRef *error) {
-    const auto failWith = [&](const std::string &reason, int code) {
-        return fail(error, [&] { return connectionError(connection.engine, reason, code); });
+    const auto failWith = [&](const std::string &reason, int code, SSHErrorCause cause) {
+        return fail(error, [&] { return connectionError(connection.engine, reason, code, cause); });
     };
     LIBSSH2_SESSION *const session = connection.openSession();
     if (!session)
-        return failWith("Could not create an SSH session.", errno);
+        return failWith("Could not create an SSH session.", errno, SSHErrorCause::NoMemory);
     libssh2_session_flag(session, LIBSSH2_FLAG_COMPRESS, 1);
+    SSHEngine::setLibraryCallback(session, LIBSSH2_CALLBACK_DISCONNECT,
+                                  libssh2_disconnect_callback);
     if (connection.engine.options().knowsEveryHostKeyType)
         SSHEngine::preferRecordedKeyTypes(connection);
+    noteKnown(connection);
     if (const int code = libssh2_session_handshake(session, connection.socket()))
         return failWith("Could not complete the handshake. " +
                             SSHSession_libssh2::_stringForErrorCode(code),
-                        code);
+                        code, causeOfFailure(connection, code));
 
     // Only now: a disconnect during the handshake is a failed start, not a lost connection.
-    SSHEngine::setLibraryCallback(session, LIBSSH2_CALLBACK_DISCONNECT,
-                                  libssh2_disconnect_callback);
+    connection.tellsDisconnect = true;
+    connection.endHello();
+    noteAgreed(connection);
     libssh2_session_set_blocking(session, 1);
     if (!connection.engine.options().watchesConnection) {
         libssh2_keepalive_config(session, 0, keepAliveSeconds);

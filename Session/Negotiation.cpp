@@ -28,7 +28,7 @@ bool needsMAC(std::string_view cipher) {
 std::optional<SSHErrorCause> nothingInCommon(const SSHAlgorithms &client,
                                              const SSHAlgorithms &server) {
     const auto lacks = [&](Names SSHAlgorithms::*kind) {
-        return common(client.*kind, server.*kind).empty();
+        return !(client.*kind).empty() && common(client.*kind, server.*kind).empty();
     };
     const auto lacksMAC = [&](Names SSHAlgorithms::*cipher, Names SSHAlgorithms::*mac) {
         return lacks(mac) && needsMAC(common(client.*cipher, server.*cipher));

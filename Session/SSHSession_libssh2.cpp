@@ -36,13 +36,17 @@ void setUpLibraryOnce() {
     static_cast<void>(result);
 }
 
+// That there are none is no failure: the library's last one stays what it was.
 std::string bannersOf(LIBSSH2_SESSION *session) {
     char *text = nullptr;
+    const int code = libssh2_session_last_error(session, &text, nullptr, 0);
+    const std::string message = text ? text : "";
+    text = nullptr;
 #if LIBSSH2_VERSION_NUM >= 0x010b00
     libssh2_userauth_banner(session, &text);
 #endif
-    if (!text) // which is no failure
-        libssh2_session_set_last_error(session, LIBSSH2_ERROR_NONE, "");
+    if (!text)
+        libssh2_session_set_last_error(session, code, message.c_str());
     return text ? text : std::string();
 }
 
@@ -159,13 +163,25 @@ bool SSHSession_libssh2::runStages(Connection &connection, SSHErrorRef *error) {
            run(HostKey, &Engine::_validatedHostFingerprint) && logsIn();
 }
 
+void SSHSession_libssh2::tellAttempts(Connection &connection) {
+    std::vector<SSHAttempt> untold;
+    connection.notes->note([&](const SSHFacts &facts) {
+        untold.assign(facts.attempts.begin() + connection.toldAttempts, facts.attempts.end());
+    });
+    connection.toldAttempts += static_cast<std::ptrdiff_t>(untold.size());
+    for (const SSHAttempt &attempt : untold)
+        didTryMethod(attempt);
+}
+
 // Whether the log-in has succeeded, or was torn down, does not matter: a text may say why. This
 // project's own build of the library adds a text to those before, others put it in their place.
 void SSHSession_libssh2::_tellNews(Connection &connection) {
-    if (!options().tellsBanners)
-        return;
+    tellAttempts(connection);
     std::string all;
     mSessionQueue.sync([&] { all = bannersOf(connection.session()); });
+    connection.notes->note([&](SSHFacts &facts) { facts.banner = SSHPlatform::decodedUTF8(all); });
+    if (!options().tellsBanners)
+        return;
     const std::string told = std::exchange(connection.toldBanners, all);
     if (all != told)
         didReceiveBanner(

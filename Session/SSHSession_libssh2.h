@@ -150,6 +150,7 @@ class SSHSession_libssh2 : public SSHSession {
     bool makeConnected(const ConnectionRef &connection, SSHErrorRef *error);
     bool runStages(Connection &connection, SSHErrorRef *error);
     bool becomeConnected(const ConnectionRef &connection);
+    void tellAttempts(Connection &connection);
     void listen();
     ConnectionRef shutDownUnlessUsed();
     // Counts a command on the connection that the engine holds, and no more on `before`. Either may

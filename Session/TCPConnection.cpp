@@ -6,6 +6,7 @@
 #include "Platform/Text.h"
 #include "Platform/Wakeup.h"
 #include "Session/AddressRace.h"
+#include "Session/Causes.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
 #include "Session/TimeLimit.h"
@@ -148,6 +149,23 @@ int beginAttempt(const Address &peer) {
     return -1;
 }
 
+void noteFound(const Connection &connection, const Found &found,
+               const std::vector<Address> &addresses) {
+    connection.notes->note([&](SSHFacts &facts) {
+        facts.lookUpCode = found.code;
+        for (const Address &address : addresses)
+            facts.addresses.push_back({.address = address.text()});
+    });
+}
+
+// A socket that is ready may have been refused as well, which the handshake meets.
+void noteIfConnected(const Connection &connection) {
+    sockaddr_storage peer{};
+    socklen_t size = sizeof peer;
+    if (::getpeername(connection.socket(), reinterpret_cast<sockaddr *>(&peer), &size) == 0)
+        connection.notes->note([](SSHFacts &facts) { facts.addresses.front().isConnected = true; });
+}
+
 void makeBlocking(int descriptor) {
     ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) & ~O_NONBLOCK);
 }
@@ -155,31 +173,37 @@ void makeBlocking(int descriptor) {
 } // namespace
 
 bool SSHSession_libssh2::_createSocket(Connection &connection, SSHErrorRef *error) {
-    const auto failWith = [&](const std::string &reason, int number) {
-        return fail(error, [&] { return connectionError(*this, reason, number); });
+    using enum SSHErrorCause;
+    const auto failWith = [&](const std::string &reason, int number, SSHErrorCause cause) {
+        return fail(error, [&] { return connectionError(*this, reason, number, cause); });
     };
-    const auto failNumbered = [&](const char *sentence) {
-        const int number = errno;
+    const auto failNumbered = [&](const char *sentence, int number, SSHErrorCause cause) {
         return failWith(
             fmt::format("{} Error: {} ({}).", sentence, SSHPlatform::errnoText(number), number),
-            number);
+            number, cause);
+    };
+    const auto failConnecting = [&](int number) {
+        return failNumbered("Could not connect to the remote host.", number,
+                            SSHEngine::causeOfConnecting(number));
     };
 
     const std::optional<Found> found = lookUpFor(connection);
     if (!found)
         return fail(error, [&] { return endedStartError(connection); });
+    const std::vector<Address> addresses =
+        options().triesEveryAddress ? inTurn(found->addresses) : found->addresses;
+    noteFound(connection, *found, addresses);
     if (found->code != 0)
         return failWith(fmt::format("Could not look up the host. Error: {} ({}).",
                                     ::gai_strerror(found->code), found->code),
-                        found->number);
-
+                        found->number, SSHEngine::causeOfLookUp(found->code));
     const std::chrono::milliseconds limit = SSHEngine::timeLimit(options().connectTimeout);
     if (options().triesEveryAddress) {
-        const int connected =
-            SSHEngine::connectToFirst(connection, inTurn(found->addresses), limit, beginAttempt);
+        const int connected = SSHEngine::connectToFirst(connection, addresses, limit, beginAttempt);
         if (connected < 0)
-            return errno == ETIMEDOUT ? failWith("The connection timed out.", ETIMEDOUT)
-                                      : failNumbered("Could not connect to the remote host.");
+            return errno == ETIMEDOUT
+                       ? failWith("The connection timed out.", ETIMEDOUT, ConnectTimedOut)
+                       : failConnecting(errno);
         makeBlocking(connected);
         connection.adoptSocket(connected);
         return true;
@@ -188,19 +212,20 @@ bool SSHSession_libssh2::_createSocket(Connection &connection, SSHErrorRef *erro
     const int descriptor = SSHPlatform::openSocket(AF_INET);
     connection.adoptSocket(descriptor);
     if (descriptor == -1)
-        return failNumbered("Could not create a socket.");
+        return failNumbered("Could not create a socket.", errno, NoSocket);
     tune(descriptor);
 
     // Whatever made connect answer -1, a refusal included, the socket becomes ready; a refused
     // connection is reported by the handshake, which meets it next.
-    const int result = beginConnecting(descriptor, found->addresses.front());
+    const int result = beginConnecting(descriptor, addresses.front());
     if (result != -1 && errno != EAGAIN)
-        return failNumbered("Could not connect to the remote host.");
+        return failConnecting(errno);
     const int ready = connection.wait(WaitFor::Either, limit);
     if (ready < 0)
-        return failNumbered("Could not connect to the remote host.");
+        return failConnecting(errno);
     if (ready == 0)
-        return failWith("The connection timed out.", errno);
+        return failWith("The connection timed out.", errno, ConnectTimedOut);
+    noteIfConnected(connection);
     makeBlocking(descriptor);
     return true;
 }

@@ -1,5 +1,6 @@
 #include "Session/Watch.h"
 
+#include "Session/Causes.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
 #include "Session/SSHSession_libssh2.h"
@@ -52,7 +53,8 @@ bool Watch::listen(SSHErrorRef *error) {
         return fail(error, [&] { return endedCommandError(mConnection); });
     return code == 0 || fail(error, [&] {
                return lostConnectionError(mConnection.engine,
-                                          "The connection ended while the session was idle.", code);
+                                          "The connection ended while the session was idle.", code,
+                                          causeOfLoss(mConnection));
            });
 }
 

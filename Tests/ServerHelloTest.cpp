@@ -80,7 +80,7 @@ TEST(ServerHelloTest, WhatIsMissingIsNamed) {
     for (const auto &[change, expected] : std::vector<std::pair<Change, SSHErrorCause>>{
              {[](SSHAlgorithms &) {}, Unknown},
              {[](SSHAlgorithms &its) { its.keyExchange = {"x"}; }, NoCommonKeyExchange},
-             {[](SSHAlgorithms &its) { its.hostKey = {}; }, NoCommonHostKey},
+             {[](SSHAlgorithms &its) { its.hostKey = {"x"}; }, NoCommonHostKey},
              {[](SSHAlgorithms &its) { its.cipherToClient = {"x"}; }, NoCommonCipher},
              {[](SSHAlgorithms &its) { its.macToServer = {"x"}; }, NoCommonMAC},
              {[](SSHAlgorithms &its) {
