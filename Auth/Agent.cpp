@@ -2,6 +2,7 @@
 #include "Auth/Agent.h"
 
 #include "Auth/Attempts.h"
+#include "Auth/AgentList.h"
 #include "Auth/KeyTranscript.h"
 #include "Session/Causes.h"
 #include "Session/Connection.h"
@@ -9,9 +10,6 @@
 #include "Session/KeyType.h"
 #include "Session/SSHSession_libssh2.h"
 
-#include <fcntl.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -29,16 +27,12 @@ using SSHEngine::requiredUser;
 namespace {
 
 // Answers errno, 0 for success.
-int tryToConnect(const sockaddr_un &address) {
-    const int probe = SSHPlatform::openSocket(AF_UNIX);
+int tryToConnect(const char *path) {
+    const int probe = SSHEngine::openAgentSocket(path);
     if (probe < 0)
         return errno;
-    ::fcntl(probe, F_SETFL, O_NONBLOCK); // an agent that takes nobody in would be waited for
-    const int result = ::connect(probe, reinterpret_cast<const sockaddr *>(&address),
-                                 static_cast<socklen_t>(sizeof address));
-    const int number = result == 0 ? 0 : errno;
     ::close(probe);
-    return number;
+    return 0;
 }
 
 // Whether nobody listens on the socket that SSH_AUTH_SOCK names, or takes in nobody for two
@@ -46,18 +40,13 @@ int tryToConnect(const sockaddr_un &address) {
 // what other threads have opened meanwhile. Of a missing variable it says so by itself.
 bool agentHasGone(const Connection &connection) {
     const char *const path = std::getenv("SSH_AUTH_SOCK");
-    sockaddr_un address{};
     if (!path)
         return false;
-    if (std::strlen(path) >= sizeof address.sun_path)
-        return true;
-    address.sun_family = AF_UNIX;
-    std::memcpy(static_cast<void *>(address.sun_path), path, std::strlen(path) + 1);
     constexpr int attempts = 100;
     constexpr std::chrono::milliseconds pause(20);
     int number = EAGAIN;
     for (int i = 0; number == EAGAIN && i < attempts; ++i) {
-        number = tryToConnect(address);
+        number = tryToConnect(path);
         if (number == EAGAIN && connection.waitFor(-1, SSHPlatform::WaitFor::Nothing, pause) < 0)
             break; // shut down meanwhile
     }

@@ -148,7 +148,6 @@ class Identities {
 
     void tryFile(const std::string &path);
     std::optional<KeyFile> openedFile(const std::string &path);
-    bool isReadableCipher(const std::string &cipher) const;
     void note(const std::string &path, const std::optional<PublicKey> &key, SSHAttemptResult result,
               const std::string &remark = "") const;
     std::optional<Offer> certificateOf(const KeyFile &file);
@@ -309,19 +308,11 @@ std::optional<KeyFile> Identities::openedFile(const std::string &path) {
         file.publicKey = description->publicKey;
     if (file.publicKey && isOnToken(*file.publicKey))
         return leaveOut("A hardware token holds this key, which only an agent can use.");
-    if (!isReadableCipher(description->cipher))
+    if (!canReadKeysOf(mConnection.session(), description->cipher))
         return leaveOut("It is encrypted with " +
                         SSHPlatform::printableText(description->cipher, "") +
                         ", which cannot be read.");
     return file;
-}
-
-// The library has ChaCha20 for connections alone.
-bool Identities::isReadableCipher(const std::string &cipher) const {
-    const std::vector<std::string> known =
-        libraryAlgorithms(mConnection.session(), LIBSSH2_METHOD_CRYPT_CS);
-    return cipher.empty() || (std::find(known.begin(), known.end(), cipher) != known.end() &&
-                              cipher != "chacha20-poly1305@openssh.com");
 }
 
 std::optional<Offer> Identities::certificateOf(const KeyFile &file) {

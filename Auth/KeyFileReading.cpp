@@ -86,6 +86,7 @@ KeyFileContent readKeyFile(const std::string &path) {
     if (!content.reason.empty())
         return content;
     content.exposure = exposureOf(status);
+    content.mode = static_cast<unsigned>(status.st_mode & rights);
     std::string bytes(largestKeyFile, '\0');
     if (const auto size = readAll(file.descriptor(), bytes))
         content.bytes = SSHPlatform::Secret::of({bytes.data(), *size});

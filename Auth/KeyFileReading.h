@@ -13,6 +13,7 @@ struct KeyFileContent {
     // Why ssh(1) would not take it for a private key: it is the user's own, and others have rights
     // to it. Empty where nothing is wrong.
     std::string exposure;
+    unsigned mode = 0; // permission bits
 };
 
 // Never blocks. What is looked at is what is read, whatever happens to the path meanwhile.

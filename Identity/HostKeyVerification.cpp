@@ -66,7 +66,7 @@ int fetchAndCheck(const Connection &connection, LIBSSH2_SESSION *session, HostKe
         return libssh2_session_last_errno(session);
     }
     if (engine.options().knowsEveryHostKeyType)
-        return SSHEngine::checkRecordedKeys(connection, session, check);
+        return SSHEngine::checkRecordedKeys(connection, check);
     check.knownHosts = libssh2_knownhost_init(session);
     if (!check.knownHosts) {
         SSHPlatform::log("Could not check for known_hosts because libssh2_knownhost_init failed.");

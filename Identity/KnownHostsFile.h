@@ -3,12 +3,17 @@
 
 #include <libssh2.h>
 
+#include <cstddef>
 #include <string>
 
 namespace SSHEngine {
 
 // ~/.ssh/known_hosts
 std::string knownHostsPath();
+
+// Which sessions that know every type of key read as well.
+inline constexpr const char *systemKnownHostsPath = "/etc/ssh/ssh_known_hosts";
+inline constexpr std::size_t mostKnownHostsBytes = std::size_t{16} << 20; // of a file they read
 
 struct KnownHost {
     std::string name; // as it will stand in the file

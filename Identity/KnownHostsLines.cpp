@@ -126,10 +126,22 @@ bool fits(std::string_view name, std::string_view pattern) {
     return pattern.find_first_not_of('*', p) == none;
 }
 
+bool isBlankOrComment(std::string_view text) {
+    const std::size_t start = text.find_first_not_of(" \t\r\n");
+    return start == std::string_view::npos || text[start] == '#';
+}
+
+// Whether a name stands for the host with any port: "[host]:port".
+bool isWithPort(std::string_view name, const std::string &host) {
+    const std::string start = "[" + host + "]:";
+    return lowered(name).starts_with(start) && name.size() > start.size() &&
+           name.find_first_not_of("0123456789", start.size()) == std::string_view::npos;
+}
+
 } // namespace
 
 NamedHost::NamedHost(const std::string &host, std::uint16_t port, IsHashOf isHashOf)
-    : mName(port == 22 ? lowered(host) : "[" + lowered(host) + "]:" + std::to_string(port)),
+    : mHost(lowered(host)), mName(port == 22 ? mHost : "[" + mHost + "]:" + std::to_string(port)),
       mIsHashOf(std::move(isHashOf)) {}
 
 bool NamedHost::isInList(std::string_view patterns) const {
@@ -177,6 +189,42 @@ std::set<std::string> NamedHost::keyTypes(std::string_view content) const {
             types.emplace(line->keyType);
     }
     return types;
+}
+
+// The one by which a line means the host; none when it does not.
+std::optional<std::string> NamedHost::nameIn(std::string_view hosts) const {
+    if (hosts.starts_with('|'))
+        return isHashedName(hosts) && (mIsHashOf(std::string(hosts), mName) ||
+                                       mIsHashOf(std::string(hosts), mHost))
+                   ? std::optional(std::string(hosts))
+                   : std::nullopt;
+    for (std::string_view rest = hosts; !rest.empty();) {
+        const std::string_view piece = takePiece(rest, ',');
+        const std::string_view name = piece.substr(0, piece.find(','));
+        if (isWithPort(name, mHost) || fits(mName, name) || fits(mHost, name))
+            return std::string(name);
+    }
+    return std::nullopt;
+}
+
+HostListing NamedHost::listing(std::string_view content) const {
+    HostListing result;
+    for (std::size_t number = 1; !content.empty(); ++number) {
+        const std::string_view text = takePiece(content, '\n');
+        const std::optional<Line> line = parsed(text);
+        if (!line && !isBlankOrComment(text))
+            result.badLines.push_back(number);
+        if (!line || line->marker == Marker::Authority)
+            continue;
+        if (const std::optional<std::string> name = nameIn(line->hosts))
+            result.keys.push_back({.number = number,
+                                   .name = *name,
+                                   .keyType = std::string(line->keyType),
+                                   .base64 = std::string(line->key),
+                                   .isForThisPort = isMeantBy(line->hosts),
+                                   .isRevoked = line->marker == Marker::Revoked});
+    }
+    return result;
 }
 
 std::string NamedHost::lineFor(const KnownHostKey &key) const {

@@ -2,12 +2,14 @@
 // "SSH_KNOWN_HOSTS FILE FORMAT". Pure: nothing here opens a file.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace SSHEngine {
 
@@ -29,6 +31,20 @@ enum class KeyStanding {
 // Whether a line's hashed name "|1|salt|hash", which is well formed, stands for `name`.
 using IsHashOf = std::function<bool(const std::string &hashed, const std::string &name)>;
 
+// A line that names the host, with whatever port.
+struct ListedKey {
+    std::size_t number = 0; // of the line, from 1
+    std::string name;       // as it stands there
+    std::string keyType, base64;
+    bool isForThisPort = false;
+    bool isRevoked = false;
+};
+
+struct HostListing {
+    std::vector<ListedKey> keys;
+    std::vector<std::size_t> badLines; // numbers of those that are neither entries nor comments
+};
+
 class NamedHost {
   public:
     // A port other than 22 is a part of the name.
@@ -38,6 +54,9 @@ class NamedHost {
 
     // The types of the host's keys.
     std::set<std::string> keyTypes(std::string_view content) const;
+
+    // The lines that name the host. A hashed name shows only this port, or none.
+    HostListing listing(std::string_view content) const;
 
     // Whether a line for this host and key would be read as that and nothing else.
     bool canRecord(const KnownHostKey &key) const;
@@ -51,10 +70,12 @@ class NamedHost {
   private:
     bool isMeantBy(std::string_view hosts) const;
     bool isInList(std::string_view patterns) const;
+    std::optional<std::string> nameIn(std::string_view hosts) const;
     KeyStanding standingInLine(std::string_view text, const KnownHostKey &key) const;
     std::string withoutOtherKey(std::string_view text, const KnownHostKey &key) const;
     std::string lineFor(const KnownHostKey &key) const;
 
+    const std::string mHost;
     const std::string mName;
     const IsHashOf mIsHashOf;
 };

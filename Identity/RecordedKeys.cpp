@@ -1,14 +1,14 @@
 #include "Identity/RecordedKeys.h"
 
+#include "Identity/HashedNames.h"
 #include "Identity/KnownHostsFile.h"
 #include "Platform/AtomicFile.h"
 #include "Platform/ReadFile.h"
 #include "Session/Connection.h"
+#include "Session/KeyEncoding.h"
 #include "Session/KeyType.h"
 #include "Session/LibraryAlgorithms.h"
 #include "Session/SSHSession_libssh2.h"
-
-#include <SSHSession/Base64.h>
 
 #include <fmt/format.h>
 
@@ -17,7 +17,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
-#include <memory>
 #include <system_error>
 #include <vector>
 
@@ -25,8 +24,6 @@ namespace SSHEngine {
 
 namespace {
 
-constexpr const char *systemPath = "/etc/ssh/ssh_known_hosts";
-constexpr std::size_t mostBytes = std::size_t{16} << 20; // of a file that is read
 constexpr std::uint16_t usualPort = 22;
 
 struct File {
@@ -39,7 +36,7 @@ using Files = std::vector<File>;
 // Answers 0, or errno's number when the file is there, but cannot be read.
 int readInto(Files &files, const std::string &path) {
     files.push_back({path, ""});
-    const int failure = SSHPlatform::readFile(path, mostBytes, files.back().content);
+    const int failure = SSHPlatform::readFile(path, mostKnownHostsBytes, files.back().content);
     return failure == ENOENT ? 0 : failure;
 }
 
@@ -48,30 +45,12 @@ int readInto(Files &files, const std::string &path) {
 std::pair<Files, int> readFiles(const std::string &knownHostsPath) {
     Files files;
     const int failure = readInto(files, knownHostsPath);
-    readInto(files, systemPath);
+    readInto(files, systemKnownHostsPath);
     return {std::move(files), failure};
 }
 
-// The library computes the hash, where it looks for a name in a line. Which key the line has does
-// not matter.
-bool isHashOf(LIBSSH2_SESSION *session, const std::string &hashed, const std::string &name) {
-    constexpr std::string_view key = "the public key";
-    constexpr int plain = LIBSSH2_KNOWNHOST_TYPE_PLAIN | LIBSSH2_KNOWNHOST_KEYENC_RAW;
-    const std::string line = hashed + " ssh-rsa " + SSHPlatform::base64(key) + "\n";
-    const std::unique_ptr<LIBSSH2_KNOWNHOSTS, decltype(&libssh2_knownhost_free)> hosts(
-        libssh2_knownhost_init(session), libssh2_knownhost_free);
-    return hosts &&
-           libssh2_knownhost_readline(hosts.get(), line.data(), line.size(),
-                                      LIBSSH2_KNOWNHOST_FILE_OPENSSH) == 0 &&
-           libssh2_knownhost_check(hosts.get(), name.c_str(), key.data(), key.size(), plain,
-                                   nullptr) == LIBSSH2_KNOWNHOST_CHECK_MATCH;
-}
-
 NamedHost named(const Connection &connection, std::uint16_t port) {
-    return {connection.engine.host().value_or(""), port,
-            [session = connection.session()](const std::string &hashed, const std::string &name) {
-                return isHashOf(session, hashed, name);
-            }};
+    return {connection.engine.host().value_or(""), port, hashesBy(connection.session())};
 }
 
 NamedHost named(const Connection &connection) {
@@ -140,9 +119,9 @@ void preferRecordedKeyTypes(const Connection &connection) {
                                     fmt::format("{}", fmt::join(algorithms, ",")).c_str());
 }
 
-int checkRecordedKeys(const Connection &connection, LIBSSH2_SESSION *session, HostKeyCheck &check) {
+int checkRecordedKeys(const Connection &connection, HostKeyCheck &check) {
     check.key = {keyTypeIn(check.hostPublicKey), check.hostFingerprint,
-                 hostKeyFingerprint(session)};
+                 keyFingerprint(check.hostPublicKey)};
     const auto [files, failure] = readFiles(check.knownHostsPath);
     Finding finding = lookUp(files, connection, *check.key);
     if (failure != 0) {
@@ -181,7 +160,7 @@ int recordHostKey(const Connection &connection, const HostKeyCheck &check) {
     ::mkdir(std::filesystem::path(check.knownHostsPath).parent_path().c_str(), S_IRWXU);
     bool isTooLong = false;
     const auto change = [&](const std::string &content) {
-        isTooLong = content.size() > mostBytes;
+        isTooLong = content.size() > mostKnownHostsBytes;
         return isTooLong ? std::nullopt : host.withKey(content, *check.key);
     };
     const int failure = SSHPlatform::changeFile(check.knownHostsPath, change);

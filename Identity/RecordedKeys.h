@@ -20,7 +20,7 @@ void preferRecordedKeyTypes(const Connection &connection);
 // the question, the record and a refusal need. Under the plain host name the key will do for every
 // port, and another key says nothing of another port, as with ssh(1); a revoked one is revoked for
 // all of them. Answers the code of a refusal, or 0. Session queue.
-int checkRecordedKeys(const Connection &connection, LIBSSH2_SESSION *session, HostKeyCheck &check);
+int checkRecordedKeys(const Connection &connection, HostKeyCheck &check);
 
 // "SHA256:..." of the server's key; "unknown" where the library does not tell. Session queue.
 std::string hostKeyFingerprint(LIBSSH2_SESSION *session);

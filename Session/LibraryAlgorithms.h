@@ -11,4 +11,7 @@ namespace SSHEngine {
 // For a method of libssh2_session_method_pref(3). Does not use the connection.
 std::vector<std::string> libraryAlgorithms(LIBSSH2_SESSION *session, int method);
 
+// Whether key files that are encrypted so can be read; those of no cipher can.
+bool canReadKeysOf(LIBSSH2_SESSION *session, const std::string &cipher);
+
 } // namespace SSHEngine

@@ -1,0 +1,116 @@
+#include "Auth/KeyFacts.h"
+
+#include "Auth/KeyFile.h"
+#include "Auth/KeyFileReading.h"
+#include "Platform/Path.h"
+#include "Session/KeyEncoding.h"
+#include "Session/LibraryAlgorithms.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+namespace SSHEngine {
+
+namespace {
+
+using State = SSHKeyFileState;
+
+constexpr std::string_view puttyBegin = "PuTTY-User-Key-File-";
+
+State stateOf(const KeyFileContent &content, const std::optional<PrivateKey> &key,
+              bool isReadableCipher) {
+    const std::string_view bytes = content.bytes.view();
+    if (bytes.starts_with(puttyBegin))
+        return State::PuTTY;
+    if (!key)
+        return publicKeyInLine(bytes) ? State::PublicKey : State::NoKey;
+    if (key->publicKey && isOnToken(*key->publicKey))
+        return State::OnToken;
+    if (!isReadableCipher)
+        return State::UnknownCipher;
+    if (!content.exposure.empty())
+        return State::Exposed;
+    return key->isEncrypted ? State::Encrypted : State::Plain;
+}
+
+void describe(SSHKeyFileFacts &facts, const PublicKey &key) {
+    facts.type = key.type;
+    facts.fingerprint = keyFingerprint(key.blob);
+}
+
+// A private file that does not tell its public key in the clear cannot be compared.
+void lookAtPublicFile(SSHKeyFileFacts &facts, const std::optional<PublicKey> &own) {
+    const std::string path = facts.path + ".pub";
+    if (!SSHPlatform::fileExists(path)) {
+        facts.publicFile = SSHPublicFileState::Missing;
+        return;
+    }
+    const KeyFileContent content = readKeyFile(path);
+    const std::optional<PublicKey> key = publicKeyInLine(content.bytes.view());
+    if (!key)
+        facts.publicFile = SSHPublicFileState::Unreadable;
+    else if (own)
+        facts.publicFile =
+            own->blob == key->blob ? SSHPublicFileState::Same : SSHPublicFileState::Foreign;
+    if (key && !own)
+        describe(facts, *key);
+}
+
+void examine(SSHKeyFileFacts &facts, LIBSSH2_SESSION *library) {
+    const KeyFileContent content = readKeyFile(facts.path);
+    facts.mode = content.mode;
+    if (!content.bytes) {
+        facts.state = State::Unreadable;
+        facts.detail = content.reason;
+        return;
+    }
+    const std::optional<PrivateKey> key = privateKeyIn(content.bytes.view());
+    facts.state = stateOf(content, key, !key || canReadKeysOf(library, key->cipher));
+    if (facts.state == State::UnknownCipher)
+        facts.detail = key->cipher;
+    const std::optional<PublicKey> own =
+        key ? key->publicKey : publicKeyInLine(content.bytes.view());
+    if (own)
+        describe(facts, *own);
+    if (key)
+        lookAtPublicFile(facts, own);
+}
+
+SSHKeyFileFacts factsOf(const std::string &path, LIBSSH2_SESSION *library) {
+    SSHKeyFileFacts facts;
+    facts.path = path;
+    if (SSHPlatform::fileExists(path))
+        examine(facts, library);
+    return facts;
+}
+
+// By default only complete pairs are.
+bool isTried(const std::string &name, const std::string &path, const SSHSessionOptions &options) {
+    if (options.triesKeysOfToday)
+        return name != "id_dsa";
+    return (name == "id_dsa" || name == "id_rsa") && SSHPlatform::fileExists(path + ".pub");
+}
+
+} // namespace
+
+std::vector<SSHKeyFileFacts> keyFileFacts(const std::optional<std::string> &given,
+                                          const SSHSessionOptions &options,
+                                          LIBSSH2_SESSION *library) {
+    std::vector<SSHKeyFileFacts> all;
+    if (given) {
+        all.push_back(factsOf(*given, library));
+        all.back().isGiven = all.back().isTried = true;
+    }
+    const std::string directory = SSHPlatform::expandingTilde("~/.ssh");
+    for (const char *name : {"id_rsa", "id_ecdsa", "id_ed25519", "id_dsa"}) {
+        const std::string path = SSHPlatform::appendingPathComponent(directory, name);
+        if (given && SSHPlatform::standardizedPath(*given) == SSHPlatform::standardizedPath(path))
+            continue;
+        all.push_back(factsOf(path, library));
+        all.back().isTried = isTried(name, path, options);
+    }
+    return all;
+}
+
+} // namespace SSHEngine
