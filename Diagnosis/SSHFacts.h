@@ -156,6 +156,8 @@ struct SSHFacts {
     // --- What came of it
     SSHSessionStage stage = SSHSessionStage::Connect; // the last one that began
     bool isStageUnderWay = false;
+    bool isUserAsked = false;                             // at this moment
+    std::chrono::steady_clock::time_point userAnswered{}; // or let a question pass, the last time
     std::chrono::steady_clock::time_point stageBegin{};
     SSHErrorRef error; // of the last `start` or `execute`; null: it succeeded, or is under way
 

@@ -62,8 +62,15 @@ int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size) {
                            {SSHError::NSLocalizedFailureReasonErrorKey, field[3]}});
     const StageClock::Timings timings = {{"connect", StageClock::Milliseconds(flags)}};
 
+    SSHFacts facts;
+    facts.error = (flags & 2U) != 0 ? error : nullptr;
+    facts.banner = field[0];
+    facts.attempts = {{.method = field[1], .key = field[2], .remark = field[3], .wanted = field}};
+    facts.disconnect = {.code = status, .message = field[4]};
+
     output.clear();
-    const int exitStatus = reportAsJson({command, (flags & 2U) != 0 ? error : nullptr}, timings);
+    const int exitStatus =
+        reportAsJson({command, facts, {{.id = {}, .text = field[2], .step = field[3]}}}, timings);
     hold(exitStatus >= 0 && exitStatus <= 255, "the status can be handed through");
     hold(utf8::is_valid(output.begin(), output.end()), "the report is UTF-8");
     hold(std::count_if(output.begin(), output.end(),

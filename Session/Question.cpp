@@ -8,6 +8,7 @@
 #include "Session/SSHSession_libssh2.h"
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <system_error>
 
@@ -32,6 +33,25 @@ struct Asked {
     SSHPlatform::Wakeup isDone;
 };
 
+// Whoever tells what a session waits for keeps silent while the user is asked.
+class NotedQuestion {
+  public:
+    explicit NotedQuestion(const Connection &connection) : mNotes(*connection.notes) { note(true); }
+    ~NotedQuestion() { note(false); }
+    NotedQuestion(const NotedQuestion &) = delete;
+    NotedQuestion &operator=(const NotedQuestion &) = delete;
+
+  private:
+    void note(bool isAsked) {
+        mNotes.note([isAsked](SSHFacts &facts) {
+            facts.isUserAsked = isAsked;
+            facts.userAnswered = std::chrono::steady_clock::now();
+        });
+    }
+
+    Notes &mNotes;
+};
+
 } // namespace
 
 // The main thread may be busy for ever, and its loop knows no way to take work back. So another
@@ -40,6 +60,7 @@ bool askOnMainThread(const Connection &connection, const std::function<void()> &
     if (connection.engine.asksNobody)
         return false;
     const UserTime::Question isAsked(connection.userTime());
+    const NotedQuestion isNoted(connection);
     const auto asked = std::make_shared<Asked>();
     if (SSHPlatform::mainLoop()->isMainThread() || asked->isDone.descriptor() < 0)
         return SSHPlatform::askOnMainThread(question);

@@ -114,7 +114,7 @@ bool SSHSession_libssh2::start(SSHErrorRef *error) noexcept {
     connection->notes->note([&](SSHFacts &facts) {
         facts.isStageUnderWay = false;
         if (!isConnected && !facts.error)
-            facts.error = *failure;
+            facts.error = *failure ? *failure : SSHEngine::connectionError(*this, std::nullopt, 0);
     });
     if (!isConnected)
         mSessionQueue.sync([&] { _cleanup(std::move(connection)); });

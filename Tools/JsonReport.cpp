@@ -12,6 +12,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -47,6 +49,43 @@ Json asJson(const SSHError &error) {
     return object;
 }
 
+Json asJson(const SSHAttempt &attempt) {
+    Json object = {{"method", attempt.method}};
+    for (const auto &[name, value] : {std::pair("key", attempt.key),
+                                      {"keyType", attempt.keyType},
+                                      {"keyFingerprint", attempt.keyFingerprint}})
+        if (!value.empty())
+            object[name] = value;
+    object["isFromAgent"] = attempt.isFromAgent;
+    object["result"] = SSHAttemptResultName(attempt.result);
+    if (!attempt.remark.empty())
+        object["remark"] = attempt.remark;
+    object["wanted"] = attempt.wanted;
+    return object;
+}
+
+Json asJson(const SSHFinding &finding) {
+    return {{"id", SSHFindingName(finding.id)}, {"text", finding.text}, {"try", finding.step}};
+}
+
+template <typename Value>
+Json listOf(const std::vector<Value> &values) {
+    Json list = Json::array();
+    for (const Value &value : values)
+        list.push_back(asJson(value));
+    return list;
+}
+
+void addFacts(Json &object, const SSHFacts &facts) {
+    object["stage"] = stageName(facts.stage);
+    object["cause"] = facts.error ? Json(SSHErrorCauseName(facts.error->cause())) : Json(nullptr);
+    object["attempts"] = listOf(facts.attempts);
+    object["disconnect"] = facts.disconnect ? Json{{"code", facts.disconnect->code},
+                                                   {"message", facts.disconnect->message}}
+                                            : Json(nullptr);
+    object["banner"] = facts.banner;
+}
+
 Json asJson(const StageClock::Timings &timings) {
     constexpr double thousand = 1000;
     Json object = Json::object();
@@ -61,12 +100,15 @@ int reportAsJson(const Outcome &outcome, const StageClock::Timings &timings) {
     Json object = Json::object();
     if (outcome.command.stdoutData())
         addOutputs(object, outcome.command);
-    if (outcome.error)
-        object["error"] = asJson(*outcome.error);
+    const SSHErrorRef &error = outcome.facts.error;
+    if (error)
+        object["error"] = asJson(*error);
     else
         addEnd(object, outcome.command);
+    addFacts(object, outcome.facts);
+    object["findings"] = listOf(outcome.findings);
     object["timings"] = asJson(timings);
     // In ASCII: a terminal obeys control characters beyond it, and others turn its lines about.
     writeOutput(object.dump(-1, ' ', true, Json::error_handler_t::replace) + "\n");
-    return outcome.error ? failedStatus : exitStatusOf(outcome.command);
+    return error ? failedStatus : exitStatusOf(outcome.command);
 }

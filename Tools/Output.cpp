@@ -8,9 +8,13 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstddef>
+#include <mutex>
 #include <string>
 #include <system_error>
+#include <utility>
 
 namespace {
 
@@ -28,6 +32,24 @@ int writeAll(int descriptor, std::string_view bytes) {
         }
     }
     return 0;
+}
+
+// Of the progress line that stands on the terminal, 0 for none.
+struct Progress {
+    std::mutex mutex;
+    std::size_t width = 0; // guarded by it
+};
+
+Progress &progress() {
+    static Progress value;
+    return value;
+}
+
+void tellInPlaceOfProgress(const std::string &text) {
+    const std::lock_guard lock(progress().mutex);
+    const std::size_t width = std::exchange(progress().width, 0);
+    const std::string blank = width == 0 ? "" : '\r' + std::string(width, ' ') + '\r';
+    writeAll(STDERR_FILENO, blank + text);
 }
 
 void require(int number, const std::string &stream) {
@@ -58,9 +80,20 @@ void finishOutput() {
 
 void tellText(std::string_view text) noexcept {
     const std::size_t end = text.find_last_not_of('\n') + 1;
-    writeAll(STDERR_FILENO, SSHPlatform::printableText(text.substr(0, end), "\t\n") + "\n");
+    tellInPlaceOfProgress(SSHPlatform::printableText(text.substr(0, end), "\t\n") + "\n");
 }
 
 void tell(std::string_view line) noexcept {
-    writeAll(STDERR_FILENO, "sshsession: " + SSHPlatform::printableText(line, "\t") + "\n");
+    tellInPlaceOfProgress("sshsession: " + SSHPlatform::printableText(line, "\t") + "\n");
+}
+
+void showProgress(std::string_view line) noexcept {
+    const std::lock_guard lock(progress().mutex);
+    const std::size_t width = std::max(progress().width, line.size());
+    progress().width = line.size();
+    writeAll(STDERR_FILENO, '\r' + std::string(line) + std::string(width - line.size(), ' '));
+}
+
+void hideProgress() noexcept {
+    tellInPlaceOfProgress("");
 }

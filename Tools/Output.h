@@ -19,3 +19,8 @@ void finishOutput();
 // masked, because texts may come from a server.
 void tell(std::string_view line) noexcept;
 void tellText(std::string_view text) noexcept;
+
+// One line at the end of standard error, which the next one and whatever is told take the place of.
+// For terminals. Any thread.
+void showProgress(std::string_view line) noexcept;
+void hideProgress() noexcept;

@@ -22,6 +22,14 @@ void tellError(const SSHError &error) {
             tellText(*text);
 }
 
+void tellFindings(const std::vector<SSHFinding> &findings) {
+    const char *heading = "What is wrong: ";
+    for (const SSHFinding &finding : findings) {
+        tellText(heading + finding.text + "\nWhat to do: " + finding.step);
+        heading = "Besides: ";
+    }
+}
+
 // On a terminal, line ends of both kinds do what they should, and nothing else does anything.
 void hand(std::string_view bytes, int descriptor, bool isRaw, void (*write)(std::string_view)) {
     if (isRaw || ::isatty(descriptor) == 0)
@@ -40,8 +48,9 @@ int reportPlainly(const Outcome &outcome, bool isRaw) {
         hand(outcome.command.stdoutData()->view(), STDOUT_FILENO, isRaw, writeOutput);
         hand(outcome.command.stderrData()->view(), STDERR_FILENO, isRaw, writeErrorOutput);
     }
-    if (!outcome.error)
-        return exitStatusOf(outcome.command);
-    tellError(*outcome.error);
-    return failedStatus;
+    const int status = outcome.facts.error ? failedStatus : exitStatusOf(outcome.command);
+    if (outcome.facts.error)
+        tellError(*outcome.facts.error);
+    tellFindings(outcome.findings);
+    return status;
 }

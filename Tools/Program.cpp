@@ -6,10 +6,12 @@
 #include "Failure.h"
 #include "Inputs.h"
 #include "Interruption.h"
+#include "Narrator.h"
 #include "Options.h"
 #include "Output.h"
 #include "Report.h"
 #include "StageClock.h"
+#include "Waiting.h"
 
 #include <SSHSession/SSHSession.h>
 #include <SSHSession/TerminalPrompts.h>
@@ -73,34 +75,31 @@ std::shared_ptr<SSHCommand> makeCommand(const Options &options, const Inputs &in
     return command;
 }
 
-// What the session has no error for.
-SSHErrorRef ownError(const char *description, const char *reason) {
+// The session calls it no failure, but what is in the record may not be all.
+SSHErrorRef cutOffError() {
     return std::make_shared<SSHError>(
         "sshsession", 0,
-        SSHError::UserInfo{{SSHError::NSLocalizedDescriptionKey, description},
-                           {SSHError::NSLocalizedFailureReasonErrorKey, reason}});
+        SSHError::UserInfo{
+            {SSHError::NSLocalizedDescriptionKey, "The connection ended before the command did."},
+            {SSHError::NSLocalizedFailureReasonErrorKey,
+             "What the command wrote may be cut, its exit status is not known, and it may still be "
+             "running."}},
+        SSHErrorCause::ConnectionLost);
 }
 
-SSHErrorRef declinedError() {
-    return ownError("The server's host key was not accepted.",
-                    "The question was answered with no, or there is no terminal to ask on.");
-}
-
-SSHErrorRef cutOffError() {
-    return ownError("The connection ended before the command did.",
-                    "What the command wrote may be cut, its exit status is not known, and it may "
-                    "still be running.");
-}
-
-// Answers null when the command has run to its end.
-SSHErrorRef runSession(SSHSession &session, const std::shared_ptr<SSHCommand> &command) {
-    SSHErrorRef error;
-    if (!session.start(&error))
-        return error ? error : declinedError();
-    if (!session.execute(command, &error))
-        return error;
+// What is known when the session has done what it could. Only a failure is worth a look around.
+SSHFacts runSession(SSHSession &session, const std::shared_ptr<SSHCommand> &command) {
+    if (!session.start(nullptr) || !session.execute(command, nullptr))
+        return session.examinedFacts();
     session.stop();
-    return command->isClosedInOrder() ? nullptr : cutOffError();
+    SSHFacts facts = session.facts();
+    if (!command->isClosedInOrder())
+        facts.error = cutOffError();
+    return facts;
+}
+
+bool isWatchedByAPerson(const Options &options) {
+    return !options.asJson && ::isatty(STDERR_FILENO) != 0;
 }
 
 int runCommand(const Options &options) {
@@ -120,10 +119,18 @@ int runCommand(const Options &options) {
     const auto banners = std::make_shared<BannerTeller>();
     session->addObserver(clock);
     session->addObserver(banners);
+    const auto narrator = std::make_shared<Narrator>();
+    if (options.isVerbose)
+        session->addObserver(narrator);
     auto interruption = std::make_shared<Interruption>(session);
     session->addObserver(interruption);
     const auto command = makeCommand(options, inputs);
-    const Outcome outcome = {*command, runSession(*session, command)};
+    std::optional<Waiting> waiting;
+    if (isWatchedByAPerson(options))
+        waiting.emplace(session);
+    SSHFacts facts = runSession(*session, command);
+    waiting.reset();
+    const Outcome outcome = {*command, facts, SSHFindings(facts)};
     interruption.reset(); // whoever reads the output may never come to it: signals end that wait
     const int status = options.asJson ? reportAsJson(outcome, clock->timings())
                                       : reportPlainly(outcome, options.isRaw);

@@ -4,12 +4,17 @@
 #include "StageClock.h"
 
 #include <SSHSession/SSHCommand.h>
-#include <SSHSession/SSHError.h>
+#include <SSHSession/SSHFacts.h>
+#include <SSHSession/SSHFinding.h>
 
-// With an error, the command has outputs only when the connection ended before it did.
+#include <vector>
+
+// With an error among the facts, the command has outputs only when the connection ended before it
+// did.
 struct Outcome {
     const SSHCommand &command;
-    SSHErrorRef error;
+    SSHFacts facts;
+    std::vector<SSHFinding> findings;
 };
 
 // Both throw Failure when the outputs cannot be written.

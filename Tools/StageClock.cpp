@@ -7,7 +7,19 @@
 
 namespace {
 
-const char *nameOf(SSHSessionStage stage) {
+std::string decimal(StageClock::Milliseconds time) {
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.1f ms", time.count());
+    return text.data();
+}
+
+std::string truth(bool value) {
+    return value ? "true" : "false";
+}
+
+} // namespace
+
+const char *stageName(SSHSessionStage stage) {
     switch (stage) {
     case SSHSessionStage::Connect:
         return "connect";
@@ -25,30 +37,18 @@ const char *nameOf(SSHSessionStage stage) {
     return "unknown";
 }
 
-std::string decimal(StageClock::Milliseconds time) {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%.1f ms", time.count());
-    return text.data();
-}
-
-std::string truth(bool value) {
-    return value ? "true" : "false";
-}
-
-} // namespace
-
 void StageClock::willBeginStage(SSHSession & /*session*/, SSHSessionStage stage) noexcept {
     if (mTells)
-        tell(std::string(nameOf(stage)) + ": begins");
+        tell(std::string(stageName(stage)) + ": begins");
     mBegin = std::chrono::steady_clock::now();
 }
 
 void StageClock::didEndStage(SSHSession & /*session*/, SSHSessionStage stage,
                              bool succeeded) noexcept {
     const Milliseconds time = std::chrono::steady_clock::now() - mBegin;
-    mTimings.emplace_back(nameOf(stage), time);
+    mTimings.emplace_back(stageName(stage), time);
     if (mTells)
-        tell(std::string(nameOf(stage)) + (succeeded ? ": done after " : ": failed after ") +
+        tell(std::string(stageName(stage)) + (succeeded ? ": done after " : ": failed after ") +
              decimal(time));
 }
 

@@ -2,8 +2,11 @@
 
 #include "Examples/Console/VisibleText.h"
 
+#include <SSHSession/SSHWaiting.h>
+
 #include <QFile>
 
+#include <chrono>
 #include <utility>
 
 namespace {
@@ -111,10 +114,9 @@ void Connection::open(const ConnectionParameters &parameters) {
     mSession->addObserver(mWatcher);
     beginCall(QStringLiteral("Connecting to ") + mName);
     mCalls.post([this, session = mSession] {
-        SSHErrorRef error;
         std::optional<Problem> problem;
-        if (!session->start(&error))
-            problem = error ? problemOf(*error) : declinedHostKey();
+        if (!session->start(nullptr))
+            problem = problemOf(session->examinedFacts());
         reportLater([this, problem] { endCall(problem); });
     });
 }
@@ -126,9 +128,8 @@ void Connection::run(const CommandRequest &request) {
         command->setCommand(request.command);
         command->setAdminPassword(request.adminPassword.shared());
         std::optional<Problem> problem = readInput(request.stdinFile, *command);
-        SSHErrorRef error;
-        if (!problem && !session->execute(command, &error))
-            problem = problemOf(*error);
+        if (!problem && !session->execute(command, nullptr))
+            problem = problemOf(session->examinedFacts());
         if (!problem) {
             const CommandOutcome outcome = outcomeOf(*command, secondsOf(since));
             if (outcome.isCutOff)
@@ -155,8 +156,18 @@ QString Connection::status() const {
     if (mIsClosing)
         return QStringLiteral("Disconnecting");
     if (mIsCalling)
-        return QStringLiteral("%1: %2").arg(mActivity, elapsed);
+        return QStringLiteral("%1: %2%3").arg(mActivity, elapsed, waiting());
     return mIsConnected ? QStringLiteral("Connected to ") + mName : QStringLiteral("Not connected");
+}
+
+// Once it has taken long enough to make somebody wonder.
+QString Connection::waiting() const {
+    const SSHFacts facts = mSession->facts();
+    const std::string text = SSHWaitingText(facts);
+    if (text.empty() ||
+        std::chrono::steady_clock::now() - SSHWaitingSince(facts) < std::chrono::seconds(10))
+        return {};
+    return QStringLiteral(". Waiting ") + visibleText(text);
 }
 
 void Connection::beginCall(const QString &activity) {

@@ -64,6 +64,7 @@ class Connection final : public QObject {
   private:
     class Watcher;
 
+    QString waiting() const;
     void beginCall(const QString &activity);
     void endCall(const std::optional<Problem> &problem);
     void settle();

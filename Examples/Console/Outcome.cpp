@@ -2,11 +2,15 @@
 
 #include "Examples/Console/VisibleText.h"
 
+#include <SSHSession/SSHFinding.h>
+
 #include <QLocale>
+#include <QStringList>
 
 #include <algorithm>
 #include <cmath>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -29,6 +33,24 @@ QString visible(const std::optional<std::string> &text) {
     return text ? visibleText(*text) : QString();
 }
 
+Problem wordsOf(const SSHError &error) {
+    return {.description = visible(error.localizedDescription()),
+            .suggestion = {},
+            .reason = visible(error.localizedFailureReason()),
+            .origin =
+                QStringLiteral("%1, code %2").arg(visibleText(error.domain())).arg(error.code())};
+}
+
+// The most likely ones: the window has room for two.
+QString adviceOf(std::vector<SSHFinding> findings) {
+    constexpr std::size_t most = 2;
+    findings.resize(std::min(findings.size(), most));
+    QStringList paragraphs;
+    for (const SSHFinding &finding : findings)
+        paragraphs += visibleText(finding.text) + QLatin1Char(' ') + visibleText(finding.step);
+    return paragraphs.join(QLatin1Char('\n'));
+}
+
 } // namespace
 
 CommandOutcome outcomeOf(const SSHCommand &command, double seconds) {
@@ -48,20 +70,10 @@ CommandOutcome outcomeOf(const SSHCommand &command, double seconds) {
     return outcome;
 }
 
-Problem problemOf(const SSHError &error) {
-    return {.description = visible(error.localizedDescription()),
-            .suggestion = visible(error.localizedRecoverySuggestion()),
-            .reason = visible(error.localizedFailureReason()),
-            .origin =
-                QStringLiteral("%1, code %2").arg(visibleText(error.domain())).arg(error.code())};
-}
-
-Problem declinedHostKey() {
-    return {.description = QStringLiteral("The server's host key was not accepted."),
-            .suggestion = QStringLiteral("Ask whoever runs the server for its key, and compare the "
-                                         "two before you connect again."),
-            .reason = {},
-            .origin = {}};
+Problem problemOf(const SSHFacts &facts) {
+    Problem problem = wordsOf(*facts.error);
+    problem.suggestion = adviceOf(SSHFindings(facts));
+    return problem;
 }
 
 Problem cutOff() {
@@ -73,7 +85,7 @@ Problem cutOff() {
 }
 
 Problem serverLeft(const SSHErrorRef &error) {
-    Problem problem = error ? problemOf(*error) : Problem();
+    Problem problem = error ? wordsOf(*error) : Problem();
     problem.reason = problem.description; // the server's own words
     problem.description = QStringLiteral("The server has ended the connection.");
     return problem;

@@ -3,6 +3,7 @@
 
 #include <SSHSession/SSHCommand.h>
 #include <SSHSession/SSHError.h>
+#include <SSHSession/SSHFacts.h>
 
 #include <QString>
 
@@ -17,16 +18,16 @@ struct CommandOutcome {
 
 struct Problem {
     QString description;
-    QString suggestion;
-    QString reason; // many lines for a failed authentication
-    QString origin; // domain and code
+    QString suggestion; // what is wrong and what to do, as far as it can be told
+    QString reason;     // many lines for a failed authentication
+    QString origin;     // domain and code
 };
 
 // Any thread; takes a moment for a large output.
 CommandOutcome outcomeOf(const SSHCommand &command, double seconds);
 
-Problem problemOf(const SSHError &error);
-Problem declinedHostKey();
+// Of a failed call, as it is known after it.
+Problem problemOf(const SSHFacts &facts);
 Problem cutOff();
 
 // `error` is null when the server ended the connection in good order.
