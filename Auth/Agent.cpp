@@ -1,8 +1,8 @@
 // The fourth stage of `start`: offers every identity of a running SSH agent.
 #include "Auth/Agent.h"
 
-#include "Auth/Attempts.h"
 #include "Auth/AgentList.h"
+#include "Auth/Attempts.h"
 #include "Auth/KeyTranscript.h"
 #include "Session/Causes.h"
 #include "Session/Connection.h"

@@ -8,6 +8,7 @@
 #include "Identity/RecordedKeys.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/KeyEncoding.h"
 #include "Session/KeyType.h"
 #include "Session/Question.h"
 
@@ -32,7 +33,7 @@ bool fetchHostKey(LIBSSH2_SESSION *session, HostKeyCheck &check) {
     check.hostPublicKey.assign(key, length);
     check.hostFingerprint = SSHPlatform::base64(check.hostPublicKey);
     check.facts.type = SSHEngine::keyTypeIn(check.hostPublicKey);
-    check.facts.fingerprint = SSHEngine::hostKeyFingerprint(session);
+    check.facts.fingerprint = SSHEngine::keyFingerprint(check.hostPublicKey);
     return true;
 }
 

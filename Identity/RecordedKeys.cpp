@@ -94,15 +94,6 @@ std::string keyTypeOf(const std::string &algorithm) {
 
 } // namespace
 
-std::string hostKeyFingerprint(LIBSSH2_SESSION *session) {
-    constexpr std::size_t size = 32;
-    const char *const hash = libssh2_hostkey_hash(session, LIBSSH2_HOSTKEY_HASH_SHA256);
-    if (!hash)
-        return "unknown";
-    const std::string text = SSHPlatform::base64({hash, size});
-    return "SHA256:" + text.substr(0, text.find('='));
-}
-
 void preferRecordedKeyTypes(const Connection &connection) {
     const Files files = readFiles(knownHostsPath()).first;
     std::set<std::string> types = recordedTypes(files, named(connection));

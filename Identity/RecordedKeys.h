@@ -22,9 +22,6 @@ void preferRecordedKeyTypes(const Connection &connection);
 // all of them. Answers the code of a refusal, or 0. Session queue.
 int checkRecordedKeys(const Connection &connection, HostKeyCheck &check);
 
-// "SHA256:..." of the server's key; "unknown" where the library does not tell. Session queue.
-std::string hostKeyFingerprint(LIBSSH2_SESSION *session);
-
 // Adds a line for the key that the user has accepted, in the place of the host's other keys, and
 // makes a missing ~/.ssh. Answers 0 or a code of the library's. Main thread.
 int recordHostKey(const Connection &connection, const HostKeyCheck &check);

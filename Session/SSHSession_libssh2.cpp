@@ -114,7 +114,9 @@ bool SSHSession_libssh2::start(SSHErrorRef *error) noexcept {
     connection->notes->note([&](SSHFacts &facts) {
         facts.isStageUnderWay = false;
         if (!isConnected && !facts.error)
-            facts.error = *failure ? *failure : SSHEngine::connectionError(*this, std::nullopt, 0);
+            facts.error = *failure ? *failure
+                                   : SSHEngine::connectionError(*this, std::nullopt, 0,
+                                                                SSHErrorCause::Unknown);
     });
     if (!isConnected)
         mSessionQueue.sync([&] { _cleanup(std::move(connection)); });
