@@ -115,13 +115,24 @@ bool ChannelPump::wait(SSHErrorRef *error) {
 bool ChannelPump::read(SSHErrorRef *error) {
     bool outputContinues = false;
     bool errorOutputContinues = false;
-    if (!SSHSession_libssh2::_readFromChannel(mConnection, mChannel, *output, false,
-                                              &outputContinues, error) ||
-        !SSHSession_libssh2::_readFromChannel(mConnection, mChannel, *errorOutput, true,
-                                              &errorOutputContinues, error))
+    if (!readOutput(&outputContinues, error) ||
+        !readStream(*errorOutput, true, &errorOutputContinues, error))
         return false;
     keepReading = (outputContinues || errorOutputContinues) && libssh2_channel_eof(mChannel) == 0;
     return true;
+}
+
+bool ChannelPump::readOutput(bool *continues, SSHErrorRef *error) {
+    return readStream(*output, false, continues, error);
+}
+
+bool ChannelPump::readStream(SSHPlatform::ByteBuffer &data, bool isStderr, bool *continues,
+                             SSHErrorRef *error) {
+    const std::size_t before = data.size();
+    const bool succeeded = SSHSession_libssh2::_readFromChannel(mConnection, mChannel, data,
+                                                                isStderr, continues, error);
+    mArrived += data.size() - before;
+    return succeeded;
 }
 
 void ChannelPump::queueInput(std::shared_ptr<const void> owner, std::string_view bytes) {

@@ -8,6 +8,7 @@
 
 #include <libssh2.h>
 
+#include <cstddef>
 #include <memory>
 
 namespace SSHEngine {
@@ -27,6 +28,12 @@ class ChannelPump {
     // Takes what has arrived, without waiting.
     bool read(SSHErrorRef *error);
 
+    // The same for standard output alone. Whether there may be more.
+    bool readOutput(bool *continues, SSHErrorRef *error);
+
+    // How many bytes of both streams have come so far.
+    std::size_t arrived() const { return mArrived; }
+
     // Bytes for the command's standard input. The next step writes before it waits.
     void queueInput(std::shared_ptr<const void> owner, std::string_view bytes);
     void doNotWait() { mMayWait = false; }
@@ -41,10 +48,13 @@ class ChannelPump {
 
   private:
     bool wait(SSHErrorRef *error);
+    bool readStream(SSHPlatform::ByteBuffer &data, bool isStderr, bool *continues,
+                    SSHErrorRef *error);
 
     Connection &mConnection;
     LIBSSH2_CHANNEL *const mChannel;
     bool mMayWait = true;
+    std::size_t mArrived = 0;
 };
 
 } // namespace SSHEngine

@@ -2,6 +2,7 @@
 #include "Session/SSHSession_libssh2.h"
 
 #include "Commands/ChannelPump.h"
+#include "Commands/CommandNotes.h"
 #include "Commands/FollowedSudo.h"
 #include "Platform/Text.h"
 #include "Session/Causes.h"
@@ -16,6 +17,7 @@
 
 using SSHEngine::causeOf;
 using SSHEngine::ChannelPump;
+using SSHEngine::CommandNotes;
 using SSHEngine::Connection;
 using SSHEngine::Ending;
 using SSHEngine::fail;
@@ -72,9 +74,10 @@ LIBSSH2_CHANNEL *openChannel(Connection &connection, SSHErrorRef *error) {
 // One command on its channel. Whatever fails leaves the channel to the end of the connection.
 class CommandRun {
   public:
-    CommandRun(Connection &connection, SSHCommand &command, LIBSSH2_CHANNEL *channel)
-        : mConnection(connection), mCommand(command), mAdminPassword(command.adminPassword()),
-          mChannel(channel), mPump(connection, channel) {}
+    CommandRun(Connection &connection, SSHCommand &command, CommandNotes &notes,
+               LIBSSH2_CHANNEL *channel)
+        : mConnection(connection), mCommand(command), mNotes(notes),
+          mAdminPassword(command.adminPassword()), mChannel(channel), mPump(connection, channel) {}
 
     bool start(SSHErrorRef *error);
     bool converseWithSudo(SSHErrorRef *error);
@@ -84,6 +87,7 @@ class CommandRun {
 
   private:
     bool followsSudo() const { return mConnection.engine.options().followsSudo; }
+    bool step(SSHErrorRef *error);
     void endInput();
     bool isEndUnsent() const;
     bool serverHasClosed() const;
@@ -91,9 +95,11 @@ class CommandRun {
 
     Connection &mConnection;
     SSHCommand &mCommand;
+    CommandNotes &mNotes;
     const SSHStringRef mAdminPassword;
     LIBSSH2_CHANNEL *const mChannel;
     ChannelPump mPump;
+    bool mIsInputQueued = false;
     bool mHasInput = false;     // whether the record has any, as found at the start
     bool mIsInputEnded = false; // once and for all
     bool mIsClosedInOrder = false;
@@ -121,10 +127,17 @@ bool CommandRun::start(SSHErrorRef *error) {
                 isTooLong ? SSHErrorCause::CommandTooLong
                           : causeOf(code, mConnection, SSHErrorCause::CommandRefused));
         });
+    mNotes.hasStarted();
     mHasInput = !bytesOf(mCommand.stdinData()).empty();
     // Right after the request the library does not know yet that it waits for the server, and the
     // first pump step would pause for its full time. One read of each stream tells it.
     return mPump.read(error);
+}
+
+bool CommandRun::step(SSHErrorRef *error) {
+    const bool succeeded = mPump.step(error);
+    mNotes.hasMoved(mPump, mIsInputQueued ? std::optional(mPump.input.size()) : std::nullopt);
+    return succeeded;
 }
 
 bool CommandRun::converseWithSudo(SSHErrorRef *error) {
@@ -138,13 +151,14 @@ bool CommandRun::converseWithSudo(SSHErrorRef *error) {
     while (true) {
         // While the pump step read standard error, the news that sudo has accepted may have come,
         // and behind it a text of the command's that looks like a prompt.
-        if (!mPump.step(error) || !Engine::_readFromChannel(mConnection, mChannel, *mPump.output,
-                                                            false, &continues, error))
+        if (!step(error) || !mPump.readOutput(&continues, error))
             return false;
         const SudoConversation::Outcome outcome = conversation->examine(
             *mPump.output, *mPump.errorOutput, mPump.keepReading, SudoConversation::Clock::now());
-        if (outcome == SudoConversation::Outcome::Accepted)
+        if (outcome == SudoConversation::Outcome::Accepted) {
+            mNotes.sudoHasAccepted(mPump);
             return true;
+        }
         if (outcome == SudoConversation::Outcome::Asked)
             mPump.queueInput(conversation->answer().shared(), conversation->answer().view());
         if (outcome == SudoConversation::Outcome::Refused ||
@@ -162,16 +176,16 @@ bool CommandRun::converseWithSudo(SSHErrorRef *error) {
 
 // Both outputs may have ended long before the command has read its input.
 bool CommandRun::drain(SSHErrorRef *error) {
-    bool isInputQueued = !mHasInput;
+    mIsInputQueued = !mHasInput;
     if (mHasInput || libssh2_channel_eof(mChannel) != 0)
         mPump.doNotWait();
     do {
-        if (!mPump.step(error))
+        if (!step(error))
             return false;
-        if (!isInputQueued) {
+        if (!mIsInputQueued) {
             const SSHDataRef data = mCommand.stdinData();
             mPump.queueInput(data, bytesOf(data));
-            isInputQueued = true;
+            mIsInputQueued = true;
         }
         if (mHasInput && mPump.input.empty())
             endInput();
@@ -228,10 +242,14 @@ std::string CommandRun::exitSignal() const {
 }
 
 void CommandRun::fillRecord() {
+    const int status = libssh2_channel_get_exit_status(mChannel);
+    const std::string signal = exitSignal();
+    if (mIsClosedInOrder)
+        mNotes.hasEnded(status, signal == SSHPlatform::nullText ? "" : signal);
     mCommand.setStdoutData(mPump.output);
     mCommand.setStderrData(mPump.errorOutput);
-    mCommand.setExitStatus(libssh2_channel_get_exit_status(mChannel));
-    mCommand.setExitSignal(std::make_shared<const std::string>(exitSignal()));
+    mCommand.setExitStatus(status);
+    mCommand.setExitSignal(std::make_shared<const std::string>(signal));
     mCommand.setClosedInOrder(mIsClosedInOrder);
     mConnection.watch.retire(mChannel);
 }
@@ -245,12 +263,13 @@ bool SSHSession_libssh2::_execute(Connection &connection,
             return SSHEngine::commandError("There is no command.", 0, SSHErrorCause::Unknown);
         });
     connection.noteProgress();
+    CommandNotes notes(*connection.notes, *command);
     const SSHEngine::TimeLimit length(connection, Ending::SlowCommand);
     const SSHEngine::TimeLimit silence(connection, Ending::SilentCommand);
     LIBSSH2_CHANNEL *const channel = openChannel(connection, error);
     if (!channel)
         return false;
-    CommandRun run(connection, *command, channel);
+    CommandRun run(connection, *command, notes, channel);
     if (!run.start(error) || !run.converseWithSudo(error) || !run.drain(error))
         return false;
     run.close();

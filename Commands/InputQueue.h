@@ -19,6 +19,13 @@ class InputQueue {
 
     bool empty() const { return mPieces.empty(); }
 
+    std::size_t size() const { // in bytes
+        std::size_t bytes = 0;
+        for (const Piece &piece : mPieces)
+            bytes += piece.rest.size();
+        return bytes;
+    }
+
     // Bytes of one piece; empty when the queue is.
     std::string_view front() const { return empty() ? std::string_view() : mPieces.front().rest; }
 

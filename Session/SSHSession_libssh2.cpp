@@ -50,6 +50,18 @@ std::string bannersOf(LIBSSH2_SESSION *session) {
     return text ? text : std::string();
 }
 
+void noteBegin(SSHEngine::Notes &notes, SSHSessionStage stage) {
+    notes.note([stage](SSHFacts &facts) {
+        facts.stage = stage;
+        facts.isStageUnderWay = true;
+        facts.stageBegin = std::chrono::steady_clock::now();
+        if (stage != SSHSessionStage::Execute)
+            return;
+        facts.command = SSHCommandFacts();
+        facts.error = nullptr;
+    });
+}
+
 } // namespace
 
 std::shared_ptr<SSHSession>
@@ -138,11 +150,7 @@ bool SSHSession_libssh2::runStages(Connection &connection, SSHErrorRef *error) {
     const auto run = [&](SSHSessionStage stage,
                          bool (Engine::*operation)(Connection &, SSHErrorRef *)) {
         connection.noteProgress();
-        connection.notes->note([stage](SSHFacts &facts) {
-            facts.stage = stage;
-            facts.isStageUnderWay = true;
-            facts.stageBegin = std::chrono::steady_clock::now();
-        });
+        noteBegin(*connection.notes, stage);
         willBeginStage(stage);
         const bool succeeded = (this->*operation)(connection, error);
         didEndStage(stage, succeeded);
@@ -267,6 +275,8 @@ bool SSHSession_libssh2::execute(const std::shared_ptr<SSHCommand> &command,
         failure = SSHEngine::notConnectedError();
     } else {
         mSessionQueue.sync([&] {
+            const std::shared_ptr<SSHEngine::Notes> notes = used ? used->notes : anyNotes();
+            noteBegin(*notes, SSHSessionStage::Execute);
             const bool hasBegun = used && holds(*used);
             succeeded = hasBegun && _execute(*used, held, &failure);
             endCommand(used);
@@ -276,6 +286,10 @@ bool SSHSession_libssh2::execute(const std::shared_ptr<SSHCommand> &command,
                 failure = SSHEngine::endedCommandError(*used);
             if (!succeeded && !failure)
                 failure = SSHEngine::notConnectedError();
+            notes->note([&](SSHFacts &facts) {
+                facts.isStageUnderWay = false;
+                facts.error = succeeded ? nullptr : failure;
+            });
             if (!succeeded || isShutDown) // at once after the command had ended, perhaps
                 _cleanup(std::move(used));
             used.reset(); // what a `stop` ends from here on is closed by then
@@ -375,6 +389,13 @@ bool SSHSession_libssh2::onSessionQueue(const Connection &connection, SSHErrorRe
 bool SSHSession_libssh2::holds(const Connection &connection) const noexcept {
     const MutexLock lock(mMutex);
     return mConnection.get() == &connection && !connection.isShutDown();
+}
+
+std::shared_ptr<SSHEngine::Notes> SSHSession_libssh2::anyNotes() {
+    const MutexLock lock(mMutex);
+    if (!mNotes)
+        mNotes = std::make_shared<SSHEngine::Notes>(SSHSession::facts());
+    return mNotes;
 }
 
 SSHFacts SSHSession_libssh2::facts() const noexcept {

@@ -150,6 +150,7 @@ class SSHSession_libssh2 : public SSHSession {
     bool makeConnected(const ConnectionRef &connection, SSHErrorRef *error);
     bool runStages(Connection &connection, SSHErrorRef *error);
     bool becomeConnected(const ConnectionRef &connection);
+    std::shared_ptr<SSHEngine::Notes> anyNotes(); // of the last connection, or the first ones
     void tellAttempts(Connection &connection);
     void listen();
     ConnectionRef shutDownUnlessUsed();

@@ -81,6 +81,8 @@ class FaultInjectionTest : public ScriptedServerTest {
         else if (result != right + ", cut off" && !(result + "\n").starts_with(right + "\n")) {
             EXPECT_THAT(result, testing::MatchesRegex("(start: )?libssh2ErrorDomain -?[0-9]+ \\| "
                                                       "[^|]{20,} \\| [^|]{5,} \\| .*"));
+            const SSHErrorRef last = session->lastError();
+            EXPECT_TRUE(last && last->cause() != SSHErrorCause::Unknown) << summary(last);
             for (const char *wrong : {", still connected", ", record written", " was stopped"})
                 EXPECT_THAT(result, testing::Not(HasSubstr(wrong)));
         }
