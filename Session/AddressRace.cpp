@@ -105,7 +105,8 @@ int connectToFirst(const Connection &connection, const std::vector<Address> &add
             }
             note(connection, address, 0);
             return socket;
-        } else if (errno != ETIMEDOUT || until == deadline) {
+        }
+        if (errno != ETIMEDOUT || until == deadline) {
             return -1;
         }
     }

@@ -20,7 +20,8 @@ std::string common(const Names &client, const Names &server) {
 }
 
 bool needsMAC(std::string_view cipher) {
-    return !cipher.starts_with("chacha20-poly1305") && cipher.find("-gcm") == std::string_view::npos;
+    return !cipher.starts_with("chacha20-poly1305") &&
+           cipher.find("-gcm") == std::string_view::npos;
 }
 
 } // namespace

@@ -101,11 +101,11 @@ TEST_F(FactsTest, OfAServerAndACommand) {
     const std::string input(100000, 'i');
     resultOf(*session,
              "head -c 5000 /dev/zero | tr '\\0' o; head -c 3000 /dev/zero | tr '\\0' e "
-             ">&2; cat > /dev/null; exit 3",
+             ">&2; printf last >&2; cat > /dev/null; exit 3",
              std::nullopt, input);
     EXPECT_EQ(summaryOf(session->facts().command),
-              fmt::format("input started ended 100000 of 100000 in, 8000 out | {} | {} | 3 ",
-                          std::string(1024, 'o'), std::string(1024, 'e')));
+              fmt::format("input started ended 100000 of 100000 in, 8004 out | {} | {} | 3 ",
+                          std::string(1024, 'o'), std::string(1020, 'e') + "last"));
     resultOf(*session, "kill -TERM $$");
     EXPECT_EQ(summaryOf(session->facts().command), "started ended 0 of 0 in, 0 out |  |  | 0 TERM");
     session->stop();
