@@ -62,6 +62,13 @@ void noteBegin(SSHEngine::Notes &notes, SSHSessionStage stage) {
     });
 }
 
+void noteEnd(SSHEngine::Notes &notes, const SSHErrorRef &error) {
+    notes.note([&](SSHFacts &facts) {
+        facts.isStageUnderWay = false;
+        facts.error = error;
+    });
+}
+
 } // namespace
 
 std::shared_ptr<SSHSession>
@@ -275,7 +282,7 @@ bool SSHSession_libssh2::execute(const std::shared_ptr<SSHCommand> &command,
         failure = SSHEngine::notConnectedError();
     } else {
         mSessionQueue.sync([&] {
-            const std::shared_ptr<SSHEngine::Notes> notes = used ? used->notes : anyNotes();
+            const std::shared_ptr<SSHEngine::Notes> notes = notesOf(used);
             noteBegin(*notes, SSHSessionStage::Execute);
             const bool hasBegun = used && holds(*used);
             succeeded = hasBegun && _execute(*used, held, &failure);
@@ -286,10 +293,7 @@ bool SSHSession_libssh2::execute(const std::shared_ptr<SSHCommand> &command,
                 failure = SSHEngine::endedCommandError(*used);
             if (!succeeded && !failure)
                 failure = SSHEngine::notConnectedError();
-            notes->note([&](SSHFacts &facts) {
-                facts.isStageUnderWay = false;
-                facts.error = succeeded ? nullptr : failure;
-            });
+            noteEnd(*notes, succeeded ? nullptr : failure);
             if (!succeeded || isShutDown) // at once after the command had ended, perhaps
                 _cleanup(std::move(used));
             used.reset(); // what a `stop` ends from here on is closed by then
@@ -391,7 +395,9 @@ bool SSHSession_libssh2::holds(const Connection &connection) const noexcept {
     return mConnection.get() == &connection && !connection.isShutDown();
 }
 
-std::shared_ptr<SSHEngine::Notes> SSHSession_libssh2::anyNotes() {
+std::shared_ptr<SSHEngine::Notes> SSHSession_libssh2::notesOf(const ConnectionRef &connection) {
+    if (connection)
+        return connection->notes;
     const MutexLock lock(mMutex);
     if (!mNotes)
         mNotes = std::make_shared<SSHEngine::Notes>(SSHSession::facts());

@@ -150,7 +150,8 @@ class SSHSession_libssh2 : public SSHSession {
     bool makeConnected(const ConnectionRef &connection, SSHErrorRef *error);
     bool runStages(Connection &connection, SSHErrorRef *error);
     bool becomeConnected(const ConnectionRef &connection);
-    std::shared_ptr<SSHEngine::Notes> anyNotes(); // of the last connection, or the first ones
+    // Where there is none: those of the last one, or the first ones.
+    std::shared_ptr<SSHEngine::Notes> notesOf(const ConnectionRef &connection);
     void tellAttempts(Connection &connection);
     void listen();
     ConnectionRef shutDownUnlessUsed();
