@@ -14,12 +14,8 @@ using enum SSHFindingID;
 constexpr int notFoundStatus = 127; // these two by POSIX, Shell Command Language, 2.8.2
 constexpr int notExecutableStatus = 126;
 
-// What the error says, and what standard error does.
-std::string wordsOf(const SSHFacts &facts) {
-    std::string words;
-    if (facts.error)
-        words = facts.error->localizedFailureReason().value_or("") + "\n";
-    return words + facts.command.errorEnd;
+std::string reasonOf(const SSHFacts &facts) {
+    return facts.error ? facts.error->localizedFailureReason().value_or("") : "";
 }
 
 FindingArguments quoting(std::string_view who, const std::string &text, std::string_view words) {
@@ -36,7 +32,7 @@ std::string terminalStep(const SSHFacts &facts) {
            "SSHCommand::adminPassword): then the command runs through sudo without a terminal.";
 }
 
-bool addBySudosWords(FindingList &list, const std::string &text) {
+bool addBySudosWords(FindingList &list, const std::string &text, std::string_view who = "It said") {
     struct Rule {
         SSHFindingID id;
         Words::List words;
@@ -48,7 +44,7 @@ bool addBySudosWords(FindingList &list, const std::string &text) {
         const std::string_view words = wordsIn(text, rule.words);
         if (words.empty())
             continue;
-        FindingArguments arguments = quoting("It said", text, words);
+        FindingArguments arguments = quoting(who, text, words);
         arguments["terminalStep"] = terminalStep(list.facts);
         list.add(rule.id, arguments);
         return true;
@@ -147,8 +143,9 @@ void addCommandFindings(FindingList &list) {
         addSlowness(list, SSHFindingID::CommandSilent, facts.options.silenceTimeout);
         break;
     case SSHErrorCause::SudoRefused:
-        if (!addBySudosWords(list, wordsOf(facts)))
-            list.add(SSHFindingID::SudoRefused, quoting("It said", wordsOf(facts), "sudo"));
+        if (!addBySudosWords(list, facts.command.errorEnd) &&
+            !addBySudosWords(list, reasonOf(facts), "The error says"))
+            list.add(SSHFindingID::SudoRefused, quoting("The error says", reasonOf(facts), ""));
         break;
     case SSHErrorCause::SudoSilent:
         addSudoSilence(list);

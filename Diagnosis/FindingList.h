@@ -35,12 +35,14 @@ class FindingList {
     std::vector<SSHFinding> mFindings;
 };
 
-// The rules of each stage, which add what they find. The last one is for what is left.
+// The rules of each stage, which add what they find; those for what is left; and those for what is
+// no failure.
 void addConnectFindings(FindingList &list);
 void addHandshakeFindings(FindingList &list);
 void addHostKeyFindings(FindingList &list);
 void addLogInFindings(FindingList &list);
 void addCommandFindings(FindingList &list);
 void addGeneralFindings(FindingList &list);
+void addRecordFindings(FindingList &list);
 
 } // namespace SSHEngine

@@ -13,7 +13,6 @@ constexpr const char *nameUnknown =
     "Could not look up the host. Error: Name or service not known (-2).";
 constexpr const char *cannotLogIn =
     "SSH could not authenticate with any of the available authentication methods.";
-constexpr const char *keyFailed = "Failed to authenticate by public key exchange:";
 constexpr const char *handshakeFailed = "Could not complete the handshake.";
 constexpr const char *noKeyExchange =
     "Could not complete the handshake. Encryption key exchange with the remote host failed.";
@@ -196,8 +195,8 @@ constexpr auto texts = std::to_array<FindingText>({
      unknownKey},
     {HostKeyUnasked, "hostKeyUnasked",
      "The server's key is not accepted, and nobody could be asked",
-     "The key that {host}, port {port}, showed ({type} {fingerprint}) is not the one on record in "
-     "{file}, or none is, and nobody was there to be asked whether to trust it.",
+     "No key of {host}, port {port}, is on record in {file}, and nobody was there to be asked "
+     "whether to trust the one that the server showed ({type} {fingerprint}).",
      "Connect once from a terminal with `ssh -p {port} {login}`, and answer yes if `ssh-keygen -l "
      "-f "
      "{serverKeyFile}` on the server shows the same fingerprint.",
@@ -244,9 +243,7 @@ constexpr auto texts = std::to_array<FindingText>({
     {KnownHostsUnwritten, "knownHostsUnwritten", "The accepted key could not be recorded",
      "The accepted key of {host} could not be written to {file}{why}, so the question will come "
      "again at the next connection.",
-     "Make the file and its directory yours to write to: `ls -ld {directoryWord} {fileWord}` shows "
-     "whose they are; `chmod u+rwX {directoryWord} {fileWord}` mends modes.",
-     notWritten},
+     "{writeStep}", notWritten},
     {SSHDirectoryMissing, "sshDirectoryMissing", "There is no directory ~/.ssh",
      "The directory {directory} does not exist, so no server's key can be on record, and none is "
      "recorded.",
@@ -258,19 +255,18 @@ constexpr auto texts = std::to_array<FindingText>({
      "refuses this user or this computer at once and one that is in trouble look alike.",
      "Have the server's log read at this time (`journalctl -u ssh`, or /var/log/auth.log), which "
      "gives the reason.",
-     "SSH could not authenticate because it could not get a list of available authentication "
-     "methods."},
+     "SSH could not authenticate because it could not get a list of the available "
+     "authentication methods."},
     {KeepAliveRefused, "keepAliveRefused", "The server hangs up at a keepalive before the log-in",
      "{host}{version} ended the connection before {user} could log in. This session sends a "
      "keepalive before the log-in, which servers of some kinds (Dropbear, libssh, AsyncSSH, Go's "
      "library) answer by hanging up.",
      "Leave out --classic, or set watchesConnection as SSHSessionOptions::recommended() does: then "
      "keepalives begin after the log-in.",
-     "SSH could not authenticate because it could not get a list of available authentication "
-     "methods."},
+     "SSH could not authenticate because it could not get a list of the available "
+     "authentication methods."},
     {NoUsableMethod, "noUsableMethod", "The server offers no way to log in that can be used",
-     "{host} lets {user} log in only by {methods}, for which this session has nothing to offer"
-     "{lacks}.",
+     "{host} lets {user} log in only by {methods}, for which this session has nothing to offer.",
      "Give what the server asks for, a password or a key file, or have another way allowed in "
      "/etc/ssh/sshd_config on the server.",
      cannotLogIn},

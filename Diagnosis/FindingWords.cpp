@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <utility>
 
 namespace SSHEngine {
 
@@ -99,12 +100,12 @@ std::string lineWith(std::string_view text, std::string_view words) {
     std::string result;
     while (!text.empty()) {
         const std::size_t end = std::min(text.find('\n'), text.size());
-        const std::string line = shown(text.substr(0, end));
+        std::string line = shown(text.substr(0, end));
         text.remove_prefix(std::min(end + 1, text.size()));
         if (!words.empty() && holds(line, words))
             return line;
         if (!line.empty())
-            result = line;
+            result = std::move(line);
     }
     return result;
 }

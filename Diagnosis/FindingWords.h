@@ -30,7 +30,7 @@ bool holds(std::string_view text, std::string_view words);
 // The line of the text that holds the words, or its last line that is not blank.
 std::string lineWith(std::string_view text, std::string_view words);
 
-// "the key /home/ada/.ssh/id_rsa (RSA SHA256:...)"
+// "the key ~/.ssh/id_rsa (RSA SHA256:...)"
 std::string describedKey(const SSHAttempt &attempt);
 std::string describedKey(const std::string &path, const std::string &type,
                          const std::string &fingerprint);

@@ -91,6 +91,13 @@ void addUnknown(FindingList &list, SSHFindingID id) {
     list.add(id, argumentsOf(facts, nullptr));
 }
 
+// What ssh-keygen(1) removes the line by.
+std::string entryWord(const SSHFacts &facts, const SSHKnownHostsLine &line) {
+    if (line.name.find_first_of("|*?") == std::string::npos)
+        return shellWord(line.name);
+    return line.isForThisPort ? commonArguments(facts).at("entryWord") : shellWord(facts.host);
+}
+
 void addChanged(FindingList &list) {
     const SSHFacts &facts = list.facts;
     const auto isRecord = [&](const SSHKnownHostsLine &each) {
@@ -104,26 +111,10 @@ void addChanged(FindingList &list) {
     const auto *any =
         line ? line : lineThat(facts, [](const auto &each) { return !each.isRevoked; });
     const bool isOtherType = line && !sameType;
-    list.add(isOtherType ? HostKeyOtherType : HostKeyChanged, argumentsOf(facts, any));
-}
-
-void addRecordTrouble(FindingList &list) {
-    const SSHFacts &facts = list.facts;
-    if (facts.hostKey.recordFailure == 0)
-        return;
-    FindingArguments arguments = argumentsOf(facts, nullptr);
-    const SSHKnownHostsFacts none;
-    const SSHKnownHostsFacts &file = facts.local ? facts.local->knownHosts : none;
-    if (facts.local && !file.hasDirectory)
-        list.add(SSHDirectoryMissing, arguments);
-    const bool isUnknownType = !facts.options.knowsEveryHostKeyType && file.isWritable;
-    arguments["why"] =
-        isUnknownType ? ", though the file can be written to (a session with --classic records "
-                        "no keys of today's types)"
-        : facts.local && file.hasDirectory
-            ? ", which, or whose directory, is not this user's to write to"
-            : "";
-    list.add(KnownHostsUnwritten, arguments);
+    FindingArguments arguments = argumentsOf(facts, any);
+    if (any)
+        arguments["entryWord"] = entryWord(facts, *any);
+    list.add(isOtherType ? HostKeyOtherType : HostKeyChanged, arguments);
 }
 
 } // namespace
@@ -138,11 +129,8 @@ void addHostKeyFindings(FindingList &list) {
         addUnknown(list, HostKeyUnasked);
         break;
     case HostKeyChangedDeclined:
-        addChanged(list);
-        break;
     case HostKeyChangedUnasked:
         addChanged(list);
-        list.add(HostKeyUnasked, argumentsOf(list.facts, nullptr));
         break;
     case SSHErrorCause::HostKeyRevoked:
         list.add(SSHFindingID::HostKeyRevoked,
@@ -156,7 +144,33 @@ void addHostKeyFindings(FindingList &list) {
     default:
         break;
     }
-    addRecordTrouble(list);
+}
+
+// An accepted key that was not recorded is no failure, and comes back at the next connection.
+void addRecordFindings(FindingList &list) {
+    const SSHFacts &facts = list.facts;
+    if (facts.hostKey.recordFailure == 0)
+        return;
+    FindingArguments arguments = argumentsOf(facts, nullptr);
+    const SSHKnownHostsFacts file = facts.local ? facts.local->knownHosts : SSHKnownHostsFacts();
+    if (facts.local && !file.hasDirectory) {
+        list.add(SSHDirectoryMissing, arguments);
+        return;
+    }
+    const bool isUnknownType = !facts.options.knowsEveryHostKeyType && file.isWritable;
+    const std::string &word = arguments["fileWord"];
+    const std::string &directory = arguments["directoryWord"];
+    arguments["why"] = isUnknownType ? ", though that may be written to" : "";
+    arguments["writeStep"] =
+        isUnknownType
+            ? std::string("Leave out --classic, or set knowsEveryHostKeyType as "
+                          "SSHSessionOptions::recommended() does: then keys of today's "
+                          "types are recorded too.")
+            : fmt::format("Make the file and its directory yours to write to: `ls -ld {0} "
+                          "{1}` shows whose they are, and `chmod u+rwX {0} {1}` mends "
+                          "their modes.",
+                          directory, word);
+    list.add(KnownHostsUnwritten, arguments);
 }
 
 } // namespace SSHEngine

@@ -296,7 +296,8 @@ void LogIn::addAgent() {
     if (!mFacts.local || !offers("publickey") || hasKeyAttempt)
         return;
     const SSHAgentFacts &agent = mFacts.local->agent;
-    if (agent.socket.empty())
+    const bool isWanted = !mFacts.hasPassword || mList.cause == SSHErrorCause::AgentFailed;
+    if (agent.socket.empty() || !isWanted)
         return;
     if (!agent.problem.empty())
         mList.add(AgentDead, {{"socket", shown(agent.socket)}, {"problem", shown(agent.problem)}});
@@ -312,6 +313,8 @@ void LogIn::addPassword() {
     const SSHAttempt *const password = first("password", Result::Refused);
     const SSHAttempt *const answers = first("keyboard-interactive", Result::Refused);
     const bool isClassic = !mFacts.options.asksServersQuestions;
+    const bool isMissing = mList.cause == SSHErrorCause::NoWayIn && !mFacts.hasPassword &&
+                           isOneOf("password", mFacts.methods);
     if (first("password", Result::Expired) || mList.cause == SSHErrorCause::PasswordExpired)
         mList.add(PasswordExpired);
     else if (mFacts.hasPassword && !takesPasswords())
@@ -325,7 +328,8 @@ void LogIn::addPassword() {
         mList.add(PasswordRefused);
     else if (answers)
         mList.add(AnswersRefused, {{"said", quotedAs("It said", answers->remark)}});
-    else if (first("password", Result::NotGiven) || mList.cause == SSHErrorCause::PasswordMissing)
+    else if (first("password", Result::NotGiven) || isMissing ||
+             mList.cause == SSHErrorCause::PasswordMissing)
         mList.add(PasswordMissing);
     const bool isAskedOnly = answers && !password && !isOneOf("password", mFacts.methods);
     if (isClassic && (isAskedOnly || first("keyboard-interactive", Result::NotGiven)))
@@ -334,18 +338,26 @@ void LogIn::addPassword() {
 
 // --- Endings
 
-bool isOffendedByKeepAlives(const SSHFacts &facts) {
-    return !wordsIn(facts.server.version, Words::refusingKeepAlives).empty();
+// Whether the server is, or may be, one of those that a keepalive offends.
+bool mayTakeOffence(const SSHFacts &facts) {
+    const std::string &version = facts.server.version;
+    const bool hasAnswered =
+        std::any_of(facts.attempts.begin(), facts.attempts.end(), [](const SSHAttempt &each) {
+            return each.result == Result::Refused || each.result == Result::AcceptedInPart ||
+                   each.result == Result::Expired || each.result == Result::SignatureRefused;
+        });
+    if (facts.options.watchesConnection || hasAnswered)
+        return false;
+    return !wordsIn(version, Words::refusingKeepAlives).empty() ||
+           (facts.server.hasHungUp && facts.methods.empty() && !holds(version, "OpenSSH"));
 }
 
 void LogIn::addEarlyEnding() {
-    const bool isEarly = mFacts.attempts.empty() && mFacts.methods.empty();
     const bool isUntold = mList.cause == SSHErrorCause::MethodsUntold;
     const bool hasEnded = isUntold || mFacts.server.hasHungUp ||
                           mList.cause == SSHErrorCause::ConnectionLost ||
                           mList.cause == SSHErrorCause::DisconnectedByServer;
-    if (!mFacts.options.watchesConnection && hasEnded &&
-        (isOffendedByKeepAlives(mFacts) || (isEarly && mFacts.server.hasHungUp)))
+    if (hasEnded && mayTakeOffence(mFacts))
         mList.add(KeepAliveRefused);
     if (isUntold)
         mList.add(MethodsUntold);
@@ -397,7 +409,7 @@ void LogIn::addFactor() {
 
 // What the user has given comes first.
 void LogIn::add() {
-    if (!mList.isEmpty() || !isLogIn())
+    if (!mFacts.error || !mList.isEmpty() || !isLogIn())
         return;
     addEarlyEnding();
     if (!mList.isEmpty())

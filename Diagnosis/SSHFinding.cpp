@@ -30,6 +30,7 @@ std::vector<SSHFinding> SSHFindings(const SSHFacts &facts) noexcept {
     SSHEngine::addCommandFindings(list);
     SSHEngine::addHostKeyFindings(list);
     SSHEngine::addGeneralFindings(list);
+    SSHEngine::addRecordFindings(list);
     return list.findings();
 }
 

@@ -49,10 +49,14 @@ const std::map<std::string, std::string> shownAs = {
     {"killedStep",
      "Have `journalctl -k` (or `dmesg`) read on the server at this time: it names what "
      "a shortage of memory has ended."},
+    {"writeStep",
+     "Make the file and its directory yours to write to: `ls -ld ~/.ssh "
+     "~/.ssh/known_hosts` shows whose they are; or, where they are, leave out --classic "
+     "(knowsEveryHostKeyType, as SSHSessionOptions::recommended() sets it)."},
     {"moreStep", "Give what the other factor needs as well, and leave out --classic "
                  "(triesFurtherFactors, as SSHSessionOptions::recommended() sets it)."}};
 // Pieces that are there in some cases only.
-const std::string optional = " said detail output within address version entry kind lacks limit "
+const std::string optional = " said detail output within address version entry kind limit "
                              "status more why meaning cipher during ";
 
 std::string shown(const std::string &text) {
