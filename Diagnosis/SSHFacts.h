@@ -61,7 +61,7 @@ struct SSHHostKeyFacts {
     std::string type;        // "ssh-ed25519"
     std::string fingerprint; // "SHA256:..."
     SSHHostKeyStanding standing = SSHHostKeyStanding::Unchecked;
-    bool wasAsked = false;   // the user, about it
+    bool wasAsked = false;   // somebody was asked about it, and has answered
     bool isAccepted = false; // by a file or by the user
     int recordFailure = 0;   // the code with which an accepted key was not recorded
 };

@@ -105,9 +105,10 @@ std::string addFailureText(const Connection &connection, const HostKeyCheck &che
 void confirmHostKey(const Connection &connection, HostKeyCheck &check) {
     const std::optional<std::string> &host = connection.engine.host();
     const std::string hostName = SSHPlatform::textOrNull(host);
-    check.facts.wasAsked = SSHPlatform::hasAlertPresenter();
     const AlertAnswer answer =
         SSHPlatform::alertPresenter()->runModal(confirmation(connection, check, hostName));
+    // Also a presenter refuses, where there is no terminal or nobody types anything.
+    check.facts.wasAsked = answer != AlertAnswer::Refused;
     if (answer != AlertAnswer::FirstButton || connection.ending() == Ending::Cancelled)
         return;
 

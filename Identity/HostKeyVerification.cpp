@@ -123,8 +123,9 @@ void ask(const Connection &connection, HostKeyCheck &check) {
     if (!key.isAccepted && !connection.isShutDown())
         refusal = SSHSession_libssh2::_errorWithDescription(
             "The server's host key was not accepted.",
-            key.wasAsked ? "The question was answered with no." : "There is nobody to ask.", 0,
-            causeOfRefusal(key));
+            key.wasAsked ? "The question was answered with no."
+                         : "Nobody has answered the question.",
+            0, causeOfRefusal(key));
     connection.notes->note([&](SSHFacts &noted) {
         noted.hostKey = key;
         noted.error = refusal;

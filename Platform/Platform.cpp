@@ -42,6 +42,11 @@ Log &logState() {
     return *value;
 }
 
+bool somebodyCanBeAsked() {
+    const MutexLock lock(installed().mutex);
+    return installed().presenter != nullptr;
+}
+
 } // namespace
 
 void install(std::shared_ptr<MainLoop> mainLoop,
@@ -64,13 +69,8 @@ std::shared_ptr<AlertPresenter> alertPresenter() noexcept {
     return std::make_shared<RefusingPresenter>();
 }
 
-bool hasAlertPresenter() noexcept {
-    const MutexLock lock(installed().mutex);
-    return installed().presenter != nullptr;
-}
-
 bool askOnMainThread(const std::function<void()> &question) noexcept {
-    if (hasAlertPresenter())
+    if (somebodyCanBeAsked())
         return mainLoop()->runAndWait(question);
     question();
     return true;

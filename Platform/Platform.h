@@ -23,9 +23,6 @@ SSHSESSION_EXPORT std::shared_ptr<MainLoop> mainLoop() noexcept;
 // The installed presenter, or the one that refuses everything. Never null.
 SSHSESSION_EXPORT std::shared_ptr<AlertPresenter> alertPresenter() noexcept;
 
-// Whether a presenter is installed, so that there is somebody to ask. Any thread.
-SSHSESSION_EXPORT bool hasAlertPresenter() noexcept;
-
 // Runs a closure that shows alerts on the main thread and waits for it; inline when already there,
 // and also when nobody can be asked, since a refusal needs no thread. Answers false, with
 // `question` not run, when the main loop has ended.

@@ -28,7 +28,7 @@ enum class SSHErrorCause {
 
     // --- The host key
     HostKeyUnknownDeclined, // by the user
-    HostKeyUnknownUnasked,  // nobody was there to ask
+    HostKeyUnknownUnasked,  // nobody was there to ask, or has answered
     HostKeyChangedDeclined,
     HostKeyChangedUnasked,
     HostKeyRevoked,

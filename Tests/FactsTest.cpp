@@ -119,21 +119,18 @@ TEST_F(FactsTest, ADeclinedHostKeyHasAnErrorOfItsOwn) {
     using enum SSHErrorCause;
     for (const bool isChanged : {false, true})
         for (const bool isAsked : {true, false}) {
-            if (!isAsked)
-                SSHPlatform::install(nullptr, nullptr);
-            user->answers = {AlertAnswer::SecondButton};
+            user->answers = {isAsked ? AlertAnswer::SecondButton : AlertAnswer::Refused};
             const auto session = makeSession(sshd.port());
             EXPECT_FALSE(session->start(&error) || error);
             const SSHFacts facts = session->facts();
             EXPECT_EQ(facts.error->text(), std::string("The server's host key was not accepted. ") +
                                                (isAsked ? "The question was answered with no."
-                                                        : "There is nobody to ask."));
+                                                        : "Nobody has answered the question."));
             EXPECT_EQ(facts.error->cause(),
                       isChanged ? isAsked ? HostKeyChangedDeclined : HostKeyChangedUnasked
                       : isAsked ? HostKeyUnknownDeclined
                                 : HostKeyUnknownUnasked);
             EXPECT_EQ(facts.hostKey.wasAsked, isAsked);
-            SSHPlatform::install(nullptr, user);
             if (!isAsked)
                 know(server().hostKey());
         }
