@@ -1,5 +1,7 @@
 #include "Doctor/Examination.h"
 
+#include "Session/TimeLimit.h"
+
 #include <SSHSession/PrintableText.h>
 #include <SSHSession/SSHFinding.h>
 
@@ -37,7 +39,8 @@ Examination::Examination(const Patient &examined, const TimeBudget &time, const 
     facts.isPasswordEmpty = patient.password && patient.password.view().empty();
     facts.keyFilePath = patient.keyFilePath.value_or("");
     facts.options = patient.options;
-    facts.options.connectTimeout = facts.options.handshakeTimeout = longestWait;
+    for (auto *limit : {&facts.options.connectTimeout, &facts.options.handshakeTimeout})
+        *limit = std::min<std::chrono::milliseconds>(timeLimit(*limit), longestWait);
 }
 
 void Examination::line(Verdict verdict, const std::string &text, const std::string &advice) {

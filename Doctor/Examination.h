@@ -19,7 +19,7 @@ namespace SSHEngine {
 
 class Visit;
 
-// For the look-up, for connecting, and for the first words.
+// For the look-up, and for connecting and the first words, unless the session has less patience.
 constexpr std::chrono::seconds longestWait(6);
 
 struct Patient {
@@ -80,7 +80,8 @@ class Examination {
     const TimeBudget &budget;
     const char *step = "";
 
-    // What is known so far; what a later connection sees stands in its own.
+    // What is known so far, with this examination's time limits for connecting and for the first
+    // words; what a later connection sees stands in its own.
     SSHFacts facts;
     std::vector<Address> addresses; // in the order in which the session tries them
     std::optional<Address> address; // that answers

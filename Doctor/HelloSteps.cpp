@@ -45,7 +45,8 @@ bool listen(const Examination &examination, ServerHello &hello) {
     while (!hello.isOver()) {
         const auto spent =
             std::chrono::duration_cast<milliseconds>(TimeBudget::Clock::now() - begin);
-        const auto time = std::max<milliseconds>(longestWait - spent, milliseconds(0));
+        const auto time =
+            std::max(examination.facts.options.handshakeTimeout - spent, milliseconds(0));
         if (SSHPlatform::waitForSocket(socket, WaitFor::Reading, examination.budget.left(time),
                                        examination.budget.wakeup()) <= 0)
             return false;

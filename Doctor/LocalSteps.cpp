@@ -106,7 +106,7 @@ void tell(Examination &examination, const SSHKnownHostsLine &line) {
     if (line.isRevoked)
         examination.note(text + " It is marked as revoked.");
     else if (!line.isForThisPort)
-        examination.note(text + " That is another port, or none.");
+        examination.note(text + " That is not for this port alone.");
     else
         examination.ok(text);
 }

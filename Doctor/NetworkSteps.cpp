@@ -126,8 +126,9 @@ std::vector<Attempt> connectToAll(const Examination &examination) {
     }
     for (Attempt &attempt : attempts)
         if (attempt.error == 0) {
-            attempt.error = finishConnecting(attempt.socket, examination.budget,
-                                             std::max(longestWait - spent(), milliseconds(0)));
+            attempt.error = finishConnecting(
+                attempt.socket, examination.budget,
+                std::max(examination.facts.options.connectTimeout - spent(), milliseconds(0)));
             attempt.time = spent();
         }
     return attempts;
@@ -209,7 +210,8 @@ void examineConnect(Examination &examination) {
         if (found.isConnected)
             examination.ok(where + "connected after " + spelled(attempts[i].time) + ".");
         else if (found.error == ETIMEDOUT)
-            examination.note(where + "no answer within " + spelled(longestWait) + ".");
+            examination.note(where + "no answer within " +
+                             spelled(examination.facts.options.connectTimeout) + ".");
         else
             examination.note(where + SSHPlatform::errnoText(found.error) + ".");
     }

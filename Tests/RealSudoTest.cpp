@@ -1,6 +1,8 @@
 // Against sudo itself, for a user who exists as long as the test.
 #include "Tests/Support/SessionTest.h"
 
+#include <SSHSession/SSHDoctor.h>
+
 #include <fmt/format.h>
 
 #include <unistd.h>
@@ -123,4 +125,20 @@ TEST_F(RealSudoTest, FollowedToItsEnd) {
     EXPECT_EQ(result("/bin/sh", "cat", password), couldNot(name + " is not in the sudoers file."));
     EXPECT_EQ(result(shell("exec /bin/sh -c \"/usr/bin/no${2#/usr/bin/}\"\n"), "cat", password),
               couldNot("/bin/sh: 1: /usr/bin/nosudo: not found"));
+}
+
+TEST_F(RealSudoTest, AnExaminationTriesThePasswordOnce) {
+    const auto lastLine = [&](const std::string &secret) {
+        SSHDoctor doctor("127.0.0.1", mServer->port(), name, SSHPlatform::Secret::none(), key(),
+                         SSHSessionOptions::recommended(), SSHPlatform::Secret::of(secret));
+        std::string text;
+        doctor.examine([&](const SSHDoctorLine &line) { text = line.step + ": " + line.text; });
+        return text;
+    };
+    allow("(ALL) ALL");
+    EXPECT_EQ(lastLine(password),
+              "sudo: It lets the user run commands with the password that was given.");
+    EXPECT_THAT(lastLine("wrong"), testing::HasSubstr("\"sudo: 1 incorrect password attempt\""));
+    fs::remove(rules);
+    EXPECT_THAT(lastLine(password), testing::HasSubstr("is not in the sudoers file"));
 }
