@@ -47,6 +47,7 @@ std::string inNumbers(const Address &address) {
 
 std::string inNumbers(const std::vector<Address> &addresses) {
     std::vector<std::string> texts;
+    texts.reserve(addresses.size());
     for (const Address &address : addresses)
         texts.push_back(inNumbers(address));
     return fmt::format("{}", fmt::join(texts, ", "));
@@ -70,8 +71,9 @@ Answer ask(const std::string &host, std::uint16_t port, int family, int flags) {
 }
 
 // At the same time. Nothing ends a look-up that a name server leaves waiting.
-void lookUp(const Examination &examination, std::array<Family, 2> &families) {
+void lookUp(const Examination &examination, std::vector<Family> &families) {
     std::vector<Errand> errands;
+    errands.reserve(families.size());
     for (const Family &family : families)
         errands.emplace_back([answer = family.answer, host = *examination.patient.host,
                               port = examination.patient.port,
@@ -94,7 +96,7 @@ void tell(Examination &examination, const Family &family) {
             fmt::format("{}: none. {}.", family.name, ::gai_strerror(family.answer->code)));
 }
 
-void fail(Examination &examination, bool isForIPv4, const std::array<Family, 2> &families) {
+void fail(Examination &examination, bool isForIPv4, const std::vector<Family> &families) {
     const Family &ipv4 = families[0];
     SSHErrorCause cause = SSHErrorCause::NameNotFound;
     if (isForIPv4 && families[1].isFound())
@@ -176,7 +178,7 @@ void examineLookUp(Examination &examination) {
         examination.facts.lookUpCode = EAI_NONAME;
         examination.failBy(SSHErrorCause::NameNotFound, SSHSessionStage::Connect);
     } else {
-        std::array<Family, 2> families = {Family{AF_INET, "IPv4 (A)"}, {AF_INET6, "IPv6 (AAAA)"}};
+        std::vector<Family> families = {Family{AF_INET, "IPv4 (A)"}, {AF_INET6, "IPv6 (AAAA)"}};
         lookUp(examination, families);
         for (const Family &family : families)
             tell(examination, family);

@@ -27,7 +27,8 @@ struct TimeBudget::Limit::Watch {
     std::promise<void> hasEnded;
 };
 
-TimeBudget::Limit::Limit(const TimeBudget &budget, Milliseconds most, std::function<void()> end)
+TimeBudget::Limit::Limit(const TimeBudget &budget, Milliseconds most,
+                         const std::function<void()> &end)
     : mWatch(std::make_shared<Watch>()) {
     try {
         SSHPlatform::startDetachedThread(

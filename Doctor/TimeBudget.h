@@ -32,7 +32,7 @@ class TimeBudget {
     // time is over, or this part of it. Where the system has no thread to give, there is no limit.
     class Limit {
       public:
-        Limit(const TimeBudget &budget, Milliseconds most, std::function<void()> end);
+        Limit(const TimeBudget &budget, Milliseconds most, const std::function<void()> &end);
         ~Limit(); // waits for an `end` that has begun
         Limit(const Limit &) = delete;
         Limit &operator=(const Limit &) = delete;
