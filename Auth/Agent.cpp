@@ -56,9 +56,9 @@ bool agentHasGone(const Connection &connection) {
 } // namespace
 
 SSHAttempt SSHEngine::attemptWith(const libssh2_agent_publickey &identity) {
-    SSHAttempt attempt = attemptWithKey(
-        identity.comment ? identity.comment : "",
-        keyTypeIn({reinterpret_cast<const char *>(identity.blob), identity.blob_len}));
+    SSHAttempt attempt =
+        attemptWithKey(identity.comment ? identity.comment : "",
+                       {reinterpret_cast<const char *>(identity.blob), identity.blob_len});
     attempt.isFromAgent = true;
     return attempt;
 }

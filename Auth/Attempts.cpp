@@ -2,6 +2,8 @@
 
 #include "Session/Causes.h"
 #include "Session/ErrorReporting.h"
+#include "Session/KeyEncoding.h"
+#include "Session/KeyType.h"
 #include "Session/SSHSession_libssh2.h"
 
 #include <fmt/format.h>
@@ -46,11 +48,13 @@ void markFactor(std::vector<SSHAttempt> &attempts, std::size_t first,
 
 } // namespace
 
-SSHAttempt attemptWithKey(std::string key, std::string keyType) {
+SSHAttempt attemptWithKey(std::string key, std::string_view blob) {
     SSHAttempt attempt;
     attempt.method = "publickey";
     attempt.key = std::move(key);
-    attempt.keyType = std::move(keyType);
+    attempt.keyType = keyTypeIn(blob);
+    if (!attempt.keyType.empty())
+        attempt.keyFingerprint = keyFingerprint(blob);
     return attempt;
 }
 

@@ -7,11 +7,13 @@
 #include <libssh2.h>
 
 #include <string>
+#include <string_view>
 
 namespace SSHEngine {
 
-// With a key; what came of it is for the caller to add.
-SSHAttempt attemptWithKey(std::string key, std::string keyType);
+// With a key, whose public part is `blob` where that is known; what came of it is for the caller to
+// add.
+SSHAttempt attemptWithKey(std::string key, std::string_view blob);
 
 // The attempt is over. Any thread.
 void noteAttempt(const Connection &connection, SSHAttempt attempt);

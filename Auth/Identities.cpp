@@ -241,7 +241,7 @@ void Identities::leaveOutMissing(const std::string &path) {
 
 void Identities::note(const std::string &path, const std::optional<PublicKey> &key,
                       SSHAttemptResult result, const std::string &remark) const {
-    SSHAttempt attempt = attemptWithKey(path, key ? key->type : "");
+    SSHAttempt attempt = attemptWithKey(path, key ? key->blob : "");
     attempt.result = result;
     attempt.remark = remark;
     noteAttempt(mConnection, std::move(attempt));

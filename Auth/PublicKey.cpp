@@ -43,9 +43,9 @@ void explainUnusable(SSHAttempt &attempt) {
         attempt.result = SSHAttemptResult::NotGiven;
 }
 
-std::string keyTypeOf(const std::string &path) {
+std::string publicPartOf(const std::string &path) {
     const auto key = SSHEngine::privateKeyIn(SSHEngine::readKeyFile(path).bytes.view());
-    return key && key->publicKey ? key->publicKey->type : "";
+    return key && key->publicKey ? key->publicKey->blob : "";
 }
 
 // The turns of the keys, one after another, on one connection.
@@ -150,12 +150,12 @@ int KeyTrials::tryKey(const KeyFiles &files, const Secret &passphrase) {
 }
 
 void KeyTrials::note(const std::string &path) {
-    mTrial.method = "publickey";
-    mTrial.key = path;
-    mTrial.keyType = keyTypeOf(path);
-    if (mTrial.result == SSHAttemptResult::Unusable)
-        explainUnusable(mTrial);
-    SSHEngine::noteAttempt(mConnection, mTrial);
+    SSHAttempt attempt = SSHEngine::attemptWithKey(path, publicPartOf(path));
+    attempt.result = mTrial.result;
+    attempt.remark = mTrial.remark;
+    if (attempt.result == SSHAttemptResult::Unusable)
+        explainUnusable(attempt);
+    SSHEngine::noteAttempt(mConnection, std::move(attempt));
 }
 
 } // namespace

@@ -49,6 +49,7 @@ bool SSHSession_libssh2::_readFromChannel(Connection &connection, LIBSSH2_CHANNE
     while ((result = libssh2_channel_read_ex(channel, stream, piece.data(), piece.size())) > 0) {
         data.append({piece.data(), static_cast<std::size_t>(result)});
         connection.noteProgress();
+        connection.notes->noteOutput(static_cast<std::size_t>(result));
     }
     if (result == 0 || result == LIBSSH2_ERROR_EAGAIN) {
         *keepReading = result != 0;

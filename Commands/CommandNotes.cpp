@@ -66,7 +66,6 @@ void CommandNotes::hasMoved(const ChannelPump &pump, const std::optional<std::si
     mNotes.note([&](SSHFacts &facts) {
         SSHCommandFacts &command = facts.command;
         command.lastActivity = Clock::now();
-        command.outputBytes = mArrived;
         command.inputBytes = mInputSize - inputLeft;
         if (!mIsBeginOver)
             command.outputBegin = begin;

@@ -41,6 +41,11 @@ bool isSame(char a, char b) {
            std::tolower(static_cast<unsigned char>(b));
 }
 
+bool isPlainInShells(char character) {
+    return std::isalnum(static_cast<unsigned char>(character)) != 0 ||
+           std::string_view("_@%+=:,./-").find(character) != std::string_view::npos;
+}
+
 std::string within(const std::string &type, const std::string &fingerprint) {
     const std::string both = inOneLine(keyTypeForPeople(type) + " " + fingerprint);
     return both.empty() ? "" : fmt::format(" ({})", shown(both));
@@ -63,6 +68,8 @@ std::string shellWord(std::string_view text) {
     std::string word = shown(text);
     if (word.empty())
         return "''";
+    if (std::all_of(word.begin(), word.end(), isPlainInShells))
+        return word;
     const std::size_t home = word.starts_with("~/") ? 2 : 0;
     return word.substr(0, home) + SSHEscapeString(word.substr(home));
 }

@@ -15,6 +15,8 @@ class Notes {
 
     // `change` must call nothing that takes a lock.
     void note(const std::function<void(SSHFacts &)> &change);
+    // The same, without a closure, for each piece of a command's output.
+    void noteOutput(std::size_t bytes);
     SSHFacts facts() const;
 
   private:

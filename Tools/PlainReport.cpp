@@ -49,8 +49,11 @@ int reportPlainly(const Outcome &outcome, bool isRaw) {
         hand(outcome.command.stderrData()->view(), STDERR_FILENO, isRaw, writeErrorOutput);
     }
     const int status = outcome.facts.error ? failedStatus : exitStatusOf(outcome.command);
-    if (outcome.facts.error)
-        tellError(*outcome.facts.error);
-    tellFindings(outcome.findings);
+    const SSHErrorRef &error = outcome.facts.error;
+    if (error)
+        tellError(*error);
+    // Whoever has cancelled it knows why.
+    if (!error || error->cause() != SSHErrorCause::Cancelled)
+        tellFindings(outcome.findings);
     return status;
 }
