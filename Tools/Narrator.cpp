@@ -59,7 +59,7 @@ void tellHostKey(const SSHHostKeyFacts &key) {
              std::string(nameOf(key.standing)));
 }
 
-// "key /home/ada/.ssh/id_ed25519 (ssh-ed25519 SHA256:...)"
+// "key ~/.ssh/id_ed25519 (ssh-ed25519 SHA256:...)"
 std::string keyText(const SSHAttempt &attempt) {
     if (attempt.key.empty() && attempt.keyType.empty())
         return "";
