@@ -16,7 +16,7 @@ what happens when one is tried; by itself every answer is taken but an empty one
     none                               the user is let in without being asked
 A client's version may have "reset" in it, to be hung up on when the first keys are agreed on, or
 "repeat", to be told each signature algorithm many times. A command is steps that are separated by
-"; ", see Channel.run; one that runs through sudo may have the steps "prompt" and "success" as well.
+"; ", see Channel.run, or "refused", which runs nothing; one that runs through sudo may have the steps "prompt" and "success" as well.
 """
 import asyncio
 import os
@@ -190,6 +190,8 @@ class Channel(asyncssh.SSHServerSession):
         if sudo:
             self.markers = {"prompt": ("err", sudo[1]), "success": ("out", sudo[2] + "\\n")}
             command = sudo[3].replace('\\"', '"')
+        if command == "refused":
+            return False
         self.steps = [shlex.split(step) for step in command.split("; ")]
         return True
 
