@@ -9,7 +9,7 @@ the process; without, the rows that need them are left out. With a server's name
 row's server is an sshd with these settings; see `run` for a row's other members.
 """
 import atexit, concurrent.futures, contextlib, ctypes, fcntl, functools, itertools, json, os, pathlib, pty, random, re, shutil
-import signal, socket, ssl, struct, subprocess, sys, tempfile, termios, threading, time, traceback
+import signal, socket, struct, subprocess, sys, tempfile, termios, threading, time, traceback
 
 HERE = pathlib.Path(__file__).resolve().parent
 INSIDE = os.environ.get("SSHSESSION_CAUSES") == "inside"
@@ -71,7 +71,10 @@ USERS = ["ada", "bob", "barred", "locked", "aged", "expired", "tty", "jailed", "
 
 
 def make_users():
-    """Each with the password "sesame"."""
+    """Each with the password "sesame". A copy of all that is in /etc: a mount on a single file goes away when somebody
+    elsewhere puts another in its place."""
+    subprocess.run(["cp", "-a", "/etc", BASE], stderr=subprocess.DEVNULL)  # locks there come and go
+    tell("mount", "--bind", BASE / "etc", "/etc")
     secret = tell("openssl", "passwd", "-6", "sesame").strip()
     passwd, shadow = (pathlib.Path("/etc", name).read_text() for name in ("passwd", "shadow"))
     for number, name in enumerate(USERS):
@@ -86,7 +89,8 @@ def make_users():
             ("sudoers", "Defaults lecture=never\nDefaults:tty requiretty\nada,chatty,tty,late ALL=(ALL) ALL\n", 0o440),
             ("resolv.conf", "nameserver 127.0.0.1\noptions timeout:1 attempts:1\n", 0o644),
             ("hosts", f"127.0.0.1 localhost {socket.gethostname()}\n", 0o644)):
-        tell("mount", "--bind", write(BASE / "etc" / name, content, mode), pathlib.Path("/etc", name).resolve())
+        pathlib.Path("/etc", name).unlink()
+        write(pathlib.Path("/etc", name), content, mode)
     for home in ("users", "jail/mnt/users"):
         write(BASE / home / ".ssh/authorized_keys", public(KEY) + "\n", 0o644)
     write(BASE / "chatty", "#!/bin/sh\necho Welcome\nexec /bin/sh \"$@\"\n", 0o755)
@@ -228,11 +232,6 @@ def resets_later(connection):
     resets(connection)
 
 
-def speaks_tls(connection):
-    with contextlib.suppress(ssl.SSLError):
-        ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER).wrap_socket(connection.dup(), server_side=True)
-
-
 def offers(**instead):
     """A list of algorithms (RFC 4253, section 7.1) like another server's, but for these."""
     usual = {"kex": "curve25519-sha256", "key": "ecdsa-sha2-nistp256", "cipher": "aes128-ctr", "mac": "hmac-sha2-256", "zip": "none"}
@@ -308,7 +307,7 @@ def run(mode, server, words="", *, host="127.0.0.1", user="", command="true", ke
     words = [*(["setpriv", "--reuid", "ada", "--clear-groups"] if as_ada else []), TOOL, "-p", port, *words.split(), *mode,
              *(["-i", home / key] if key else []), *(["--password-from", home / "password"] if password is not None else []),
              *(["--admin-password-from", home / "admin"] if sudo is not None else []), (user and user + "@") + host,
-             *([] if "--doctor" in mode else [command.replace("{flag}", str(flag))])]
+             *([] if "--doctor" in mode else command.replace("{flag}", str(flag)).split(" "))]
     environment = {"PATH": os.environ["PATH"], "HOME": str(home), **({"SSH_AUTH_SOCK": str(agent_of())} if agent_of else {})}
     return communicate(words, environment, answers, interrupt and flag, logs.get(port))
 
@@ -377,9 +376,9 @@ def rows():
 
     # --- The handshake
     row("HTTP", "notSSH", "speaksHTTP", says(b"HTTP/1.1 400 Bad Request\r\nServer: nginx\r\nContent-Length: 0\r\n\r\n", True))
-    row("TLS", "notSSH", "speaksTLS", speaks_tls)
+    row("TLS", "notSSH", "speaksTLS", says(b"\x15\3\1\0\2\2\x46", True))  # an alert
     row("MySQL", "notSSH", "speaksOtherProtocol", says(b"J\0\0\0\n8.0.36\0\x0b\0\0\0abcdefgh\0\xff\xf7mysql_native_password\0"))
-    row("mail", "notSSH", "speaksOtherProtocol", says(b"220 mail.test ESMTP Postfix\r\n"))
+    row("mail", "handshakeTimedOut", "speaksOtherProtocol", says(b"220 mail.test ESMTP Postfix\r\n"))
     row("Redis", "notSSH", "speaksOtherProtocol", says(b"-ERR unknown command\r\n", True))
     row("SSH 1", "notSSH", "speaksSSH1", says(b"SSH-1.5-1.2.27\nProtocol major versions differ.\n", True))
     row("silence", "handshakeTimedOut", "serverSilent", says(b""))
@@ -389,7 +388,7 @@ def rows():
     row("reset at once", "closedEarly", "serverHungUpAtOnce", resets)
     row("MaxStartups", "closedEarly", "serverTooBusy", busy, proof="past MaxStartups")
     row("penalty", "closedEarly", "serverPenalty", says(b"Not allowed at this time\r\n", True))
-    row("reset after the version", "handshakeFailed", "handshakeCutOff", resets_later)
+    row("reset after the version", "connectionLost", "handshakeCutOff", resets_later)
     row("no common key exchange", "noCommonKeyExchange", "noCommonKeyExchange", "KexAlgorithms sntrup761x25519-sha512@openssh.com")
     row("no common MAC", "noCommonMAC", "noCommonMAC", "Ciphers aes128-ctr; MACs umac-64@openssh.com")
     row("no common cipher", "noCommonCipher", "noCommonCipher", offers(cipher="twofish256-cbc"))
@@ -432,7 +431,7 @@ def rows():
     row("password not taken", "noWayIn", "passwordNotOffered", "", password="sesame")
     row("password expired", "passwordExpired", "passwordExpired", scripted, user="password expired", password="old")
     row("password expired, told by the shell", None, "passwordExpired", "UsePAM yes; " + takes, user="aged", password="sesame")
-    row("account expired", "passwordRefused", "passwordRefused", "UsePAM yes; " + takes, user="expired", password="sesame",
+    row("account expired", "connectionLost", "logInHungUp", "UsePAM yes; " + takes, user="expired", password="sesame",
         proof="Access denied for user expired by PAM")
     row("unknown user", "passwordRefused", "passwordRefused", takes, user="nobody-here", password="x", proof="Invalid user")
     row("barred user", "passwordRefused", "passwordRefused", takes + "; DenyUsers barred", user="barred", password="sesame",
@@ -506,7 +505,8 @@ def rows():
     row("command not executable", None, "commandNotExecutable", "", **key, command="/etc/passwd")
     row("command killed", None, "commandKilled", "", **key, command="kill -KILL $$")
     row("command terminated", None, "commandKilled", "", **key, command="kill -TERM $$")
-    row("command too long", "commandTooLong", "commandTooLong", dropbear, **key, **ada, command="true " + "x" * 100000)
+    row("command too long for the server", "connectionLost", "connectionLost", "", **key, command="true" + 3 * (" " + "x" * 99999))
+    row("command too long for its shell", None, "commandTooLong", "", **key, command="true" + 2 * (" " + "x" * 99999))
     row("command refused", "commandRefused", "commandRefused", scripted, **script("refused"))
     row("no session", "sessionRefused", "sessionRefused", "MaxSessions 0", **key)
     row("no session by nologin", None, "shellNotAvailable", "", **key, user="nologin")
