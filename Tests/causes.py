@@ -295,7 +295,7 @@ def run(mode, server, words="", *, host="127.0.0.1", user="", command="true", ke
     (home / ".ssh").mkdir(parents=True, mode=0o700)
     port = (server if isinstance(server, int) else sshd(server) if isinstance(server, str) else
             server() if hasattr(server, "is_server") else raw(server))
-    files = {".ssh/known_hosts": f"127.0.0.1 {host_keys.get(port) or public(HOST)}\n" if known is None else known,
+    files = {".ssh/known_hosts": f"127.0.0.1 {host_keys.get(port) or public(HOST)}\n" if known is None else known.replace("{port}", str(port)),
              "password": password, "admin": sudo, **(files or {})}
     for name, content in files.items():
         if content is not None and (content or name != ".ssh/known_hosts"):
@@ -399,20 +399,22 @@ def rows():
     row("host key unknown", "hostKeyUnknownUnasked", "hostKeyUnasked", "", known="")
     row("host key unknown, classic", "hostKeyUnknownUnasked", "hostKeyUnasked", "", classic, known="")
     row("host key unknown, declined", "hostKeyUnknownDeclined", "hostKeyUnknown", "", known="", answers=["2"])
-    other = f"127.0.0.1 {public(OTHER_HOST)}\n"
+    here = "[127.0.0.1]:{port}"
+    other = f"{here} {public(OTHER_HOST)}\n127.0.0.1 {public(OTHER_HOST)}\n"
     row("host key changed", "hostKeyChangedUnasked", "hostKeyChanged", "", known=other)
     row("host key changed, classic", "hostKeyChangedUnasked", "hostKeyChanged", "", classic, known=other)
     row("host key changed, declined", "hostKeyChangedDeclined", "hostKeyChanged", "", known=other, answers=["2"])
     row("host key under another port", "hostKeyUnknownUnasked", "hostKeyOtherPort", "", known=f"[127.0.0.1]:2 {public(HOST)}\n")
-    row("host key of another type", "hostKeyUnknownUnasked", "hostKeyOtherType", "", known=f"127.0.0.1 {public(KEY)}\n")
+    row("host key of another type", "hostKeyChangedUnasked", "hostKeyOtherType", "", known=f"{here} {public(KEY)}\n")
     row("host key revoked", "hostKeyRevoked", "hostKeyRevoked", "", known=f"@revoked * {public(HOST)}\n")
-    row("known hosts with a bad line", "hostKeyUnknownUnasked", "knownHostsBadLine", "", known="# db\n127.0.0.1 ssh-rsa AAAAB3\n")
+    row("known hosts with a bad line, classic", "hostKeyUnknownUnasked", "knownHostsBadLine", "", classic,
+        known=f"<<<<<<< HEAD\n127.0.0.1 {public(HOST)}\n")
     directory = {"known": "", "before": lambda home: (home / ".ssh/known_hosts").mkdir()}
     row("known hosts a directory", "hostKeyUnknownUnasked", "knownHostsUnreadable", "", **directory)
     row("known hosts a directory, classic", "hostKeyUnknownUnasked", "knownHostsUnreadable", "", classic, **directory)
     no_directory = {"known": "", "before": lambda home: (home / ".ssh").rmdir()}
     row("no ~/.ssh", "hostKeyUnknownUnasked", "hostKeyUnasked", "", **no_directory)
-    row("no ~/.ssh, classic", "hostKeyUnknownUnasked", "sshDirectoryMissing", "", classic, **no_directory)
+    row("no ~/.ssh, classic", None, "sshDirectoryMissing", "", classic, **no_directory, **key, answers=["1"])
     row("known hosts not writable", None, "knownHostsUnwritten", "", known="", answers=["1"], as_ada=True, user="ada",
         key="key", files={"key": KEY}, before=lambda home: (home / ".ssh").chmod(0o500))
 
@@ -505,8 +507,7 @@ def rows():
     row("command not executable", None, "commandNotExecutable", "", **key, command="/etc/passwd")
     row("command killed", None, "commandKilled", "", **key, command="kill -KILL $$")
     row("command terminated", None, "commandKilled", "", **key, command="kill -TERM $$")
-    row("command too long for the server", "connectionLost", "connectionLost", "", **key, command="true" + 3 * (" " + "x" * 99999))
-    row("command too long for its shell", None, "commandTooLong", "", **key, command="true" + 2 * (" " + "x" * 99999))
+    row("command too long", None, "commandTooLong", "", **key, command="true" + 2 * (" " + "x" * 99999))
     row("command refused", "commandRefused", "commandRefused", scripted, **script("refused"))
     row("no session", "sessionRefused", "sessionRefused", "MaxSessions 0", **key)
     row("no session by nologin", None, "shellNotAvailable", "", **key, user="nologin")
