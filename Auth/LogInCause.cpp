@@ -77,6 +77,11 @@ SSHErrorCause logInCause(const std::vector<SSHAttempt> &attempts, const LogInSit
     std::vector<SSHErrorCause> causes;
     for (const SSHAttempt &attempt : attempts)
         causes.push_back(causeOfAttempt(attempt, situation));
+    const auto partial = std::find(causes.rbegin(), causes.rend(), MoreWanted).base();
+    const SSHErrorCause next =
+        firstFound({partial, causes.end()}, {PasswordExpired, AnswersRefused, PasswordRefused});
+    if (partial != causes.begin() && next != Unknown)
+        return next; // the other factor was there, and was refused
     const SSHErrorCause alone =
         firstFound(causes, {ConnectionLost, MoreWanted, PasswordExpired, LogInRefused});
     const SSHErrorCause key = firstFound(causes, {SignatureRefused, KeyEncrypted, KeyUnreadable,

@@ -105,6 +105,11 @@ void addEnd(FindingList &list) {
         return;
     if (const auto words = wordsIn(all, Words::notAvailable); !words.empty())
         list.add(ShellNotAvailable, quoting("It said", all, words));
+    else if (holds(command.errorEnd, Words::expired))
+        list.add(PasswordExpired);
+    else if (command.exitStatus == 1 && command.outputBytes == command.errorEnd.size() &&
+             holds(command.errorEnd, Words::tooLong))
+        list.add(SSHFindingID::CommandTooLong); // for the shell, in sshd's words
     else if (!command.hasAdminPassword && holds(command.errorEnd, "sudo:") &&
              addBySudosWords(list, command.errorEnd))
         return; // sudo in the command itself

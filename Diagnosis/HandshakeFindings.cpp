@@ -152,7 +152,8 @@ void addFailure(FindingList &list) {
 
 void addHandshakeFindings(FindingList &list) {
     const SSHFacts &facts = list.facts;
-    if (facts.stage != SSHSessionStage::Handshake || !facts.error || !list.isEmpty())
+    const bool isEarly = list.cause == SSHErrorCause::ClosedEarly; // maybe as it connected
+    if ((facts.stage != SSHSessionStage::Handshake && !isEarly) || !facts.error || !list.isEmpty())
         return;
     addOtherProtocol(list);
     if (!list.isEmpty())

@@ -31,7 +31,10 @@ inline constexpr auto notFound =
 inline constexpr auto cannotRun = std::to_array<std::string_view>(
     {"Permission denied", "cannot execute", "Exec format error", "s a directory"});
 inline constexpr auto notAvailable = std::to_array<std::string_view>(
-    {"This account is currently not available", "This account is not available"});
+    {"This account is currently not available", "This account is not available",
+     "This service allows sftp connections only"});
+inline constexpr std::string_view tooLong = ": Argument list too long";
+inline constexpr std::string_view expired = "Password change required but no TTY available";
 
 // --- sudo
 inline constexpr auto sudoMissing = std::to_array<std::string_view>(

@@ -266,7 +266,8 @@ void LogIn::addKeyAttempts(bool ofGivenKey) {
             mList.add(KeyEncrypted, arguments);
         else if (each.result == Result::Missing && ofGivenKey)
             mList.add(KeyMissing, arguments);
-        else if (each.result == Result::Unusable && (!file || !addFileState(*file)))
+        else if (each.result == Result::Unusable && !each.isFromAgent &&
+                 (!file || !addFileState(*file)))
             mList.add(KeyUnreadable, arguments);
     }
     addRefusedKeys(ofGivenKey);
@@ -291,7 +292,8 @@ void LogIn::addUntriedKeys() {
 void LogIn::addAgent() {
     const bool hasKeyAttempt =
         std::any_of(mFacts.attempts.begin(), mFacts.attempts.end(), [](const SSHAttempt &each) {
-            return isOfKey(each) && each.result != Result::Missing;
+            return isOfKey(each) && each.result != Result::Missing &&
+                   !(each.isFromAgent && each.result == Result::Unusable);
         });
     if (!mFacts.local || !offers("publickey") || hasKeyAttempt)
         return;
@@ -317,7 +319,7 @@ void LogIn::addPassword() {
                            isOneOf("password", mFacts.methods);
     if (first("password", Result::Expired) || mList.cause == SSHErrorCause::PasswordExpired)
         mList.add(PasswordExpired);
-    else if (mFacts.hasPassword && !takesPasswords())
+    else if (mFacts.hasPassword && !takesPasswords() && !password && !answers)
         mList.add(PasswordNotOffered);
     else if (mFacts.isPasswordEmpty && (password || answers))
         mList.add(PasswordEmpty);
@@ -419,7 +421,9 @@ void LogIn::add() {
         mList.add(LogInSlow, {{"within", limit > 0 ? fmt::format(" within {} s", limit) : ""}});
         return;
     }
-    addFactor();
+    // Where another factor was tried and refused, that comes first.
+    if (mList.cause == SSHErrorCause::MoreWanted)
+        addFactor();
     addLateEnding();
     if (!addGivenFile())
         addKeyAttempts(true);
@@ -427,6 +431,7 @@ void LogIn::add() {
     addUntriedKeys();
     addKeyAttempts(false);
     addAgent();
+    addFactor();
     if (mList.cause == SSHErrorCause::NoWayIn && mList.isEmpty())
         mList.add(
             NoUsableMethod,

@@ -1,6 +1,7 @@
 // The second stage of `start`: the SSH handshake, and the watch for the server's disconnect.
 #include "Session/SSHSession_libssh2.h"
 
+#include "Diagnosis/KnownWords.h"
 #include "Identity/RecordedKeys.h"
 #include "Platform/Text.h"
 #include "Session/Causes.h"
@@ -18,6 +19,7 @@
 using SSHEngine::Connection;
 using SSHEngine::connectionError;
 using SSHEngine::fail;
+namespace Words = SSHEngine::Words;
 
 namespace {
 
@@ -99,22 +101,30 @@ void noteAgreed(const Connection &connection) {
 SSHErrorCause causeOfFailure(const Connection &connection, int code) {
     const SSHFacts facts = connection.notes->facts();
     const SSHServerFacts &server = facts.server;
-    const SSHErrorCause connecting = SSHEngine::causeOfConnecting(connection.failure());
+    // What the system said at once, or later.
+    const int told = facts.addresses.size() == 1 ? facts.addresses.front().error : 0;
+    const int number = told != 0 ? told : connection.failure();
+    const SSHErrorCause connecting = SSHEngine::causeOfConnecting(number);
     if (!server.hasSpoken && connecting != SSHErrorCause::Unknown) {
         connection.notes->note([&](SSHFacts &noted) {
             for (SSHAddressFacts &address : noted.addresses)
                 if (std::exchange(address.isConnected, false) || noted.addresses.size() == 1)
-                    address.error = connection.failure();
+                    address.error = number;
         });
         return connecting;
     }
     if (code == LIBSSH2_ERROR_ALLOC)
         return SSHErrorCause::NoMemory;
     if (server.version.empty()) {
-        if (!server.linesBefore.empty() && !server.linesBefore.starts_with("SSH-"))
+        const std::string_view lines = server.linesBefore;
+        if (lines.starts_with(Words::tooBusy) || lines.starts_with(Words::penalty))
+            return SSHErrorCause::ClosedEarly; // by sshd, which may take the next one
+        if (!lines.empty() && !lines.starts_with("SSH-"))
             return SSHErrorCause::NotSSH;
         return connection.hasHungUp() ? SSHErrorCause::ClosedEarly : SSHErrorCause::HandshakeFailed;
     }
+    if (server.version.starts_with(Words::ssh1) && !server.version.starts_with(Words::ssh1And2))
+        return SSHErrorCause::NotSSH;
     if (server.offer)
         if (const auto missing = SSHEngine::nothingInCommon(facts.known, *server.offer))
             return *missing;

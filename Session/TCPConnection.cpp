@@ -184,7 +184,8 @@ bool SSHSession_libssh2::_createSocket(Connection &connection, SSHErrorRef *erro
     };
     const auto failConnecting = [&](int number) {
         return failNumbered("Could not connect to the remote host.", number,
-                            SSHEngine::causeOfConnecting(number));
+                            number == ECONNRESET ? ClosedEarly // as soon as it was made
+                                                 : SSHEngine::causeOfConnecting(number));
     };
 
     const std::optional<Found> found = lookUpFor(connection);
@@ -220,6 +221,9 @@ bool SSHSession_libssh2::_createSocket(Connection &connection, SSHErrorRef *erro
     const int result = beginConnecting(descriptor, addresses.front());
     if (result != -1 && errno != EAGAIN)
         return failConnecting(errno);
+    if (result == -1 && errno != EINPROGRESS)
+        connection.notes->note(
+            [number = errno](SSHFacts &facts) { facts.addresses.front().error = number; });
     const int ready = connection.wait(WaitFor::Either, limit);
     if (ready < 0)
         return failConnecting(errno);

@@ -290,7 +290,7 @@ TEST_F(KeysTest, AKeyAndAPasswordAsTwoFactors) {
                             HasSubstr("Authenticated by public key exchange as one factor. The "
                                       "server wants more: " +
                                       second + "\n\nFailed to authenticate by " + second));
-                EXPECT_EQ(error->cause(), SSHErrorCause::MoreWanted);
+                EXPECT_EQ(error->cause(), SSHErrorCause::PasswordRefused);
             }
             session->stop();
         }
