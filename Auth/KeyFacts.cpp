@@ -8,7 +8,10 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
+#include <utility>
 
 namespace SSHEngine {
 
@@ -17,6 +20,11 @@ namespace {
 using State = SSHKeyFileState;
 
 constexpr std::string_view puttyBegin = "PuTTY-User-Key-File-";
+constexpr std::array standardNames = {"id_rsa", "id_ecdsa", "id_ed25519", "id_dsa"};
+
+bool isPrivateKey(State state) {
+    return state == State::Plain || state == State::Encrypted || state == State::Exposed;
+}
 
 State stateOf(const KeyFileContent &content, const std::optional<PrivateKey> &key,
               bool isReadableCipher) {
@@ -92,6 +100,31 @@ bool isTried(const std::string &name, const std::string &path, const SSHSessionO
     return (name == "id_dsa" || name == "id_rsa") && SSHPlatform::fileExists(path + ".pub");
 }
 
+bool isStandard(const std::string &name) {
+    return std::find(standardNames.begin(), standardNames.end(), name) != standardNames.end();
+}
+
+// Private keys under names of the user's own, which no session finds by itself.
+std::vector<SSHKeyFileFacts> otherKeys(const std::string &directory, LIBSSH2_SESSION *library) {
+    constexpr int most = 100; // entries
+    std::vector<SSHKeyFileFacts> keys;
+    std::error_code failure;
+    std::filesystem::directory_iterator entry(directory, failure);
+    for (int i = 0; !failure && entry != std::filesystem::directory_iterator() && i < most; ++i) {
+        if (!isStandard(entry->path().filename())) {
+            SSHKeyFileFacts facts = factsOf(entry->path(), library);
+            if (isPrivateKey(facts.state))
+                keys.push_back(std::move(facts));
+        }
+        entry.increment(failure);
+    }
+    return keys;
+}
+
+bool isSameFile(const std::optional<std::string> &a, const std::string &b) {
+    return a && SSHPlatform::standardizedPath(*a) == SSHPlatform::standardizedPath(b);
+}
+
 } // namespace
 
 std::vector<SSHKeyFileFacts> keyFileFacts(const std::optional<std::string> &given,
@@ -103,13 +136,16 @@ std::vector<SSHKeyFileFacts> keyFileFacts(const std::optional<std::string> &give
         all.back().isGiven = all.back().isTried = true;
     }
     const std::string directory = SSHPlatform::expandingTilde("~/.ssh");
-    for (const char *name : {"id_rsa", "id_ecdsa", "id_ed25519", "id_dsa"}) {
+    for (const char *name : standardNames) {
         const std::string path = SSHPlatform::appendingPathComponent(directory, name);
-        if (given && SSHPlatform::standardizedPath(*given) == SSHPlatform::standardizedPath(path))
+        if (isSameFile(given, path))
             continue;
         all.push_back(factsOf(path, library));
         all.back().isTried = isTried(name, path, options);
     }
+    for (SSHKeyFileFacts &key : otherKeys(directory, library))
+        if (!isSameFile(given, key.path))
+            all.push_back(std::move(key));
     return all;
 }
 

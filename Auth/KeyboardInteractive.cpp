@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 using SSHEngine::Connection;
 using SSHPlatform::Secret;
@@ -32,21 +33,33 @@ void giveToLibrary(std::string_view answer, LIBSSH2_USERAUTH_KBDINT_RESPONSE &re
     response.length = static_cast<unsigned>(answer.size());
 }
 
+std::string_view view(const void *text, std::size_t size) {
+    return text ? std::string_view(static_cast<const char *>(text), size) : "";
+}
+
+void noteQuestions(SSHEngine::LogIn &logIn, int count,
+                   const LIBSSH2_USERAUTH_KBDINT_PROMPT *prompts) {
+    constexpr std::size_t most = 10;
+    constexpr std::size_t longest = 200;
+    for (int i = 0; i < count && logIn.questions.size() < most; ++i)
+        logIn.questions.emplace_back(view(prompts[i].text, prompts[i].length).substr(0, longest));
+}
+
 // Whatever a single prompt asks, it gets the password; several prompts at once cannot all mean it,
 // so they get nothing.
 void libssh2_keyboard_callback(const char * /*name*/, int /*nameLength*/,
                                const char * /*instruction*/, int /*instructionLength*/,
-                               int promptCount, const LIBSSH2_USERAUTH_KBDINT_PROMPT * /*prompts*/,
+                               int promptCount, const LIBSSH2_USERAUTH_KBDINT_PROMPT *prompts,
                                LIBSSH2_USERAUTH_KBDINT_RESPONSE *responses, void **abstract) {
     auto &connection = Connection::of(abstract);
-    if (connection.isAskedTooOften() || promptCount != 1)
+    if (connection.isAskedTooOften())
         return;
-    if (const auto &password = connection.engine.password())
+    noteQuestions(connection.logIn, promptCount, prompts);
+    const auto &password = connection.engine.password();
+    if (promptCount == 1 && password)
         giveToLibrary(*password, responses[0]);
-}
-
-std::string_view view(const void *text, std::size_t size) {
-    return text ? std::string_view(static_cast<const char *>(text), size) : "";
+    else if (promptCount > 0)
+        connection.logIn.leavesQuestions = true;
 }
 
 // An empty answer may be one that the server takes, so what was declined must not be answered at
@@ -70,6 +83,7 @@ void converse(const char *name, int nameSize, const char *instruction, int instr
     for (int i = 0; i < promptCount; ++i)
         request.prompts.push_back(
             {.text = view(prompts[i].text, prompts[i].length), .isSecret = prompts[i].echo == 0});
+    noteQuestions(connection.logIn, promptCount, prompts);
     const auto answers = connection.logIn.conversation->answers(request);
     if (!answers && promptCount > 0)
         giveUp(connection.session(), responses[0]);
@@ -111,16 +125,19 @@ std::string failureText(LIBSSH2_SESSION *session, SSHEngine::Conversation *conve
     return (conversation->isGivenUp() ? " " : failureText(code)) + conversation->account();
 }
 
-SSHAttempt attemptOn(LIBSSH2_SESSION *session, const SSHEngine::Conversation *conversation,
-                     int code) {
+SSHAttempt attemptOn(LIBSSH2_SESSION *session, SSHEngine::LogIn &logIn, int code) {
     SSHAttempt attempt;
     attempt.method = "keyboard-interactive";
     SSHEngine::setResult(attempt, session, code);
-    if (conversation && code != 0) {
-        attempt.remark = conversation->account();
-        if (conversation->isGivenUp())
-            attempt.result = SSHAttemptResult::NotGiven;
-    }
+    attempt.questions = std::exchange(logIn.questions, {});
+    const bool leavesQuestions = std::exchange(logIn.leavesQuestions, false);
+    if (code == 0)
+        return attempt;
+    if (logIn.conversation)
+        attempt.remark = logIn.conversation->account();
+    const bool isGivenUp = logIn.conversation && logIn.conversation->isGivenUp();
+    if (isGivenUp || (leavesQuestions && attempt.result != SSHAttemptResult::Ended))
+        attempt.result = SSHAttemptResult::NotGiven;
     return attempt;
 }
 
@@ -148,7 +165,7 @@ bool SSHSession_libssh2::_authenticateWithKeyboard(Connection &connection, SSHEr
             options().asksServersQuestions ? converse : libssh2_keyboard_callback);
         libssh2_session_set_blocking(session, 1);
         const std::string account = code == 0 ? "" : failureText(session, logIn.conversation, code);
-        const SSHAttempt attempt = attemptOn(session, logIn.conversation, code);
+        const SSHAttempt attempt = attemptOn(session, logIn, code);
         SSHEngine::noteAttempt(connection, attempt);
         logIn.mayHaveFactor = code == LIBSSH2_ERROR_AUTHENTICATION_FAILED;
         return code == 0 || SSHEngine::fail(error, [&] {

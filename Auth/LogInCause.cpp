@@ -29,12 +29,23 @@ SSHErrorCause causeOfKey(const SSHAttempt &attempt) {
     }
 }
 
+// In the languages that borrow the word.
+bool isForPassword(const std::vector<std::string> &questions) {
+    return questions.size() == 1 && questions.front().find("asswor") != std::string::npos;
+}
+
 // Where there is no password, questions may have been answered with nothing.
 SSHErrorCause causeOfSecret(const SSHAttempt &attempt, const LogInSituation &situation) {
     if (attempt.result == Result::Expired)
         return PasswordExpired;
-    if (attempt.method == "keyboard-interactive" && situation.hasAnswers)
-        return AnswersRefused;
+    if (attempt.method == "keyboard-interactive") {
+        if (attempt.result == Result::NotGiven && !isForPassword(attempt.questions))
+            return AnswersMissing;
+        if (situation.hasAnswers)
+            return AnswersRefused;
+        if (attempt.questions.empty()) // refused without having asked for anything
+            return NoWayIn;
+    }
     if (attempt.result == Result::NotGiven || !situation.hasPassword)
         return PasswordMissing;
     return attempt.result == Result::Refused ? PasswordRefused : LogInRefused;
@@ -94,6 +105,8 @@ SSHErrorCause logInCause(const std::vector<SSHAttempt> &attempts, const LogInSit
         return refusedKey == Unknown ? secret : LogInRefused;
     if (key != Unknown)
         return key;
+    if (firstFound(causes, {PasswordMissing, AnswersMissing}) == AnswersMissing)
+        return AnswersMissing;
     return !situation.hasPassword && takesPassword(situation.methods) ? PasswordMissing : NoWayIn;
 }
 

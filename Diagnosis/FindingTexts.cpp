@@ -308,6 +308,14 @@ constexpr auto texts = std::to_array<FindingText>({
      "makes "
      "the codes with the server's.",
      "SSH could not authenticate using keyboard-interactive. Authentication failed."},
+    {AnswersMissing, "answersMissing", "The server asks a question, and nobody answers it",
+     "{host} asks questions at the log-in ({questions}), and got no answer: there was nobody to "
+     "ask, "
+     "or the question was dismissed.",
+     "Run it where the questions can be shown and answered; for a program that runs alone, have a "
+     "key "
+     "allowed on the server that needs no such answer.",
+     "SSH could not authenticate using keyboard-interactive."},
     {QuestionsNotAsked, "questionsNotAsked", "The server asks questions that nobody is shown",
      "{host} asks questions at the log-in (keyboard-interactive), and this session answers a "
      "single "
@@ -385,18 +393,17 @@ constexpr auto texts = std::to_array<FindingText>({
      "fit what is signed.",
      "Make it anew with `ssh-keygen -y -f {path} > {path}.pub`.", "Failed. Key unverified."},
     {SignatureRefused, "signatureRefused", "The server knows the key and refuses its signature",
-     "The server knows {keys}, and did not accept the signature made with it. From here a public "
-     "key file or certificate of another key, and a kind of signature that the server does not "
-     "allow (RSA with SHA-1), look alike.",
+     "The server knows {keys}, and did not let {user} in by the signature made with it. From here "
+     "a "
+     "server that wants a second factor besides, a public key file or certificate of another key, "
+     "and a kind of signature that the server does not allow (RSA with SHA-1) look alike.",
      "Try `ssh -v -i {path} -p {port} {login}`; if that fails too, make a key of today's kind with "
      "`ssh-keygen -t ed25519` and bring it to the server.",
      "Failed. Key unverified."},
     {KeyNotTried, "keyNotTried", "A key in ~/.ssh was not tried",
-     "The key {key} is there and was not tried: this session tries the agent, the given key, "
-     "id_dsa "
-     "and id_rsa alone.",
-     "Give it as the key file, or leave out --classic (triesKeysOfToday, as "
-     "SSHSessionOptions::recommended() sets it).",
+     "The key {key} is there and was not tried: by itself this session tries no key files but "
+     "{tried} in ~/.ssh.",
+     "Give it as the key file (`sshsession -i {path}`){otherwise}.",
      "The standard key file [[~/.ssh/id_rsa]] does not exist."},
     {AgentDead, "agentDead", "The SSH agent does not answer",
      "The SSH agent that SSH_AUTH_SOCK names ({socket}) could not be asked for keys: {problem}.",

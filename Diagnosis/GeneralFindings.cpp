@@ -11,10 +11,8 @@ namespace {
 using enum SSHFindingID;
 
 void addLoss(FindingList &list) {
-    const SSHErrorRef &error = list.facts.error;
-    const std::string text = error ? error->text() : "";
-    const bool isReset = error && (error->code() == ECONNRESET || holds(text, "reset by peer"));
-    list.add(isReset ? ConnectionReset : SSHFindingID::ConnectionLost);
+    list.add(list.facts.server.failure == ECONNRESET ? ConnectionReset
+                                                     : SSHFindingID::ConnectionLost);
 }
 
 } // namespace

@@ -52,6 +52,8 @@ class LogIn {
     void addRefusedKeys(bool ofGivenKey);
     void addPassword();
     void addUntriedKeys();
+    void addUntried(const SSHKeyFileFacts &file, const char *tried, const char *otherwise);
+    void addKeysOfOtherNames();
     void addAgent();
     void addLateEnding();
 
@@ -67,6 +69,7 @@ bool LogIn::isLogIn() const {
     case SSHErrorCause::PasswordMissing:
     case SSHErrorCause::PasswordRefused:
     case SSHErrorCause::PasswordExpired:
+    case SSHErrorCause::AnswersMissing:
     case SSHErrorCause::AnswersRefused:
     case SSHErrorCause::KeyRefused:
     case SSHErrorCause::KeyMissing:
@@ -283,10 +286,37 @@ void LogIn::addUntriedKeys() {
                               file.state == SSHKeyFileState::Encrypted ||
                               file.state == SSHKeyFileState::Exposed;
         const bool isStandard = file.path.ends_with("/id_rsa") || file.path.ends_with("/id_dsa");
+        const bool isOfToday =
+            file.path.ends_with("/id_ed25519") || file.path.ends_with("/id_ecdsa");
         if (file.isGiven || file.isTried || file.isInAgent || !isUsable)
             continue;
-        mList.add(isStandard ? PublicFileMissing : KeyNotTried, keyArguments(file));
+        if (isStandard)
+            mList.add(PublicFileMissing, keyArguments(file));
+        else if (isOfToday)
+            addUntried(file, "id_dsa and id_rsa",
+                       ", or leave out --classic (triesKeysOfToday, as "
+                       "SSHSessionOptions::recommended() sets it)");
     }
+}
+
+void LogIn::addUntried(const SSHKeyFileFacts &file, const char *tried, const char *otherwise) {
+    FindingArguments arguments = keyArguments(file);
+    arguments["tried"] = tried;
+    arguments["otherwise"] = otherwise;
+    mList.add(KeyNotTried, arguments);
+}
+
+// Whoever has given a key or a password meant to be let in by that.
+void LogIn::addKeysOfOtherNames() {
+    if (!mFacts.local || !offers("publickey") || mFacts.hasPassword || !mFacts.keyFilePath.empty())
+        return;
+    for (const SSHKeyFileFacts &file : mFacts.local->keyFiles)
+        if (!file.isInAgent && file.path.find("/id_") == std::string::npos &&
+            file.state != SSHKeyFileState::Missing)
+            addUntried(file,
+                       mFacts.options.triesKeysOfToday ? "id_ed25519, id_ecdsa and id_rsa"
+                                                       : "id_dsa and id_rsa",
+                       "");
 }
 
 void LogIn::addAgent() {
@@ -311,9 +341,18 @@ void LogIn::addAgent() {
 
 // --- Passwords and questions
 
+std::string questionsOf(const SSHAttempt *attempt) {
+    std::vector<std::string> quoted;
+    for (const std::string &question : attempt ? attempt->questions : std::vector<std::string>())
+        quoted.push_back(fmt::format("\"{}\"", shown(question)));
+    return enumeration(quoted, "and");
+}
+
 void LogIn::addPassword() {
     const SSHAttempt *const password = first("password", Result::Refused);
-    const SSHAttempt *const answers = first("keyboard-interactive", Result::Refused);
+    const SSHAttempt *answers = first("keyboard-interactive", Result::Refused);
+    if (answers && answers->questions.empty()) // nothing was answered
+        answers = nullptr;
     const bool isClassic = !mFacts.options.asksServersQuestions;
     const bool isMissing = mList.cause == SSHErrorCause::NoWayIn && !mFacts.hasPassword &&
                            isOneOf("password", mFacts.methods);
@@ -328,6 +367,9 @@ void LogIn::addPassword() {
                   {{"said", answers ? quotedAs("It said", answers->remark) : ""}});
     else if (password || mList.cause == SSHErrorCause::PasswordRefused || (answers && isClassic))
         mList.add(PasswordRefused);
+    else if (mList.cause == SSHErrorCause::AnswersMissing)
+        mList.add(isClassic ? QuestionsNotAsked : AnswersMissing,
+                  {{"questions", questionsOf(first("keyboard-interactive", Result::NotGiven))}});
     else if (answers)
         mList.add(AnswersRefused, {{"said", quotedAs("It said", answers->remark)}});
     else if (first("password", Result::NotGiven) || isMissing ||
@@ -432,6 +474,7 @@ void LogIn::add() {
     addKeyAttempts(false);
     addAgent();
     addFactor();
+    addKeysOfOtherNames();
     if (mList.cause == SSHErrorCause::NoWayIn && mList.isEmpty())
         mList.add(
             NoUsableMethod,

@@ -29,6 +29,8 @@ struct SSHAttempt {
     bool isFromAgent = false;
     SSHAttemptResult result = SSHAttemptResult::Refused;
     std::string remark;
+    // What the server asked (keyboard-interactive), at most ten, each cut to 200 bytes.
+    std::vector<std::string> questions;
     std::vector<std::string> wanted; // the methods that the server named after it, where it did
 };
 

@@ -37,6 +37,7 @@ struct SSHAlgorithms {
 struct SSHServerFacts {
     bool hasSpoken = false;
     bool hasHungUp = false;  // it has ended the connection, or a network has
+    int failure = 0;         // errno of the first call on the connection's socket that failed
     std::string linesBefore; // what came before the version, or in its place; at most 1 kB
     std::string version;     // "SSH-2.0-OpenSSH_9.2p1"; empty until it has come
     std::optional<SSHAlgorithms> offer;  // its list of algorithms, once that has come

@@ -59,6 +59,7 @@ enum class SSHFindingID {
     PasswordExpired,
     PasswordNotOffered, // one was given, and the server takes none
     AnswersRefused,
+    AnswersMissing,    // to questions that nobody was there to answer, or wanted to
     QuestionsNotAsked, // more than the session answers by itself
     KeyRefused,
     KeyMissing,

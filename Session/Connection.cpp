@@ -218,9 +218,11 @@ ssize_t Connection::received(const void *bytes, ssize_t count) {
 void Connection::hear(std::string_view bytes) {
     if (mHello->take(bytes))
         notes->note([&](SSHFacts &facts) {
-            const bool hasHungUp = facts.server.hasHungUp;
+            const auto [hasHungUp, failure] =
+                std::pair(facts.server.hasHungUp, facts.server.failure);
             facts.server = mHello->facts();
             facts.server.hasHungUp = hasHungUp;
+            facts.server.failure = failure;
         });
     if (mHello->isOver())
         mHello.reset();
@@ -231,7 +233,8 @@ void Connection::noteFailure(int number) {
     if (isShutDown())
         return;
     int none = 0;
-    mFailure.compare_exchange_strong(none, number);
+    if (number != 0 && mFailure.compare_exchange_strong(none, number))
+        notes->note([number](SSHFacts &facts) { facts.server.failure = number; });
     if ((number == 0 || number == ECONNRESET || number == EPIPE) && !mHasHungUp.exchange(true))
         notes->note([](SSHFacts &facts) { facts.server.hasHungUp = true; });
 }

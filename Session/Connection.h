@@ -64,9 +64,11 @@ constexpr bool isTimeLimit(Ending ending) {
 struct LogIn {
     // Typed by the user; gone when the log-in has ended.
     SSHPlatform::Secret password = SSHPlatform::Secret::none();
-    bool refusedPassword = false; // by the user
-    bool hasAnswers = false;      // of the user's, to the server's questions
-    bool hasEnded = false;        // the connection, by the server: there is nothing to ask for
+    bool refusedPassword = false;         // by the user
+    bool hasAnswers = false;              // of the user's, to the server's questions
+    std::vector<std::string> questions{}; // that the server has asked by the method under way
+    bool leavesQuestions = false;         // of them some without an answer
+    bool hasEnded = false; // the connection, by the server: there is nothing to ask for
     // Whether the server may have taken what the method had to offer, as one factor of several: the
     // library does not tell this from a refusal.
     bool mayHaveFactor = false;

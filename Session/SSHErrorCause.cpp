@@ -59,6 +59,8 @@ const char *SSHErrorCauseName(SSHErrorCause cause) noexcept {
         return "passwordRefused";
     case PasswordExpired:
         return "passwordExpired";
+    case AnswersMissing:
+        return "answersMissing";
     case AnswersRefused:
         return "answersRefused";
     case KeyRefused:

@@ -40,6 +40,7 @@ enum class SSHErrorCause {
     PasswordMissing,  // it wants one, and none was given
     PasswordRefused,  // by any of the methods that use one
     PasswordExpired,  // the server wants a new one
+    AnswersMissing,   // it has questions beyond the password, and nobody answered them
     AnswersRefused,   // to the server's questions, which were not the password alone
     KeyRefused,       // the server knows none of the keys that were offered
     KeyMissing,       // the file is not there

@@ -132,7 +132,8 @@ bool SSHSession_libssh2::start(SSHErrorRef *error) noexcept {
     const bool isConnected = makeConnected(connection, failure);
     connection->notes->note([&](SSHFacts &facts) {
         facts.isStageUnderWay = false;
-        if (!isConnected && !facts.error)
+        // A host key that nobody accepted has an error of its own, unless more has happened.
+        if (!isConnected && (!facts.error || connection->isShutDown()))
             facts.error = *failure ? *failure
                                    : SSHEngine::connectionError(*this, std::nullopt, 0,
                                                                 SSHErrorCause::Unknown);
@@ -160,6 +161,8 @@ bool SSHSession_libssh2::runStages(Connection &connection, SSHErrorRef *error) {
         noteBegin(*connection.notes, stage);
         willBeginStage(stage);
         const bool succeeded = (this->*operation)(connection, error);
+        if (stage == Agent || stage == Authenticate)
+            _tellNews(connection);
         didEndStage(stage, succeeded);
         return succeeded;
     };
@@ -170,11 +173,8 @@ bool SSHSession_libssh2::runStages(Connection &connection, SSHErrorRef *error) {
     const auto logsIn = [&] {
         const TimeLimit limit(connection, Ending::SlowLogIn);
         // Where keys have an order of their own, the agent has its place in it.
-        const bool succeeded =
-            (!options().triesKeysOfToday && run(Agent, &Engine::_authenticateWithAgent)) ||
-            run(Authenticate, &Engine::_authenticateManually);
-        _tellNews(connection);
-        return succeeded;
+        return (!options().triesKeysOfToday && run(Agent, &Engine::_authenticateWithAgent)) ||
+               run(Authenticate, &Engine::_authenticateManually);
     };
     return run(Connect, &Engine::_createSocket) && handshakes() &&
            run(HostKey, &Engine::_validatedHostFingerprint) && logsIn();

@@ -414,7 +414,7 @@ def rows():
     row("known hosts a directory, classic", "hostKeyUnknownUnasked", "knownHostsUnreadable", "", classic, **directory)
     no_directory = {"known": "", "before": lambda home: (home / ".ssh").rmdir()}
     row("no ~/.ssh", "hostKeyUnknownUnasked", "hostKeyUnasked", "", **no_directory)
-    row("no ~/.ssh, classic", None, "knownHostsUnwritten", "", classic, **no_directory, **key, answers=["1"])
+    row("no ~/.ssh, classic", None, "sshDirectoryMissing", "", classic, **no_directory, **key, answers=["1"])
     row("known hosts not writable", None, "knownHostsUnwritten", "", known="", answers=["1"], as_ada=True, user="ada",
         key="key", files={"key": KEY}, before=lambda home: (home / ".ssh").chmod(0o500))
 
@@ -443,6 +443,11 @@ def rows():
     row("a shell that is not there", "keyRefused", "keyRefused", "", **key, user="noshell", proof="/no/such/shell does not")
     questions = "keyboard-interactive '|Code|+Token: |+Pin: '"
     row("a wrong code", "answersRefused", "answersRefused", scripted, user=questions, answers=["1", "wrong"])
+    row("questions for nobody", "answersMissing", "answersMissing", scripted, user=questions)
+    row("questions that are not shown", "answersMissing", "questionsNotAsked", scripted, classic, user=questions, password="x")
+    row("refused without a question", "passwordMissing", "passwordMissing", "KbdInteractiveAuthentication yes; " + takes, **ada)
+    row("key and password, classic", "signatureRefused", "signatureRefused",
+        "AuthenticationMethods publickey,password; " + takes, classic, **key, user="ada", password="sesame", proof="Partial publickey")
     row("only methods of others", "noWayIn", "noUsableMethod", scripted, user="hostbased,gssapi-with-mic")
     row("no keys taken", "noWayIn", "keysNotOffered", scripted, **key, user="hostbased")
     row("no method", "noWayIn", "noUsableMethod", scripted, user="nothing")
@@ -488,7 +493,7 @@ def rows():
     row("no key at all", "noWayIn", "noUsableMethod", "")
     row("ed25519 key there, classic", "noWayIn", "keyNotTried", "", classic,
         files={".ssh/id_ed25519": KEY, ".ssh/id_ed25519.pub": authorised})
-    row("key of another name", "noWayIn", "noUsableMethod", "", files={".ssh/work": KEY, ".ssh/work.pub": authorised})
+    row("key of another name", "noWayIn", "keyNotTried", "", files={".ssh/work": KEY, ".ssh/work.pub": authorised})
     row("agent dead", "agentFailed", "agentDead", "", agent_of=lambda: "/no/such/agent")
     row("agent empty", "noWayIn", "agentEmpty", "", agent_of=agent)
     crowd = {"agent_of": lambda: agent(*CROWD)}
@@ -515,7 +520,7 @@ def rows():
     row("server killed during a command", "connectionLost", "connectionLost", "", **key, command="kill -KILL $PPID")
     flagged = {**key, "command": "echo begun; touch {flag}; sleep 9"}
     row("connection closed during a command", "connectionLost", "connectionLost", cut(hangs_up), **flagged)
-    row("connection reset during a command", "connectionLost", "connectionLost", cut(resets), **flagged)
+    row("connection reset during a command", "connectionLost", "connectionReset", cut(resets), **flagged)
     row("link silent during a command", "commandTimedOut", "commandSlow", cut(lambda client: time.sleep(PATIENCE)), second,
         "--stdin /dev/null", **flagged)
     row("disconnected during a command", "disconnectedByServer", "serverDisconnected", scripted,

@@ -60,6 +60,8 @@ Json asJson(const SSHAttempt &attempt) {
     object["result"] = SSHAttemptResultName(attempt.result);
     if (!attempt.remark.empty())
         object["remark"] = attempt.remark;
+    if (!attempt.questions.empty())
+        object["questions"] = attempt.questions;
     object["wanted"] = attempt.wanted;
     return object;
 }

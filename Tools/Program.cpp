@@ -93,6 +93,8 @@ SSHFacts runSession(SSHSession &session, const std::shared_ptr<SSHCommand> &comm
         return session.examinedFacts();
     session.stop();
     SSHFacts facts = session.facts();
+    if (facts.hostKey.recordFailure != 0)
+        facts = session.examinedFacts();
     if (!command->isClosedInOrder())
         facts.error = cutOffError();
     return facts;
