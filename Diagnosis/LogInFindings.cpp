@@ -50,6 +50,7 @@ class LogIn {
     bool addFileState(const SSHKeyFileFacts &file);
     void addKeyAttempts(bool ofGivenKey);
     void addRefusedKeys(bool ofGivenKey);
+    bool mayHaveGoneOn() const;
     void addPassword();
     void addUntriedKeys();
     void addUntried(const SSHKeyFileFacts &file, const char *tried, const char *otherwise);
@@ -348,6 +349,13 @@ std::string questionsOf(const SSHAttempt *attempt) {
     return enumeration(quoted, "and");
 }
 
+// After a factor that was taken the server may offer more than at first.
+bool LogIn::mayHaveGoneOn() const {
+    return std::any_of(mFacts.attempts.begin(), mFacts.attempts.end(), [](const SSHAttempt &each) {
+        return each.result == Result::SignatureRefused || each.result == Result::AcceptedInPart;
+    });
+}
+
 void LogIn::addPassword() {
     const SSHAttempt *const password = first("password", Result::Refused);
     const SSHAttempt *answers = first("keyboard-interactive", Result::Refused);
@@ -358,7 +366,7 @@ void LogIn::addPassword() {
                            isOneOf("password", mFacts.methods);
     if (first("password", Result::Expired) || mList.cause == SSHErrorCause::PasswordExpired)
         mList.add(PasswordExpired);
-    else if (mFacts.hasPassword && !takesPasswords() && !password && !answers)
+    else if (mFacts.hasPassword && !takesPasswords() && !password && !answers && !mayHaveGoneOn())
         mList.add(PasswordNotOffered);
     else if (mFacts.isPasswordEmpty && (password || answers))
         mList.add(PasswordEmpty);

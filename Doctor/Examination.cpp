@@ -58,8 +58,14 @@ void Examination::note(const std::string &text) {
     line(Verdict::Note, text, "");
 }
 
+// What two steps meet is explained once.
 void Examination::fail(const std::string &text, const std::string &advice) {
-    line(Verdict::Fail, text, advice);
+    const auto [told, isNew] = mReasons.emplace(text, step);
+    if (isNew)
+        line(Verdict::Fail, text, advice);
+    else
+        line(Verdict::Fail, fmt::format("For the reason told at \"{}\".", told->second),
+             fmt::format("Mend what \"{}\" has found.", told->second));
 }
 
 void Examination::failBy(const SSHFacts &found) {
@@ -68,6 +74,12 @@ void Examination::failBy(const SSHFacts &found) {
         fail("It has failed, and nothing tells why.", "Have the server's log read at this time.");
     else
         fail(findings.front().text, findings.front().step);
+}
+
+void Examination::noteUnasked(const SSHFacts &found) {
+    const std::vector<SSHFinding> findings = SSHFindings(found);
+    note((findings.empty() ? "With what was given nobody gets in." : findings.front().text) +
+         " An examination asks nobody; a normal run would, where there is a terminal.");
 }
 
 void Examination::failBy(SSHErrorCause cause, SSHSessionStage stage) {

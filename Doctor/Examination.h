@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -73,7 +74,9 @@ class Examination {
     void fail(const std::string &text, const std::string &advice);
     // A failure in the words of the first finding from these facts.
     void failBy(const SSHFacts &found);
-    // The same, from what is known so far and this end of this stage.
+    // For what a normal run would have asked the user.
+    void noteUnasked(const SSHFacts &found);
+    // A failure, from what is known so far and this end of this stage.
     void failBy(SSHErrorCause cause, SSHSessionStage stage);
 
     const Patient &patient;
@@ -92,6 +95,7 @@ class Examination {
     void line(SSHDoctorLine::Verdict verdict, const std::string &text, const std::string &advice);
 
     const Tell &mTell;
+    std::map<std::string, std::string> mReasons; // of failures, and the step that told each
 };
 
 // The facts of a session that ended in this way.

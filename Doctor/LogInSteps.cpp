@@ -63,9 +63,7 @@ void tellRefusal(Examination &examination, const Visit &visit) {
                                          named(each), fmt::join(each.wanted, " or ")));
     if (std::none_of(facts.attempts.begin(), facts.attempts.end(), isSecretRefused) &&
         !visit.isTooLate() && wouldAsk(examination, facts))
-        return examination.note(
-            "With what was given nobody gets in. A normal run would ask for "
-            "more: a password, a pass phrase or what the server wants to know.");
+        return examination.noteUnasked(facts);
     examination.failBy(facts);
 }
 

@@ -558,7 +558,7 @@ def check(name, cause, finding, proof, attempt):
 def show(_name, _cause, _finding, _proof, attempt):
     plain = attempt([])[1].strip().splitlines()
     doctor = attempt(["--doctor"])
-    told = [line for line in (doctor[0] + doctor[1]).splitlines() if re.match(r"\s*(FAIL|try)", line)]
+    told = [line for line in (doctor[0] + doctor[1]).splitlines() if re.match(r"\s*(FAIL|try|note)", line)]
     return "\n".join(["```", *plain[-8:], "", *told, "```"])
 
 
