@@ -11,7 +11,7 @@
 //   if (session->start(&error) && session->execute(command, &error))
 //     show(command->stdoutData()->view());
 //   else
-//     complain(error); // null when the user declined the server's host key
+//     complain(error); // null when the user declined the server's host key; see lastError
 //   session->stop();
 //
 // Threads. `start`, `stop` and `execute` block their caller and may be called on any thread, the
@@ -24,6 +24,10 @@
 // Ownership. Sessions are shared. While a session is connected, its keepalive timer keeps it alive:
 // call `stop` before you let go of it. The delegate is not owned and must outlive the session's
 // connection, or be cleared before.
+//
+// Diagnosis. SSHError::cause is what failed, to branch on. SSHFindings(session->examinedFacts())
+// says in sentences what is wrong and what to do, SSHWaitingText(session->facts()) what is waited
+// for at this moment, and SSHDoctor examines step by step what keeps a session from working.
 //
 // Errors. Operations answer true or false and, when false, fill the error out-parameter if there is
 // one. Nothing throws. Any failed command disconnects; call `start` again before the next one. A
