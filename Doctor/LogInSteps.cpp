@@ -4,6 +4,7 @@
 #include "Doctor/Visit.h"
 
 #include <SSHSession/SSHCommand.h>
+#include <SSHSession/SSHFinding.h>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -106,6 +107,7 @@ Ran run(Visit &visit, const char *text, const SSHDataRef &input = nullptr) {
     Ran ran;
     ran.command->setCommand(text);
     ran.command->setStdinData(input);
+    visit.connection->notes->note([](SSHFacts &facts) { facts.stage = SSHSessionStage::Execute; });
     const bool isRun = visit.engine->execute(ran.command, &ran.failure);
     ran.facts = visit.facts();
     ran.facts.stage = SSHSessionStage::Execute;
@@ -136,6 +138,14 @@ void examineShell(Examination &examination) {
     const Ran ran = run(*examination.visit, "true");
     if (ran.failure)
         examination.reached &= ~unsigned{Examination::IsIn};
+    if (!ran.isGood() && SSHFindings(ran.facts).empty())
+        return examination.fail(
+            fmt::format("\"true\" ended with exit status {}, which it never does by itself: the "
+                        "account's shell, or what it runs as it starts, ends before. It said: {}.",
+                        ran.command->exitStatus(), quoted(ran.facts.command.errorEnd)),
+            fmt::format("Look on the server at the account's shell, with `getent passwd {}`, and "
+                        "at the shell's start-up files.",
+                        examination.patient.user));
     if (!ran.isGood())
         return examination.failBy(ran.facts);
     const std::size_t printed = ran.command->stdoutData()->size();
@@ -158,6 +168,8 @@ void examineSudo(Examination &examination) {
     SSHFacts found = ran.facts;
     if (!ran.failure)
         found = ended(found, SSHErrorCause::SudoRefused, SSHSessionStage::Execute);
+    else if (examination.visit->isTooLate())
+        found = ended(found, SSHErrorCause::SudoSilent, SSHSessionStage::Execute);
     found.command.hasAdminPassword = true;
     examination.failBy(found);
 }

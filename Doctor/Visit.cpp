@@ -30,6 +30,19 @@ SSHSessionOptions optionsOf(const Patient &patient) {
     return options;
 }
 
+// Of a visit that has taken too long.
+Ending endingOf(SSHSessionStage stage) {
+    switch (stage) {
+    case SSHSessionStage::Agent:
+    case SSHSessionStage::Authenticate:
+        return Ending::SlowLogIn;
+    case SSHSessionStage::Execute:
+        return Ending::SlowCommand;
+    default:
+        return Ending::SlowHandshake;
+    }
+}
+
 } // namespace
 
 Inspector::Inspector(const Patient &patient)
@@ -72,7 +85,7 @@ Visit::Visit(const Examination &examination, std::chrono::milliseconds most)
     : engine(std::make_shared<Inspector>(examination.patient)),
       connection(engine->beginConnection()), mExamination(examination) {
     mLimit.emplace(examination.budget, most,
-                   [this] { connection->shutDown(Ending::SlowHandshake); });
+                   [this] { connection->shutDown(endingOf(connection->notes->facts().stage)); });
 }
 
 Visit::~Visit() {
@@ -113,6 +126,8 @@ bool Visit::run(SSHSessionStage stage,
     connection->notes->note([&](SSHFacts &facts) { facts.stage = stage; });
     SSHErrorRef error;
     const bool succeeded = ((*engine).*operation)(*connection, &error);
+    if (!succeeded && isTooLate()) // whatever the stage takes for the reason
+        error = endedStartError(*connection);
     connection->notes->note([&](SSHFacts &facts) {
         if (!succeeded && error)
             facts.error = error;
@@ -125,6 +140,8 @@ SSHFacts Visit::facts() const {
     facts.addresses = mExamination.facts.addresses;
     facts.local = mExamination.facts.local;
     facts.options = mExamination.facts.options;
+    if (isTooLate()) // by the examination's patience, not by the session's
+        facts.options.logInTimeout = facts.options.commandTimeout = std::chrono::seconds(0);
     facts.isStageUnderWay = false;
     if (facts.server.version.empty())
         facts.server = mExamination.facts.server;
