@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 
 namespace SSHEngine {
@@ -226,6 +227,15 @@ void Connection::hear(std::string_view bytes) {
         });
     if (mHello->isOver())
         mHello.reset();
+}
+
+void Connection::hearTheRest() {
+    constexpr std::size_t most = 1024;
+    std::array<char, most> bytes{};
+    const ssize_t count =
+        mHello ? receiveSome(mSocket, bytes.data(), bytes.size(), MSG_DONTWAIT) : 0;
+    if (count > 0)
+        hear({bytes.data(), static_cast<std::size_t>(count)});
 }
 
 // 0 is the end of what comes, in good order. What this side has shut down says nothing.

@@ -165,6 +165,9 @@ class Connection {
 
     // Nothing that comes from here on is in the clear. Session queue only.
     void endHello() noexcept { mHello.reset(); }
+    // What has arrived behind the byte at which the library gave up, such as the rest of a
+    // database's greeting. On the session queue.
+    void hearTheRest();
 
     // What has been received so far was of use: the count that limits a server's chatter begins
     // anew, and so does a silence. Session queue only.

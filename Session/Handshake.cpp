@@ -144,10 +144,12 @@ bool openSession(Connection &connection, SSHErrorRef *error) {
     if (connection.engine.options().knowsEveryHostKeyType)
         SSHEngine::preferRecordedKeyTypes(connection);
     noteKnown(connection);
-    if (const int code = libssh2_session_handshake(session, connection.socket()))
+    if (const int code = libssh2_session_handshake(session, connection.socket())) {
+        connection.hearTheRest();
         return failWith("Could not complete the handshake. " +
                             SSHSession_libssh2::_stringForErrorCode(code),
                         code, causeOfFailure(connection, code));
+    }
 
     // Only now: a disconnect during the handshake is a failed start, not a lost connection.
     connection.tellsDisconnect = true;
