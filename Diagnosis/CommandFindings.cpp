@@ -46,6 +46,7 @@ bool addBySudosWords(FindingList &list, const std::string &text, std::string_vie
             continue;
         FindingArguments arguments = quoting(who, text, words);
         arguments["terminalStep"] = terminalStep(list.facts);
+        arguments["where"] = list.facts.command.hasAdminPassword ? " at /usr/bin/sudo" : "";
         list.add(rule.id, arguments);
         return true;
     }
@@ -56,8 +57,10 @@ void addSudoSilence(FindingList &list) {
     const SSHFacts &facts = list.facts;
     if (addBySudosWords(list, facts.command.errorEnd))
         return;
-    if (!facts.options.followsSudo && !facts.command.outputBegin.empty())
-        list.add(SudoHiddenByShell, {{"words", shown(facts.command.outputBegin)}});
+    const std::string &output = facts.command.outputBegin;
+    if (!facts.options.followsSudo && !output.empty())
+        list.add(SudoHiddenByShell,
+                 {{"words", shown(output.substr(0, output.find("#SSHSession")))}});
     else
         list.add(SSHFindingID::SudoSilent, quoting("It said", facts.command.errorEnd, ""));
 }
@@ -105,11 +108,14 @@ void addEnd(FindingList &list) {
         return;
     if (const auto words = wordsIn(all, Words::notAvailable); !words.empty())
         list.add(ShellNotAvailable, quoting("It said", all, words));
+    else if (const auto refusal = wordsIn(all, Words::filesOnly); !refusal.empty())
+        list.add(SSHFindingID::CommandRefused, quoting("It said", all, refusal));
     else if (holds(command.errorEnd, Words::expired))
         list.add(PasswordExpired);
     else if (command.exitStatus == 1 && command.outputBytes == command.errorEnd.size() &&
              holds(command.errorEnd, Words::tooLong))
-        list.add(SSHFindingID::CommandTooLong); // for the shell, in sshd's words
+        list.add(SSHFindingID::CommandTooLong, // for the shell, in sshd's words
+                 {{"longerThan", "the server's shell can be started with"}});
     else if (!command.hasAdminPassword && holds(command.errorEnd, "sudo:") &&
              addBySudosWords(list, command.errorEnd))
         return; // sudo in the command itself
@@ -139,7 +145,8 @@ void addCommandFindings(FindingList &list) {
         list.add(SSHFindingID::CommandRefused);
         break;
     case SSHErrorCause::CommandTooLong:
-        list.add(SSHFindingID::CommandTooLong);
+        list.add(SSHFindingID::CommandTooLong,
+                 {{"longerThan", "can be sent, which is about 35 KB"}});
         break;
     case CommandTimedOut:
         addSlowness(list, CommandSlow, facts.options.commandTimeout);

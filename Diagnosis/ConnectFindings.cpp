@@ -26,6 +26,7 @@ bool isIPv6(const std::string &host) {
 std::string hostIn(std::string text) {
     if (const auto scheme = text.find("://"); scheme != std::string::npos)
         text.erase(0, scheme + 3);
+    text.erase(0, text.find_first_not_of(" \t\n"));
     text = text.substr(0, text.find_first_of("/ \t\n"));
     text.erase(0, text.find('@') + 1);
     if (text.starts_with('['))

@@ -33,8 +33,9 @@ constexpr const char *sudoTimedOut = "Password authentication for sudo timed out
 constexpr auto texts = std::to_array<FindingText>({
     // --- Connecting
     {HostIsNoName, "hostIsNoName", "What was given as the host is more than a host's name",
-     "\"{host}\" is not the name of a host, which has neither a user nor a port nor \"ssh://\" in "
-     "it.",
+     "\"{host}\" is not the name of a host, which has no user, port, \"ssh://\", path or space in "
+     "it "
+     "or around it.",
      "Give the host alone, as in \"{suggestion}\"; the user and the port are given apart from it.",
      nameUnknown},
     {HostNameUnknown, "hostNameUnknown", "The host name is not known",
@@ -44,8 +45,8 @@ constexpr auto texts = std::to_array<FindingText>({
      "is right, join that network, or give the IP address in place of the name.",
      nameUnknown},
     {NameServerSilent, "nameServerSilent", "No name server answers",
-     "The name {host} could not be looked up because no name server gave an answer. Whether the "
-     "name is right remains unknown.",
+     "The name {host} could not be looked up because no name server answered, or the one that did "
+     "could not tell. Whether the name is right remains unknown.",
      "Check that this computer is connected to its network, and to the VPN if it needs one; "
      "`getent "
      "hosts {hostWord}` shows when names are found again.",
@@ -58,8 +59,8 @@ constexpr auto texts = std::to_array<FindingText>({
      "Could not look up the host. Error: No address associated with hostname (-5)."},
     {ConnectionRefused, "connectionRefused", "Connection refused",
      "The connection to port {port} of {host}{address} was refused at once. From here a server "
-     "whose SSH service does not run, one that listens on another port, and a firewall that "
-     "refuses look alike.",
+     "whose SSH service does not run, one that listens on another port, and a firewall or a ban "
+     "(fail2ban) that refuses look alike.",
      "Check the port number, which is 22 unless somebody chose another; on the server `sudo ss "
      "-ltnp` shows on which ports programs listen (sshd, for SSH).",
      "Could not connect to the remote host. Error: Connection refused (111).\n"
@@ -75,8 +76,9 @@ constexpr auto texts = std::to_array<FindingText>({
      "at.",
      "The connection timed out."},
     {HostUnreachable, "hostUnreachable", "The host cannot be reached",
-     "There is no way from this computer to {host}{address}: {error}. That is said by this "
-     "computer's own network settings, or by a router or firewall on the way.",
+     "There is no way from this computer to {host}{address}: {error}. From here a missing network "
+     "or VPN, a computer that is switched off in the same network and a router or firewall that "
+     "refuses look alike.",
      "Check this computer's network and VPN first; `ip route get {addressWord}` shows which way "
      "would be taken.",
      "Could not connect to the remote host. Error: No route to host (113).\n"
@@ -113,7 +115,7 @@ constexpr auto texts = std::to_array<FindingText>({
     {ServerHungUpAtOnce, "serverHungUpAtOnce", "The server hangs up at once",
      "{host} took the connection to port {port} and ended it without a word. From here a limit on "
      "connections, a ban of this computer's address (fail2ban, hosts.deny) and a service that is "
-     "not SSH look alike.",
+     "not SSH look alike.{usual}",
      "Try `ssh -v -p {port} {login}` from another computer; if that works, have this computer's "
      "address looked for in the bans on the server (`sudo fail2ban-client banned`).",
      "Could not complete the handshake. The socket was disconnected.\n"
@@ -136,7 +138,7 @@ constexpr auto texts = std::to_array<FindingText>({
     {ServerSilent, "serverSilent", "The server takes the connection and says nothing",
      "{host} took the connection to port {port} and has not said a word. From here an overloaded "
      "server, a service that waits to be spoken to (not SSH) and a firewall that only pretends to "
-     "connect look alike.",
+     "connect look alike.{usual}",
      "Try `ssh-keyscan -p {port} {hostWord}` on another computer: if that shows keys, something on "
      "the way from here holds the connection up; if not, check the port and the server.",
      "The server has not finished the handshake within 30 seconds.\n"
@@ -144,32 +146,32 @@ constexpr auto texts = std::to_array<FindingText>({
     {NoCommonKeyExchange, "noCommonKeyExchange", "No key exchange method in common",
      "{host} and this program know no key exchange method in common. The server offers {theirs}; "
      "this program knows {ours}.",
-     "Have one of those allowed on the server, by `KexAlgorithms +{choice}` in "
+     "Have one of those allowed on the server, by adding {choice} to KexAlgorithms in "
      "/etc/ssh/sshd_config, or its SSH server updated.",
      noKeyExchange},
     {NoCommonHostKey, "noCommonHostKey", "No host key type in common",
      "{host} has no host key of a type that this program knows. The server offers {theirs}; this "
      "program knows {ours}.",
      "Have a host key of another type made on the server, with `sudo ssh-keygen -A`, and allowed "
-     "by "
-     "`HostKeyAlgorithms +{choice}` in /etc/ssh/sshd_config.",
+     "by adding {choice} to HostKeyAlgorithms in /etc/ssh/sshd_config.",
      noKeyExchange},
     {NoCommonCipher, "noCommonCipher", "No cipher in common",
      "{host} and this program know no cipher in common. The server offers {theirs}; this program "
      "knows {ours}.",
-     "Have one of those allowed on the server, by `Ciphers +{choice}` in /etc/ssh/sshd_config, or "
-     "its SSH server updated.",
+     "Have one of those allowed on the server, by adding {choice} to Ciphers in "
+     "/etc/ssh/sshd_config, or its SSH server updated.",
      noKeyExchange},
     {NoCommonMAC, "noCommonMAC", "No message authentication code (MAC) in common",
      "{host} and this program know no message authentication code in common. The server offers "
      "{theirs}; this program knows {ours}.",
-     "Have one of those allowed on the server, by `MACs +{choice}` in /etc/ssh/sshd_config, or its "
-     "SSH server updated.",
+     "Have one of those allowed on the server, by adding {choice} to MACs in "
+     "/etc/ssh/sshd_config, or its SSH server updated.",
      noKeyExchange},
     {HandshakeCutOff, "handshakeCutOff", "The connection ended in the middle of the handshake",
      "{host}{version} began the handshake, and then the connection ended.{said} From here a server "
      "that gave up, and a firewall or router that cut the connection, look alike.",
-     "Have the server's log read at this time (`journalctl -u ssh`), which gives the reason if it "
+     "Have the server's log read at this time (`journalctl -u ssh -u sshd`), which gives the "
+     "reason if it "
      "was the server.",
      hungUp},
     {HandshakeSlow, "handshakeSlow", "The handshake takes too long",
@@ -181,7 +183,8 @@ constexpr auto texts = std::to_array<FindingText>({
      "The server has not finished the handshake within 30 seconds."},
     {HandshakeFailed, "handshakeFailed", "The handshake failed",
      "{host}{version} and this program did not agree on an encrypted connection.{said}{detail}",
-     "Have the server's log read at this time (`journalctl -u ssh`), which names what it missed.",
+     "Have the server's log read at this time (`journalctl -u ssh -u sshd`), which names what it "
+     "missed.",
      "Could not complete the handshake. Encryption key exchange with the remote host failed.\n"
      "Could not complete the handshake. An invalid SSH protocol response was received on the "
      "socket."},
@@ -229,16 +232,13 @@ constexpr auto texts = std::to_array<FindingText>({
      "revoked.",
      "The server's host key (SHA256:...) is marked as revoked in ~/.ssh/known_hosts."},
     {KnownHostsUnreadable, "knownHostsUnreadable", "The file of known hosts cannot be read",
-     "{file} cannot be read: {problem}. So no server counts as known.",
-     "Make the file readable to you again: `ls -l {fileWord}` shows whose it is, and `chmod 600 "
-     "{fileWord}` mends the mode of one that is yours.",
+     "{file} cannot be read: {problem}. So no server in it counts as known.",
+     "Make it a file that you can read: `ls -ld {fileWord}` shows what and whose it is, and `chmod "
+     "600 {fileWord}` mends the mode of a file that is yours.",
      "Could not check for known_hosts because libssh2_knownhost_readfile failed.\n"
      "Could not read ~/.ssh/known_hosts."},
     {KnownHostsBadLine, "knownHostsBadLine", "A line of the file of known hosts is damaged",
-     "Line {line} of {file} is no entry of a known host{more}. What stands in it does not count, "
-     "and a session with --classic reads nothing of what follows it.",
-     "Look at it with `sed -n {line}p {fileWord}`, and remove it with `sed -i.bak {line}d "
-     "{fileWord}` unless you can mend it.",
+     "Line {line} of {file} {damage}", "{lineStep}",
      "Could not check for known_hosts because libssh2_knownhost_readfile failed."},
     {KnownHostsUnwritten, "knownHostsUnwritten", "The accepted key could not be recorded",
      "The accepted key of {host} could not be written to {file}{why}, so the question will come "
@@ -253,7 +253,8 @@ constexpr auto texts = std::to_array<FindingText>({
     {MethodsUntold, "methodsUntold", "The server does not say how to log in",
      "{host}{version} did not say in which ways {user} may log in.{said} From here a server that "
      "refuses this user or this computer at once and one that is in trouble look alike.",
-     "Have the server's log read at this time (`journalctl -u ssh`, or /var/log/auth.log), which "
+     "Have the server's log read at this time (`journalctl -u ssh -u sshd`, or /var/log/auth.log), "
+     "which "
      "gives the reason.",
      "SSH could not authenticate because it could not get a list of the available "
      "authentication methods."},
@@ -267,14 +268,13 @@ constexpr auto texts = std::to_array<FindingText>({
      "authentication methods."},
     {NoUsableMethod, "noUsableMethod", "The server offers no way to log in that can be used",
      "{host} lets {user} log in only by {methods}, for which this session has nothing to offer.",
-     "Give what the server asks for, a password or a key file, or have another way allowed in "
-     "/etc/ssh/sshd_config on the server.",
-     cannotLogIn},
+     "{giveStep}", cannotLogIn},
     {PasswordRefused, "passwordRefused", "The password is refused",
      "The server refused the password for {user}. From here a wrong password, an unknown user name "
-     "and a barred or locked account look alike.",
+     "and a barred or locked account look alike{rootBarred}.",
      "Try the same user and password with `ssh -p {port} {login}`; if that fails too, have whoever "
-     "runs the server look into its log (`journalctl -u ssh`, or /var/log/auth.log), where sshd "
+     "runs the server look into its log (`journalctl -u ssh -u sshd`, or /var/log/auth.log), where "
+     "sshd "
      "writes the reason.",
      "SSH could not authenticate using the ssh user password. (-18)\n"
      "SSH could not authenticate using keyboard-interactive. Authentication failed."},
@@ -326,9 +326,9 @@ constexpr auto texts = std::to_array<FindingText>({
     {KeyRefused, "keyRefused", "The key is refused: Permission denied (publickey)",
      "The server does not accept {keys} for {user}. From here a missing line in "
      "~{user}/.ssh/authorized_keys, wrong permissions of that file or its directories, another "
-     "user's name and a key type that the server does not allow look alike.",
+     "user's name, a barred account and a key type that the server does not allow look alike.",
      "{bring}; if it is there already, check on the server that "
-     "~{user} and ~{user}/.ssh are writable to {user} alone, and read `journalctl -u ssh`.",
+     "~{user} and ~{user}/.ssh are writable to {user} alone, and read `journalctl -u ssh -u sshd`.",
      "Failed to authenticate by public key exchange:\n"
      "Trying to authenticate with key files [[(null)]] and [[~/.ssh/id_ed25519]] and no "
      "password...\nFailed."},
@@ -364,16 +364,17 @@ constexpr auto texts = std::to_array<FindingText>({
     {KeyOnToken, "keyOnToken", "The key is on a hardware token (sk-)",
      "The secret part of the key {key} is on a hardware token, which is used through an agent "
      "only.",
-     "Hand it to the agent with `ssh-add {path}`, and connect again.",
+     "Hand it to the agent with `{startAgent}ssh-add {path}`, and connect again.",
      "A hardware token holds this key, which only an agent can use."},
     {KeyCipherUnknown, "keyCipherUnknown", "The key file is encrypted with an unknown cipher",
      "The key file {key} is encrypted in a way that cannot be read here{cipher}.",
      "Encrypt it anew with `ssh-keygen -p -Z aes256-ctr -f {path}`, or hand it to the agent with "
-     "`ssh-add {path}`.",
+     "`{startAgent}ssh-add {path}`.",
      "It is encrypted with chacha20-poly1305@openssh.com, which cannot be read."},
     {KeyEncrypted, "keyEncrypted", "The key file is encrypted, and no pass phrase was given",
      "The key file {key} is encrypted, and its pass phrase was not given.",
-     "Hand it to the agent with `ssh-add {path}`, which asks for the pass phrase once, and connect "
+     "Hand it to the agent with `{startAgent}ssh-add {path}`, which asks for the pass phrase once, "
+     "and connect "
      "again.",
      "No password was given. Failing.\n"
      "Failed. Key unverified.\n"
@@ -434,9 +435,7 @@ constexpr auto texts = std::to_array<FindingText>({
     {KeysNotOffered, "keysNotOffered", "The server does not take keys",
      "A key file was given, but {host} lets {user} log in only by {methods}, so it was not asked "
      "for.",
-     "Log in with a password, or have `PubkeyAuthentication yes` set in /etc/ssh/sshd_config on "
-     "the "
-     "server.",
+     "{insteadOfKey}ave `PubkeyAuthentication yes` set in /etc/ssh/sshd_config on the server.",
      cannotLogIn},
     {MoreFactorsWanted, "moreFactorsWanted", "The server wants a second factor",
      "The server accepted {accepted} for {user} as one factor of several, and wants {wanted} as "
@@ -446,9 +445,11 @@ constexpr auto texts = std::to_array<FindingText>({
      "keyboard-interactive"},
     {LogInHungUp, "logInHungUp", "The server hangs up during the log-in",
      "The connection to {host} ended before {user} was logged in.{said} From here a limit on "
-     "attempts or on the time for them, a ban of this computer's address and a lost network look "
-     "alike.",
-     "Have the server's log read at this time (`journalctl -u ssh`, or /var/log/auth.log), which "
+     "attempts or on the time for them, an account that has expired or may not log in now, a ban "
+     "of "
+     "this computer's address and a lost network look alike.",
+     "Have the server's log read at this time (`journalctl -u ssh -u sshd`, or /var/log/auth.log), "
+     "which "
      "gives the reason if it was the server.",
      "Failed. The connection has ended.\n"
      "SSH could not authenticate using the ssh user password. (-13)"},
@@ -457,7 +458,7 @@ constexpr auto texts = std::to_array<FindingText>({
      "(such as a directory of users or a slow name server) and a network that has stopped look "
      "alike.",
      "Try again once; if it takes as long with `ssh -v -p {port} {login}`, have the server's log "
-     "read at this time (`journalctl -u ssh`).",
+     "read at this time (`journalctl -u ssh -u sshd`).",
      "The log-in has not finished within 60 seconds."},
 
     // --- Commands
@@ -476,9 +477,9 @@ constexpr auto texts = std::to_array<FindingText>({
      "account that may run commands.",
      "An error occurred in libssh2_channel_exec. (-22)"},
     {CommandTooLong, "commandTooLong", "The command is too long",
-     "The command is longer than what can be sent, which is about 35 KB.",
-     "Hand the long part over as the command's input, as in `sshsession {login} --stdin FILE "
-     "sh`.",
+     "The command is longer than what {longerThan}.",
+     "Hand the long part over as the command's input, as in `sshsession --stdin FILE -p {port} "
+     "{login} sh`.",
      "An error occurred in libssh2_channel_exec. (-34)"},
     {CommandNotFound, "commandNotFound", "Command not found (exit status 127)",
      "The server's shell found no such command{status}.{said} Commands that come over SSH often "
@@ -523,8 +524,8 @@ constexpr auto texts = std::to_array<FindingText>({
      "which it asks nothing.",
      "The command has not ended within 60 seconds. It may still be running on the server."},
     {SudoPasswordWrong, "sudoPasswordWrong", "sudo does not accept the password",
-     "sudo on {host} did not accept the password that was given for it.{said} By default it wants "
-     "the password of {user}, not that of root.",
+     "sudo on {host} did not accept the password that was given for it.{said} Unless the server's "
+     "sudoers say otherwise (targetpw, rootpw), it wants the password of {user}, not that of root.",
      "Try the password with `ssh -t -p {port} {login} sudo -k true`.", sudoRefused},
     {SudoNotAllowed, "sudoNotAllowed", "The user may not use sudo for this",
      "sudo on {host} does not allow {user} to run this command.{said}",
@@ -533,7 +534,7 @@ constexpr auto texts = std::to_array<FindingText>({
      "`sudo visudo` or by the group sudo (or wheel).",
      sudoRefused},
     {SudoMissing, "sudoMissing", "There is no sudo on the server",
-     "The command was to run as root, and {host} has no sudo at /usr/bin/sudo.{said}",
+     "The command was to run as root, and {host} has no sudo{where}.{said}",
      "Have sudo installed there, or log in as root and run the command without an administrator's "
      "password.",
      sudoTimedOut},
@@ -559,7 +560,8 @@ constexpr auto texts = std::to_array<FindingText>({
     // --- At any time
     {ServerDisconnected, "serverDisconnected", "The server ended the connection with a message",
      "{host} ended the connection (reason {code}).{said}",
-     "Have the server's log read at this time (`journalctl -u ssh`), which tells more than it says "
+     "Have the server's log read at this time (`journalctl -u ssh -u sshd`), which tells more than "
+     "it says "
      "to others.",
      noFixedTexts},
     {ConnectionLost, "connectionLost", "The connection was lost",
@@ -568,7 +570,7 @@ constexpr auto texts = std::to_array<FindingText>({
      "one that ended this session, and a network or VPN that went away look alike.",
      "Connect again; if it happens again at the same point, have the server's log read at that "
      "time "
-     "(`journalctl -u ssh`).",
+     "(`journalctl -u ssh -u sshd`).",
      "The socket was disconnected.\n"
      "Dravella lost the connection to the SSH server ada@db.example.com."},
     {ConnectionReset, "connectionReset", "Connection reset by peer",

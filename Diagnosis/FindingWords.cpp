@@ -68,9 +68,9 @@ std::string shellWord(std::string_view text) {
     std::string word = shown(text);
     if (word.empty())
         return "''";
-    if (std::all_of(word.begin(), word.end(), isPlainInShells))
-        return word;
     const std::size_t home = word.starts_with("~/") ? 2 : 0;
+    if (std::all_of(word.begin() + static_cast<std::ptrdiff_t>(home), word.end(), isPlainInShells))
+        return word;
     return word.substr(0, home) + SSHEscapeString(word.substr(home));
 }
 
@@ -90,7 +90,8 @@ std::string enumeration(const std::vector<std::string> &names, std::string_view 
 
 std::string quotedAs(std::string_view introduction, std::string_view words) {
     const std::string line = shown(words);
-    return line.empty() ? "" : fmt::format(" {}: \"{}\".", introduction, line);
+    const char *const end = line.ends_with('.') ? "" : ".";
+    return line.empty() ? "" : fmt::format(" {}: \"{}\"{}", introduction, line, end);
 }
 
 bool holds(std::string_view text, std::string_view words) {

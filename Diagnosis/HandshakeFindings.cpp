@@ -7,6 +7,8 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 
 namespace SSHEngine {
 
@@ -128,12 +130,32 @@ std::string timeLimit(const SSHFacts &facts) {
     return seconds > 0 ? fmt::format(" within {} s", seconds) : "";
 }
 
+// Whose port this is as a rule, where that is another's: these do not speak first, or hang up.
+std::string usualOwner(const SSHFacts &facts) {
+    struct Owner {
+        std::uint16_t port;
+        const char *name;
+    };
+    constexpr std::array owners = {
+        Owner{80, "a web server's"}, Owner{443, "a web server's (HTTPS)"},
+        Owner{1433, "SQL Server's"}, Owner{1521, "an Oracle database's"},
+        Owner{3306, "MySQL's"},      Owner{3389, "Remote Desktop's"},
+        Owner{5432, "PostgreSQL's"}, Owner{6379, "Redis's"},
+        Owner{27017, "MongoDB's"},
+    };
+    const auto *const found = std::find_if(
+        owners.begin(), owners.end(), [&](const Owner &each) { return each.port == facts.port; });
+    return found == owners.end() ? ""
+                                 : fmt::format(" Port {} is {} as a rule, and 22 that of SSH.",
+                                               found->port, found->name);
+}
+
 void addEnding(FindingList &list) {
     const SSHServerFacts &server = list.facts.server;
     if (!server.version.empty())
         list.add(HandshakeCutOff);
     else if (!list.facts.disconnect)
-        list.add(ServerHungUpAtOnce);
+        list.add(ServerHungUpAtOnce, {{"usual", usualOwner(list.facts)}});
 }
 
 void addFailure(FindingList &list) {
@@ -145,7 +167,10 @@ void addFailure(FindingList &list) {
     if (server.hasHungUp)
         addEnding(list);
     else
-        list.add(SSHFindingID::HandshakeFailed);
+        list.add(SSHFindingID::HandshakeFailed,
+                 list.cause == SSHErrorCause::NoCommonCompression
+                     ? FindingArguments{{"detail", " They have no kind of compression in common."}}
+                     : FindingArguments());
 }
 
 } // namespace
@@ -171,7 +196,7 @@ void addHandshakeFindings(FindingList &list) {
     case HandshakeTimedOut:
     case ServerUnresponsive:
         list.add(facts.server.version.empty() ? ServerSilent : HandshakeSlow,
-                 {{"within", timeLimit(facts)}});
+                 {{"within", timeLimit(facts)}, {"usual", usualOwner(facts)}});
         break;
     case SSHErrorCause::HandshakeFailed:
     case NoCommonCompression:

@@ -76,7 +76,14 @@ void addFileTrouble(FindingList &list) {
         return;
     const std::size_t others = file.badLines.size() - 1;
     arguments["line"] = std::to_string(file.badLines.front());
-    arguments["more"] = others == 0 ? "" : fmt::format(", nor are {} others", others);
+    arguments["damage"] = fmt::format(
+        "is no entry of a known host{}. What stands in it does not count, and a session with "
+        "--classic reads nothing of what follows it.",
+        others == 0 ? "" : fmt::format(", nor are {} others", others));
+    arguments["lineStep"] = fmt::format(
+        "Look at it with `sed -n {0}p {1}`, and remove it with `sed -i.bak {0}d {1}` unless you "
+        "can mend it.",
+        arguments["line"], arguments["fileWord"]);
     list.add(KnownHostsBadLine, arguments);
 }
 
@@ -84,7 +91,9 @@ void addUnknown(FindingList &list, SSHFindingID id) {
     addFileTrouble(list);
     const SSHFacts &facts = list.facts;
     if (const auto *line = lineThat(facts, [&](const SSHKnownHostsLine &each) {
-            return !each.isForThisPort && !each.isRevoked &&
+            const bool isForEveryPort = // under the plain name, by default
+                !facts.options.knowsEveryHostKeyType && !each.name.starts_with('[');
+            return !each.isForThisPort && !isForEveryPort && !each.isRevoked &&
                    each.fingerprint == facts.hostKey.fingerprint;
         }))
         list.add(HostKeyOtherPort, argumentsOf(facts, line));
@@ -98,7 +107,28 @@ std::string entryWord(const SSHFacts &facts, const SSHKnownHostsLine &line) {
     return line.isForThisPort ? commonArguments(facts).at("entryWord") : shellWord(facts.host);
 }
 
+// Only a session by default takes a line end of Windows for a part of the key.
+bool addSameKey(FindingList &list) {
+    const SSHFacts &facts = list.facts;
+    const auto *line = lineThat(facts, [&](const SSHKnownHostsLine &each) {
+        return !each.isRevoked && each.fingerprint == facts.hostKey.fingerprint &&
+               (each.isForThisPort || !each.name.starts_with('['));
+    });
+    if (!line || facts.options.knowsEveryHostKeyType)
+        return false;
+    FindingArguments arguments = argumentsOf(facts, line);
+    arguments["damage"] = "holds the very key that the server showed, and a session with --classic "
+                          "cannot read it, as where lines end as on Windows (CR LF).";
+    arguments["lineStep"] =
+        fmt::format("Mend the line ends with `sed -i.bak 's/\\r$//' {}`, or leave out --classic.",
+                    arguments["fileWord"]);
+    list.add(KnownHostsBadLine, arguments);
+    return true;
+}
+
 void addChanged(FindingList &list) {
+    if (addSameKey(list))
+        return;
     const SSHFacts &facts = list.facts;
     const auto isRecord = [&](const SSHKnownHostsLine &each) {
         return each.isForThisPort && !each.isRevoked;

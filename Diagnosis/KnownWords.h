@@ -31,8 +31,9 @@ inline constexpr auto notFound =
 inline constexpr auto cannotRun = std::to_array<std::string_view>(
     {"Permission denied", "cannot execute", "Exec format error", "s a directory"});
 inline constexpr auto notAvailable = std::to_array<std::string_view>(
-    {"This account is currently not available", "This account is not available",
-     "This service allows sftp connections only"});
+    {"This account is currently not available", "This account is not available"});
+inline constexpr auto filesOnly =
+    std::to_array<std::string_view>({"This service allows sftp connections only"});
 inline constexpr std::string_view tooLong = ": Argument list too long";
 inline constexpr std::string_view expired = "Password change required but no TTY available";
 

@@ -34,6 +34,7 @@ class LogIn {
     bool offers(const char *method) const {
         return mFacts.methods.empty() || isOneOf(method, mFacts.methods);
     }
+    std::string givingWhatIsWanted() const;
     bool takesPasswords() const { return offers("password") || offers("keyboard-interactive"); }
     const SSHAttempt *first(const char *method, Result result) const;
     bool isGiven(const SSHAttempt &attempt) const {
@@ -154,6 +155,8 @@ FindingArguments LogIn::keyArguments(const SSHKeyFileFacts &file) const {
             {"mode", fmt::format("{:04o}", file.mode)},
             {"remark", file.detail.empty() ? "no reason is known." : shown(file.detail)},
             {"cipher", file.detail.empty() ? "" : ": " + shown(file.detail)},
+            {"startAgent",
+             mFacts.local && mFacts.local->agent.socket.empty() ? "eval \"$(ssh-agent)\" && " : ""},
             {"convertedPath", shellWord(withoutExtension(file.path, ".ppk") + "_openssh")},
             {"agentPublicFile", shellWord(privatePath + ".pub")},
             {"privateHint", privatePath == file.path
@@ -215,7 +218,8 @@ bool LogIn::addGivenFile() {
     if (mFacts.keyFilePath.empty())
         return false;
     if (!offers("publickey")) {
-        mList.add(KeysNotOffered);
+        mList.add(KeysNotOffered,
+                  {{"insteadOfKey", takesPasswords() ? "Log in with a password, or h" : "H"}});
         return true;
     }
     const SSHKeyFileFacts *const file = fileOf(mFacts.keyFilePath);
@@ -374,7 +378,11 @@ void LogIn::addPassword() {
         mList.add(isClassic ? QuestionsNotAsked : AnswersRefused,
                   {{"said", answers ? quotedAs("It said", answers->remark) : ""}});
     else if (password || mList.cause == SSHErrorCause::PasswordRefused || (answers && isClassic))
-        mList.add(PasswordRefused);
+        mList.add(
+            PasswordRefused,
+            {{"rootBarred", mFacts.user == "root"
+                                ? "; root is barred by default (PermitRootLogin in sshd_config)"
+                                : ""}});
     else if (mList.cause == SSHErrorCause::AnswersMissing)
         mList.add(isClassic ? QuestionsNotAsked : AnswersMissing,
                   {{"questions", questionsOf(first("keyboard-interactive", Result::NotGiven))}});
@@ -459,6 +467,18 @@ void LogIn::addFactor() {
                                   "file, or the answer to the server's question."}});
 }
 
+std::string LogIn::givingWhatIsWanted() const {
+    if (offers("publickey"))
+        return takesPasswords() ? "Give a password, or the file of a key that the server knows."
+                                : "Give the file of a key that the server knows (`ls ~/.ssh` shows "
+                                  "which there are), or have passwords allowed in "
+                                  "/etc/ssh/sshd_config on the server.";
+    return takesPasswords() ? "Give the password."
+                            : "Have a way allowed on the server that works here, by "
+                              "`PubkeyAuthentication yes` or `PasswordAuthentication yes` in "
+                              "/etc/ssh/sshd_config.";
+}
+
 // What the user has given comes first.
 void LogIn::add() {
     if (!mFacts.error || !mList.isEmpty() || !isLogIn())
@@ -484,9 +504,7 @@ void LogIn::add() {
     addFactor();
     addKeysOfOtherNames();
     if (mList.cause == SSHErrorCause::NoWayIn && mList.isEmpty())
-        mList.add(
-            NoUsableMethod,
-            {{"lacks", takesPasswords() && !mFacts.hasPassword ? ": no password was given" : ""}});
+        mList.add(NoUsableMethod, {{"giveStep", givingWhatIsWanted()}});
 }
 
 } // namespace

@@ -41,9 +41,11 @@ SSHKnownHostsFacts knownHostsFacts(const NamedHost &host, const SSHSessionOption
     facts.exists = SSHPlatform::fileExists(facts.path);
     facts.isWritable = mayWrite(directory) && (!facts.exists || mayWrite(facts.path));
     std::string content;
+    std::error_code ignored;
     const int failure = SSHPlatform::readFile(facts.path, mostKnownHostsBytes, content);
     if (failure != 0 && failure != ENOENT)
-        facts.problem = std::generic_category().message(failure);
+        facts.problem = std::generic_category().message(
+            std::filesystem::is_directory(facts.path, ignored) ? EISDIR : failure);
     HostListing listing = host.listing(content);
     addLines(facts, facts.path, listing);
     facts.badLines = std::move(listing.badLines);

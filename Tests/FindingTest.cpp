@@ -188,7 +188,8 @@ TEST(FindingTest, WordsAreFilledIn) {
                    }),
               "db ended the connection (reason 11). The server said: \"?[2JBye " +
                   std::string(192, 'x') +
-                  "...\". // Have the server's log read at this time (`journalctl -u ssh`), which "
+                  "...\" // Have the server's log read at this time (`journalctl -u ssh -u "
+                  "sshd`), which "
                   "tells more than it says to others.");
     EXPECT_THAT(only(Cause::KeyRefused, Stage::Authenticate,
                      refusedBy({attempt("publickey", Result::Refused, given)},

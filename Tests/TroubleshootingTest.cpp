@@ -42,6 +42,17 @@ const std::map<std::string, std::string> shownAs = {
     {"serverKeyFile", "/etc/ssh/ssh_host_ed25519_key.pub"},
     {"choice", "NAME"},
     {"bring", "Bring the key to the server with `ssh-copy-id -i KEY.pub -p PORT USER@HOST`"},
+    {"damage", "is no entry of a known host. What stands in it does not count, and a session with "
+               "--classic reads nothing of what follows it."},
+    {"lineStep",
+     "Look at it with `sed -n LINEp ~/.ssh/known_hosts`, and remove it with `sed -i.bak "
+     "LINEd ~/.ssh/known_hosts` unless you can mend it, as by `sed -i.bak 's/\\r$//' "
+     "~/.ssh/known_hosts` where it ends as on Windows."},
+    {"startAgent", ""},
+    {"insteadOfKey", "Log in with a password, or h"},
+    {"longerThan", "can be sent, which is about 35 KB"},
+    {"giveStep", "Give what the server asks for, a password or the file of a key that it knows, or "
+                 "have another way allowed in /etc/ssh/sshd_config on the server."},
     {"privateHint", "as a rule the file beside it without \".pub\""},
     {"terminalStep", "Have `Defaults:USER !requiretty` added on the server with `sudo visudo`, or, "
                      "with sudo in the command itself, give its password apart "
@@ -57,7 +68,7 @@ const std::map<std::string, std::string> shownAs = {
                  "(triesFurtherFactors, as SSHSessionOptions::recommended() sets it)."}};
 // Pieces that are there in some cases only.
 const std::string optional = " said detail output within address version entry kind limit "
-                             "status more why meaning cipher during ";
+                             "status more why meaning cipher during usual rootBarred where ";
 
 std::string shown(const std::string &text) {
     std::string result;

@@ -9,9 +9,10 @@ the process; without, the rows that need them are left out. With a server's name
 row's server is an sshd with these settings; see `run` for a row's other members.
 """
 import atexit, concurrent.futures, contextlib, ctypes, fcntl, functools, itertools, json, os, pathlib, pty, random, re, shutil
-import signal, socket, struct, subprocess, sys, tempfile, termios, threading, time, traceback
+import jsonschema, signal, socket, struct, subprocess, sys, tempfile, termios, threading, time, traceback
 
 HERE = pathlib.Path(__file__).resolve().parent
+SCHEMA = jsonschema.Draft202012Validator(json.loads((HERE.parent / "Docs/sshsession.schema.json").read_text()))
 INSIDE = os.environ.get("SSHSESSION_CAUSES") == "inside"
 PATIENCE = 60  # seconds, for what takes moments
 
@@ -377,7 +378,8 @@ def rows():
     # --- The handshake
     row("HTTP", "notSSH", "speaksHTTP", says(b"HTTP/1.1 400 Bad Request\r\nServer: nginx\r\nContent-Length: 0\r\n\r\n", True))
     row("TLS", "notSSH", "speaksTLS", says(b"\x15\3\1\0\2\2\x46", True))  # an alert
-    row("MySQL", "notSSH", "speaksOtherProtocol", says(b"J\0\0\0\n8.0.36\0\x0b\0\0\0abcdefgh\0\xff\xf7mysql_native_password\0"))
+    row("MySQL", "notSSH", "speaksOtherProtocol", says(b"J\0\0\0\n8.0.36\0\x0b\0\0\0abcdefgh\0\xff\xf7mysql_native_password\0"),
+        proof="MySQL or MariaDB")
     row("mail", "handshakeTimedOut", "speaksOtherProtocol", says(b"220 mail.test ESMTP Postfix\r\n"))
     row("Redis", "notSSH", "speaksOtherProtocol", says(b"-ERR unknown command\r\n", True))
     row("SSH 1", "notSSH", "speaksSSH1", says(b"SSH-1.5-1.2.27\nProtocol major versions differ.\n", True))
@@ -409,6 +411,8 @@ def rows():
     row("host key revoked", "hostKeyRevoked", "hostKeyRevoked", "", known=f"@revoked * {public(HOST)}\n")
     row("known hosts with a bad line, classic", "hostKeyUnknownUnasked", "knownHostsBadLine", "", classic,
         known=f"<<<<<<< HEAD\n127.0.0.1 {public(HOST)}\n")
+    row("known hosts with line ends of Windows, classic", "hostKeyChangedUnasked", "knownHostsBadLine", "", classic,
+        known=f"127.0.0.1 {public(HOST)}\r\n")
     directory = {"known": "", "before": lambda home: (home / ".ssh/known_hosts").mkdir()}
     row("known hosts a directory", "hostKeyUnknownUnasked", "knownHostsUnreadable", "", **directory)
     row("known hosts a directory, classic", "hostKeyUnknownUnasked", "knownHostsUnreadable", "", classic, **directory)
@@ -514,7 +518,7 @@ def rows():
     row("command refused", "commandRefused", "commandRefused", scripted, **script("refused"))
     row("no session", "sessionRefused", "sessionRefused", "MaxSessions 0", **key)
     row("no session by nologin", None, "shellNotAvailable", "", **key, user="nologin")
-    row("files alone", None, "shellNotAvailable", "ForceCommand internal-sftp", **key)
+    row("files alone", None, "commandRefused", "ForceCommand internal-sftp", **key)
     row("command waits for input", "commandTimedOut", "commandSlow", "", second, **key, command="cat")
     row("command slow", "commandTimedOut", "commandSlow", "", second, "--stdin /dev/null", **key, command="echo begun; sleep 9")
     row("server killed during a command", "connectionLost", "connectionLost", "", **key, command="kill -KILL $PPID")
@@ -548,10 +552,12 @@ def check(name, cause, finding, proof, attempt):
     report = json.loads(out) if out.startswith("{") else {}
     findings = [each["id"] for each in report.get("findings", [])]
     seen = report.get("cause"), (findings or [None])[0]
+    faults = [f"{each.json_path}: {each.message}" for each in SCHEMA.iter_errors(report)]
     proven = re.search(proof, out + err + log)
-    if report and seen == (cause, finding) and proven:
+    if report and seen == (cause, finding) and proven and not faults:
         return ""
-    return (f"{seen} instead of {(cause, finding)}{'' if proven else ', and nothing says ' + proof}; findings: {findings}\n"
+    return (f"{seen} instead of {(cause, finding)}{'' if proven else ', and nothing says ' + proof}; findings: {findings}; "
+            f"against the schema: {faults}\n"
             f"{json.dumps(report, indent=1) if report else out}\n{err}{terminal}--- the server's log:\n{log[-3000:]}")
 
 
