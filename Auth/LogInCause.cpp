@@ -86,6 +86,7 @@ SSHErrorCause logInCause(const std::vector<SSHAttempt> &attempts, const LogInSit
     if (situation.loss != Unknown)
         return situation.loss;
     std::vector<SSHErrorCause> causes;
+    causes.reserve(attempts.size());
     for (const SSHAttempt &attempt : attempts)
         causes.push_back(causeOfAttempt(attempt, situation));
     const auto partial = std::find(causes.rbegin(), causes.rend(), MoreWanted).base();

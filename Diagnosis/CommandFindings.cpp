@@ -67,15 +67,19 @@ void addSudoSilence(FindingList &list) {
 
 // --- Time limits
 
+constexpr std::size_t mostOfOutput = 1024; // is known from its beginning
+
 void addSlowness(FindingList &list, SSHFindingID id, std::chrono::milliseconds limit) {
     const SSHCommandFacts &command = list.facts.command;
     const auto seconds = std::chrono::duration<double>(limit).count();
-    const std::string last = lineWith(command.errorEnd, "");
+    const std::string last = command.errorEnd.empty() && command.outputBytes < mostOfOutput
+                                 ? lineWith(command.outputBegin, "")
+                                 : lineWith(command.errorEnd, "");
     if (command.waitsForSudo)
         addSudoSilence(list);
     list.add(id, {{"within", seconds > 0 ? fmt::format(" within {} s", seconds) : ""},
                   {"output", command.outputBytes == 0 ? " It had written nothing."
-                                                      : quotedAs("Its last error line", last)}});
+                                                      : quotedAs("It had last written", last)}});
     if (!command.hasInput && !command.waitsForSudo)
         list.add(CommandMayWaitForInput);
 }
@@ -85,16 +89,21 @@ void addSlowness(FindingList &list, SSHFindingID id, std::chrono::milliseconds l
 void addSignal(FindingList &list) {
     const std::string signal = shown(list.facts.command.exitSignal);
     const bool isKill = signal == "KILL";
+    const bool isEnding = signal == "TERM" || signal == "HUP" || signal == "INT";
     list.add(
         CommandKilled,
         {{"signal", signal},
-         {"meaning", isKill ? ": an administrator, a limit or a system that runs out of memory "
-                              "does that, which look alike from here"
-                            : ""},
-         {"killedStep", isKill ? "Have `journalctl -k` (or `dmesg`) read on the server at this "
-                                 "time: it names what a shortage of memory has ended."
-                               : "Have the server's log (`journalctl`) read at this time, or run "
-                                 "the command in a terminal there."}});
+         {"meaning", isKill     ? ": an administrator, a limit or a system that runs out of memory "
+                                  "does that, which look alike from here"
+                     : isEnding ? ": a person (kill), timeout(1), a service manager and a system "
+                                  "that shuts down do that, which look alike from here"
+                                : ""},
+         {"killedStep",
+          isKill     ? "Have `journalctl -k` (or `dmesg`) read on the server at this "
+                       "time: it names what a shortage of memory has ended."
+          : isEnding ? "Ask whoever runs the server, and look whether it was restarted "
+                       "(`last -x -n 5`); then run the command again."
+                     : "Run the command in a terminal on the server, where it may say more."}});
 }
 
 void addEnd(FindingList &list) {

@@ -69,6 +69,12 @@ FindingArguments addressArguments(const SSHFacts &facts) {
             {"error", number > 0 ? std::generic_category().message(number) : "no reason is given"}};
 }
 
+// No router makes this computer answer so.
+bool isForbidden(const SSHFacts &facts) {
+    const SSHAddressFacts *const failed = failedAddress(facts);
+    return failed && (failed->error == EACCES || failed->error == EPERM);
+}
+
 // By default a refusal shows in the handshake.
 SSHErrorCause causeInAddresses(const FindingList &list) {
     const SSHFacts &facts = list.facts;
@@ -107,7 +113,8 @@ void addConnectFindings(FindingList &list) {
         list.add(SSHFindingID::ConnectionRefused, addressArguments(list.facts));
         break;
     case Unreachable:
-        list.add(HostUnreachable, addressArguments(list.facts));
+        list.add(isForbidden(list.facts) ? ConnectionForbidden : HostUnreachable,
+                 addressArguments(list.facts));
         break;
     case ConnectTimedOut:
         list.add(ConnectionDropped, addressArguments(list.facts));

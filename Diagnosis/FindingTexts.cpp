@@ -47,9 +47,10 @@ constexpr auto texts = std::to_array<FindingText>({
     {NameServerSilent, "nameServerSilent", "No name server answers",
      "The name {host} could not be looked up because no name server answered, or the one that did "
      "could not tell. Whether the name is right remains unknown.",
-     "Check that this computer is connected to its network, and to the VPN if it needs one; "
-     "`getent "
-     "hosts {hostWord}` shows when names are found again.",
+     "Check that this computer is connected to its network, and to the VPN if it needs one; `cat "
+     "/etc/resolv.conf` names the name servers that were asked, and `getent hosts debian.org` "
+     "shows "
+     "whether they tell any name.",
      "Could not look up the host. Error: Temporary failure in name resolution (-3)."},
     {HostHasNoIPv4, "hostHasNoIPv4", "The host has no IPv4 address",
      "No IPv4 address is known for {host}, and this session tries no others.",
@@ -67,8 +68,8 @@ constexpr auto texts = std::to_array<FindingText>({
      "Could not complete the handshake. Unable to send banner to remote host."},
     {ConnectionDropped, "connectionDropped", "The connection timed out",
      "Nobody answered at port {port} of {host}{address}{within}. From here a computer that is "
-     "switched off, a wrong address and a firewall that drops what it does not let through look "
-     "alike.",
+     "switched off or too busy, a wrong address and a firewall that drops what it does not let "
+     "through look alike.",
      "Try `nc -vz {hostWord} {port}` on another computer, best in the server's own network: if "
      "that "
      "connects, a firewall or a missing VPN is in the way here; if not, the server has to be "
@@ -83,6 +84,15 @@ constexpr auto texts = std::to_array<FindingText>({
      "would be taken.",
      "Could not connect to the remote host. Error: No route to host (113).\n"
      "Could not connect to the remote host. Error: Network is unreachable (101)."},
+    {ConnectionForbidden, "connectionForbidden", "This computer does not allow the connection",
+     "This computer itself refused to connect to {host}{address}: {error}. A prohibiting route, a "
+     "rule "
+     "of its own firewall and a security policy do that, which look alike from here.",
+     "Look at `ip route get {addressWord}` and then at `sudo nft list ruleset` on this computer, "
+     "and "
+     "have the way opened.",
+     "Could not connect to the remote host. Error: Permission denied (13).\n"
+     "Could not connect to the remote host. Error: Operation not permitted (1)."},
     {NoSocket, "noSocket", "This computer could not open a connection",
      "The system gave this program no socket for a connection: {error}.",
      "Close what this program has open, or end it and start it again; if the same comes back, "
@@ -223,7 +233,8 @@ constexpr auto texts = std::to_array<FindingText>({
      "The key that {host} showed at port {port} ({type} {fingerprint}) is on record for another "
      "port: line {line} of {file} names {name}. It is the same key, and most likely the same "
      "server.",
-     "Connect again and accept the key if this server is meant to be found at port {port}.",
+     "Connect again from a terminal and accept the key if this server is meant to be found at port "
+     "{port}.",
      unknownKey},
     {HostKeyRevoked, "hostKeyRevoked", "The server's key is marked as revoked",
      "The key that {host} showed ({type} {fingerprint}) is marked as revoked{entry}: whoever wrote "
@@ -232,9 +243,8 @@ constexpr auto texts = std::to_array<FindingText>({
      "revoked.",
      "The server's host key (SHA256:...) is marked as revoked in ~/.ssh/known_hosts."},
     {KnownHostsUnreadable, "knownHostsUnreadable", "The file of known hosts cannot be read",
-     "{file} cannot be read: {problem}. So no server in it counts as known.",
-     "Make it a file that you can read: `ls -ld {fileWord}` shows what and whose it is, and `chmod "
-     "600 {fileWord}` mends the mode of a file that is yours.",
+     "{file} cannot be read: {problem}. So no server in it counts as known, this one included.",
+     "{readStep}",
      "Could not check for known_hosts because libssh2_knownhost_readfile failed.\n"
      "Could not read ~/.ssh/known_hosts."},
     {KnownHostsBadLine, "knownHostsBadLine", "A line of the file of known hosts is damaged",
@@ -267,19 +277,18 @@ constexpr auto texts = std::to_array<FindingText>({
      "SSH could not authenticate because it could not get a list of the available "
      "authentication methods."},
     {NoUsableMethod, "noUsableMethod", "The server offers no way to log in that can be used",
-     "{host} lets {user} log in only by {methods}, for which this session has nothing to offer.",
-     "{giveStep}", cannotLogIn},
+     "{host} {ways}{offered}.", "{giveStep}", cannotLogIn},
     {PasswordRefused, "passwordRefused", "The password is refused",
-     "The server refused the password for {user}. From here a wrong password, an unknown user name "
-     "and a barred or locked account look alike{rootBarred}.",
-     "Try the same user and password with `ssh -p {port} {login}`; if that fails too, have whoever "
-     "runs the server look into its log (`journalctl -u ssh -u sshd`, or /var/log/auth.log), where "
-     "sshd "
-     "writes the reason.",
+     "The server refused the password for {user}{besides}. From here {alike} look alike.",
+     "Try the same user and password with `ssh {keyWord}-p {port} {login}`; if that fails too, "
+     "have "
+     "whoever runs the server look into its log (`journalctl -u ssh -u sshd`, or "
+     "/var/log/auth.log), "
+     "where sshd writes the reason.",
      "SSH could not authenticate using the ssh user password. (-18)\n"
      "SSH could not authenticate using keyboard-interactive. Authentication failed."},
     {PasswordMissing, "passwordMissing", "The server wants a password, and none was given",
-     "{host} lets {user} log in by a password, and none was given.",
+     "{host} lets {user} log in by a password, and none was given.{asked}",
      "Give the password of {user} (`sshsession --password-from prompt` asks for it), or a key file "
      "that the server knows.",
      "No password was given.\n"
@@ -324,11 +333,13 @@ constexpr auto texts = std::to_array<FindingText>({
      "then the user is asked.",
      "SSH could not authenticate using keyboard-interactive. Authentication failed."},
     {KeyRefused, "keyRefused", "The key is refused: Permission denied (publickey)",
-     "The server does not accept {keys} for {user}. From here a missing line in "
-     "~{user}/.ssh/authorized_keys, wrong permissions of that file or its directories, another "
-     "user's name, a barred account and a key type that the server does not allow look alike.",
-     "{bring}; if it is there already, check on the server that "
-     "~{user} and ~{user}/.ssh are writable to {user} alone, and read `journalctl -u ssh -u sshd`.",
+     "The server does not accept {keys} for {user}.{untried} From here a missing line in "
+     "~{user}/.ssh/authorized_keys, wrong permissions of that file or its directories, {barred} "
+     "and a "
+     "key type that the server does not allow look alike.",
+     "{bring}; if it is there already, check on the server that ~{user} and ~{user}/.ssh are "
+     "writable "
+     "to {user} alone, and read `journalctl -u ssh -u sshd`.",
      "Failed to authenticate by public key exchange:\n"
      "Trying to authenticate with key files [[(null)]] and [[~/.ssh/id_ed25519]] and no "
      "password...\nFailed."},
@@ -337,10 +348,7 @@ constexpr auto texts = std::to_array<FindingText>({
      "`ssh-keygen -t ed25519 -f {path}`.",
      "The user-specified key file [[~/.ssh/id_ed25519]] does not exist."},
     {KeyUnreadable, "keyUnreadable", "The key file cannot be read",
-     "The key file {key} cannot be used: {remark}",
-     "Look at it with `ls -l {path}` and `ssh-keygen -y -f {path}`, which shows the public key of "
-     "a "
-     "file that is in order, and restore a damaged one from a copy.",
+     "The key file {key} cannot be used: {remark}", "{openStep}",
      "Failed. The key file is damaged, or of a form that cannot be read. (-16)\n"
      "Leaving out key file [[~/.ssh/id_ed25519]]. Permission denied."},
     {KeyExposed, "keyExposed", "The permissions of the key file are too open",
@@ -396,10 +404,12 @@ constexpr auto texts = std::to_array<FindingText>({
     {SignatureRefused, "signatureRefused", "The server knows the key and refuses its signature",
      "The server knows {keys}, and did not let {user} in by the signature made with it. From here "
      "a "
-     "server that wants a second factor besides, a public key file or certificate of another key, "
-     "and a kind of signature that the server does not allow (RSA with SHA-1) look alike.",
-     "Try `ssh -v -i {path} -p {port} {login}`; if that fails too, make a key of today's kind with "
-     "`ssh-keygen -t ed25519` and bring it to the server.",
+     "server that wants a second factor besides{rsaKind} and a public key file or certificate of "
+     "another key look alike.",
+     "Try `ssh -v -i {path} -p {port} {login}`: \"partial success\" in what it tells means that "
+     "the "
+     "server wants a second factor; if it says nothing of that, compare `ssh-keygen -y -f {path}` "
+     "with {path}.pub.",
      "Failed. Key unverified."},
     {KeyNotTried, "keyNotTried", "A key in ~/.ssh was not tried",
      "The key {key} is there and was not tried: by itself this session tries no key files but "
@@ -444,13 +454,7 @@ constexpr auto texts = std::to_array<FindingText>({
      "Authenticated by public key exchange as one factor. The server wants more: "
      "keyboard-interactive"},
     {LogInHungUp, "logInHungUp", "The server hangs up during the log-in",
-     "The connection to {host} ended before {user} was logged in.{said} From here a limit on "
-     "attempts or on the time for them, an account that has expired or may not log in now, a ban "
-     "of "
-     "this computer's address and a lost network look alike.",
-     "Have the server's log read at this time (`journalctl -u ssh -u sshd`, or /var/log/auth.log), "
-     "which "
-     "gives the reason if it was the server.",
+     "{ended} before {user} was logged in.{said}{alike}", "{endedStep}",
      "Failed. The connection has ended.\n"
      "SSH could not authenticate using the ssh user password. (-13)"},
     {LogInSlow, "logInSlow", "The log-in takes too long",
@@ -548,8 +552,8 @@ constexpr auto texts = std::to_array<FindingText>({
      sudoTimedOut},
     {SudoSilent, "sudoSilent", "sudo does not answer",
      "sudo on {host} neither asked for the password nor ran the command in time.{said} From here a "
-     "sudo that waits for something else (such as a name server or a second factor) and a shell "
-     "that does not start it look alike.",
+     "sudo that waits for something else (such as a name server or a second factor), a time limit "
+     "that is too short and a shell that does not start it look alike.",
      "Try it with `ssh -t -p {port} {login} sudo -k true`, which shows what it waits for.",
      sudoTimedOut},
     {SudoRefused, "sudoRefused", "sudo refuses", "sudo on {host} did not run the command.{said}",

@@ -69,6 +69,12 @@ void addFileTrouble(FindingList &list) {
     FindingArguments arguments = argumentsOf(list.facts, nullptr);
     if (file.exists && !file.problem.empty()) {
         arguments["problem"] = shown(file.problem);
+        const char *const advice = holds(file.problem, "denied")
+                                       ? "Look with `ls -l {0}` whose it is; `chmod 600 {0}` mends "
+                                         "the mode of a file that is yours."
+                                       : "Look with `ls -ld {0}` what it is, move what is no "
+                                         "ordinary file out of the way, and connect again.";
+        arguments["readStep"] = fmt::format(fmt::runtime(advice), arguments["fileWord"]);
         list.add(KnownHostsUnreadable, arguments);
     }
     // Only a session by default stops at such a line.
@@ -90,6 +96,8 @@ void addFileTrouble(FindingList &list) {
 void addUnknown(FindingList &list, SSHFindingID id) {
     addFileTrouble(list);
     const SSHFacts &facts = list.facts;
+    if (list.contains(KnownHostsUnreadable)) // what stands in it is not known
+        return;
     if (const auto *line = lineThat(facts, [&](const SSHKnownHostsLine &each) {
             const bool isForEveryPort = // under the plain name, by default
                 !facts.options.knowsEveryHostKeyType && !each.name.starts_with('[');
@@ -190,15 +198,16 @@ void addRecordFindings(FindingList &list) {
     const bool isUnknownType = !facts.options.knowsEveryHostKeyType && file.isWritable;
     const std::string &word = arguments["fileWord"];
     const std::string &directory = arguments["directoryWord"];
-    arguments["why"] = isUnknownType ? ", though that may be written to" : "";
+    arguments["why"] = file.isWritable ? ", though that may be written to"
+                                       : ", which this program may not write to";
     arguments["writeStep"] =
-        isUnknownType
-            ? std::string("Leave out --classic, or set knowsEveryHostKeyType as "
-                          "SSHSessionOptions::recommended() does: then keys of today's "
-                          "types are recorded too.")
-            : fmt::format("Make the file and its directory yours to write to: `ls -ld {0} "
-                          "{1}` shows whose they are, and `chmod u+rwX {0} {1}` mends "
-                          "their modes.",
+        isUnknownType ? std::string("Leave out --classic, or set knowsEveryHostKeyType as "
+                                    "SSHSessionOptions::recommended() does: then keys of today's "
+                                    "types are recorded too.")
+        : file.isWritable
+            ? fmt::format("Look with `df -h {0}` whether the disk is full.", directory)
+            : fmt::format("Look with `ls -ld {0} {1}` whose they are; `chmod u+rwX {0}` mends the "
+                          "mode of a directory that is yours.",
                           directory, word);
     list.add(KnownHostsUnwritten, arguments);
 }

@@ -50,9 +50,14 @@ class LogIn {
     bool addGivenFile();
     bool addFileState(const SSHKeyFileFacts &file);
     void addKeyAttempts(bool ofGivenKey);
+    std::string untriedText() const;
     void addRefusedKeys(bool ofGivenKey);
+    std::string askedText() const;
     bool mayHaveGoneOn() const;
+    FindingArguments passwordArguments() const;
+    bool isClassic() const { return !mFacts.options.asksServersQuestions; }
     void addPassword();
+    void addQuestions(const SSHAttempt *answers);
     void addUntriedKeys();
     void addUntried(const SSHKeyFileFacts &file, const char *tried, const char *otherwise);
     void addKeysOfOtherNames();
@@ -146,6 +151,19 @@ std::string LogIn::bringing(const std::string &path, bool isFile) const {
                                       shown(path), home));
 }
 
+std::string openStep(const SSHKeyFileFacts &file) {
+    const char *step =
+        "Look whether `ssh-keygen -y -f {0}` shows its public key, as of a file that "
+        "is in order; if not, restore it from a copy.";
+    if (holds(file.detail, "denied"))
+        step =
+            "Look with `ls -l {0}` whose it is; `chmod 600 {0}` mends the mode of a file that is "
+            "yours.";
+    else if (holds(file.detail, "directory"))
+        step = "Choose a key file in it: `ls -l {0}` shows what there is.";
+    return fmt::format(fmt::runtime(step), shellWord(file.path));
+}
+
 FindingArguments LogIn::keyArguments(const SSHKeyFileFacts &file) const {
     const std::string privatePath = withoutExtension(file.path, ".pub");
     return {{"key", shown(file.path)},
@@ -154,6 +172,7 @@ FindingArguments LogIn::keyArguments(const SSHKeyFileFacts &file) const {
             {"directoryWord", shellWord(directoryOf(file.path))},
             {"mode", fmt::format("{:04o}", file.mode)},
             {"remark", file.detail.empty() ? "no reason is known." : shown(file.detail)},
+            {"openStep", openStep(file)},
             {"cipher", file.detail.empty() ? "" : ": " + shown(file.detail)},
             {"startAgent",
              mFacts.local && mFacts.local->agent.socket.empty() ? "eval \"$(ssh-agent)\" && " : ""},
@@ -174,6 +193,8 @@ FindingArguments LogIn::keyArguments(const SSHAttempt &attempt) const {
         file.detail = attempt.remark;
     FindingArguments arguments = keyArguments(file);
     arguments["keys"] = describedKey(attempt);
+    const bool isRSA = attempt.keyType.starts_with("ssh-rsa") || file.type.starts_with("ssh-rsa");
+    arguments["rsaKind"] = isRSA ? ", a server that takes no RSA signatures with SHA-1" : "";
     if (attempt.isFromAgent) {
         arguments["bring"] = bringing(attempt.key, false);
         arguments["agentPublicFile"] = "FILE.pub";
@@ -239,6 +260,23 @@ bool LogIn::addGivenFile() {
     return false;
 }
 
+// Servers count attempts, so that a session leaves some out.
+std::string LogIn::untriedText() const {
+    const auto tried =
+        std::count_if(mFacts.attempts.begin(), mFacts.attempts.end(), [](const SSHAttempt &each) {
+            return each.isFromAgent && each.result != Result::Unusable;
+        });
+    const std::size_t held = mFacts.local ? mFacts.local->agent.identities.size() : 0;
+    const std::size_t most = mFacts.options.maximumAgentKeys;
+    if (most == 0 || static_cast<std::size_t>(tried) < most || held <= most)
+        return "";
+    return fmt::format(
+        " Of the agent's {} keys {} were not tried, since servers hang up after a "
+        "number of attempts: the right one may be among them, and is tried first when "
+        "its file is given.",
+        held, held - static_cast<std::size_t>(tried));
+}
+
 void LogIn::addRefusedKeys(bool ofGivenKey) {
     std::vector<std::string> keys;
     const SSHAttempt *one = nullptr;
@@ -252,6 +290,10 @@ void LogIn::addRefusedKeys(bool ofGivenKey) {
         return;
     FindingArguments arguments = keyArguments(*one);
     arguments["keys"] = enumeration(keys, "or");
+    arguments["barred"] = mFacts.user == "root"
+                              ? "a server that does not let root log in (PermitRootLogin)"
+                              : "another user's name, an account that is barred or locked";
+    arguments["untried"] = ofGivenKey ? "" : untriedText();
     mList.add(KeyRefused, arguments);
 }
 
@@ -353,6 +395,13 @@ std::string questionsOf(const SSHAttempt *attempt) {
     return enumeration(quoted, "and");
 }
 
+std::string LogIn::askedText() const {
+    const SSHAttempt *const unanswered = first("keyboard-interactive", Result::NotGiven);
+    return unanswered && !unanswered->questions.empty()
+               ? fmt::format(" It asked {}, and nobody answered.", questionsOf(unanswered))
+               : "";
+}
+
 // After a factor that was taken the server may offer more than at first.
 bool LogIn::mayHaveGoneOn() const {
     return std::any_of(mFacts.attempts.begin(), mFacts.attempts.end(), [](const SSHAttempt &each) {
@@ -360,40 +409,62 @@ bool LogIn::mayHaveGoneOn() const {
     });
 }
 
+// Of a user whose key was taken the server knows the name.
+FindingArguments LogIn::passwordArguments() const {
+    const bool isKnown =
+        std::any_of(mFacts.attempts.begin(), mFacts.attempts.end(),
+                    [](const SSHAttempt &each) { return each.result == Result::AcceptedInPart; });
+    if (isKnown)
+        return {{"besides", ", after it had accepted the key as the first of several factors"},
+                {"alike", "a wrong, an expired and a locked password"},
+                {"keyWord", mFacts.keyFilePath.empty()
+                                ? ""
+                                : fmt::format("-i {} ", shellWord(mFacts.keyFilePath))}};
+    const char *const root = "a wrong password and a server that lets root log in by no password "
+                             "(PermitRootLogin in sshd_config, which is so by default)";
+    return {
+        {"besides", ""},
+        {"alike", mFacts.user == "root"
+                      ? root
+                      : "a wrong password, an unknown user name and a barred or locked account"},
+        {"keyWord", ""}};
+}
+
 void LogIn::addPassword() {
     const SSHAttempt *const password = first("password", Result::Refused);
     const SSHAttempt *answers = first("keyboard-interactive", Result::Refused);
     if (answers && answers->questions.empty()) // nothing was answered
         answers = nullptr;
-    const bool isClassic = !mFacts.options.asksServersQuestions;
-    const bool isMissing = mList.cause == SSHErrorCause::NoWayIn && !mFacts.hasPassword &&
-                           isOneOf("password", mFacts.methods);
     if (first("password", Result::Expired) || mList.cause == SSHErrorCause::PasswordExpired)
         mList.add(PasswordExpired);
     else if (mFacts.hasPassword && !takesPasswords() && !password && !answers && !mayHaveGoneOn())
         mList.add(PasswordNotOffered);
     else if (mFacts.isPasswordEmpty && (password || answers))
         mList.add(PasswordEmpty);
-    else if (mList.cause == SSHErrorCause::AnswersRefused)
-        mList.add(isClassic ? QuestionsNotAsked : AnswersRefused,
-                  {{"said", answers ? quotedAs("It said", answers->remark) : ""}});
-    else if (password || mList.cause == SSHErrorCause::PasswordRefused || (answers && isClassic))
-        mList.add(
-            PasswordRefused,
-            {{"rootBarred", mFacts.user == "root"
-                                ? "; root is barred by default (PermitRootLogin in sshd_config)"
-                                : ""}});
-    else if (mList.cause == SSHErrorCause::AnswersMissing)
-        mList.add(isClassic ? QuestionsNotAsked : AnswersMissing,
+    else if (mList.cause != SSHErrorCause::AnswersRefused &&
+             (password || mList.cause == SSHErrorCause::PasswordRefused ||
+              (answers && isClassic())))
+        mList.add(PasswordRefused, passwordArguments());
+    else
+        addQuestions(answers);
+    const bool isAskedOnly = answers && !password && !isOneOf("password", mFacts.methods);
+    if (isClassic() && (isAskedOnly || first("keyboard-interactive", Result::NotGiven)))
+        mList.add(QuestionsNotAsked);
+}
+
+// `answers` is the attempt whose answers were refused, if one was.
+void LogIn::addQuestions(const SSHAttempt *answers) {
+    const bool isMissing = mList.cause == SSHErrorCause::NoWayIn && !mFacts.hasPassword &&
+                           isOneOf("password", mFacts.methods);
+    if (mList.cause == SSHErrorCause::AnswersMissing)
+        mList.add(isClassic() ? QuestionsNotAsked : AnswersMissing,
                   {{"questions", questionsOf(first("keyboard-interactive", Result::NotGiven))}});
-    else if (answers)
-        mList.add(AnswersRefused, {{"said", quotedAs("It said", answers->remark)}});
+    else if (answers || mList.cause == SSHErrorCause::AnswersRefused)
+        mList.add(isClassic() ? QuestionsNotAsked : AnswersRefused,
+                  {{"said", answers ? quotedAs("It said", answers->remark) : ""}});
     else if (first("password", Result::NotGiven) || isMissing ||
              mList.cause == SSHErrorCause::PasswordMissing)
-        mList.add(PasswordMissing);
-    const bool isAskedOnly = answers && !password && !isOneOf("password", mFacts.methods);
-    if (isClassic && (isAskedOnly || first("keyboard-interactive", Result::NotGiven)))
-        mList.add(QuestionsNotAsked);
+        mList.add(PasswordMissing, {{"asked", askedText()}});
 }
 
 // --- Endings
@@ -423,6 +494,25 @@ void LogIn::addEarlyEnding() {
         mList.add(MethodsUntold);
 }
 
+// A server that says goodbye was not lost, and its own words are worth more than a list.
+FindingArguments endingArguments(const SSHFacts &facts) {
+    const FindingArguments common = commonArguments(facts);
+    const bool speaks = facts.disconnect && !facts.disconnect->message.empty();
+    const std::string alike =
+        fmt::format(" From here a limit on attempts or on the time for them, an account that has "
+                    "expired or may "
+                    "not log in now{} a ban of this computer's address{} look alike.",
+                    facts.disconnect ? " and" : ",", facts.disconnect ? "" : " and a lost network");
+    return {{"ended", facts.disconnect
+                          ? fmt::format("{} ended the connection itself", common.at("host"))
+                          : fmt::format("The connection to {} ended", common.at("host"))},
+            {"alike", speaks ? "" : alike},
+            {"endedStep", speaks ? "Do as it says, or ask whoever runs the server what it means."
+                                 : "Have the server's log read at this time (`journalctl -u ssh -u "
+                                   "sshd`, or /var/log/auth.log), which gives the reason if it was "
+                                   "the server."}};
+}
+
 void LogIn::addLateEnding() {
     const auto refused =
         std::count_if(mFacts.attempts.begin(), mFacts.attempts.end(), [](const SSHAttempt &each) {
@@ -439,7 +529,7 @@ void LogIn::addLateEnding() {
     if (isOfKeys && (isCounted || hasEnded))
         mList.add(TooManyKeys, {{"count", fmt::format("{} keys", refused)}});
     else if (hasEnded && mList.isEmpty())
-        mList.add(LogInHungUp);
+        mList.add(LogInHungUp, endingArguments(mFacts));
 }
 
 void LogIn::addFactor() {
@@ -468,6 +558,9 @@ void LogIn::addFactor() {
 }
 
 std::string LogIn::givingWhatIsWanted() const {
+    if (mFacts.methods.empty())
+        return "Have AuthenticationMethods and the `Match` blocks in /etc/ssh/sshd_config on the "
+               "server looked at for this user.";
     if (offers("publickey"))
         return takesPasswords() ? "Give a password, or the file of a key that the server knows."
                                 : "Give the file of a key that the server knows (`ls ~/.ssh` shows "
@@ -501,10 +594,19 @@ void LogIn::add() {
     addUntriedKeys();
     addKeyAttempts(false);
     addAgent();
-    addFactor();
+    if (!mList.contains(PasswordRefused)) // which tells of the factor, too
+        addFactor();
     addKeysOfOtherNames();
     if (mList.cause == SSHErrorCause::NoWayIn && mList.isEmpty())
-        mList.add(NoUsableMethod, {{"giveStep", givingWhatIsWanted()}});
+        mList.add(NoUsableMethod,
+                  {{"ways", mFacts.methods.empty()
+                                ? "offers no way at all to log in: its list of methods is empty"
+                                : "takes only methods that this program does not know or has "
+                                  "nothing for"},
+                   {"offered", mFacts.methods.empty()
+                                   ? ""
+                                   : fmt::format(" ({})", commonArguments(mFacts).at("methods"))},
+                   {"giveStep", givingWhatIsWanted()}});
 }
 
 } // namespace

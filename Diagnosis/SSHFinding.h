@@ -16,8 +16,9 @@ enum class SSHFindingID {
     NameServerSilent,
     HostHasNoIPv4, // and the session tries no other
     ConnectionRefused,
-    ConnectionDropped, // nobody answered in time
-    HostUnreachable,   // no route, or a router or firewall said no
+    ConnectionDropped,   // nobody answered in time
+    HostUnreachable,     // no route, or a router or firewall said no
+    ConnectionForbidden, // by this computer itself
     NoSocket,
 
     // --- The handshake

@@ -372,8 +372,8 @@ def rows():
     row("host switched off", "unreachable", "hostUnreachable", 22, host="192.0.2.7")
     row("no route", "unreachable", "hostUnreachable", 22, host="192.88.99.1")
     row("router says unreachable", "unreachable", "hostUnreachable", 22, host="198.51.100.1")
-    row("router prohibits", "unreachable", "hostUnreachable", 22, host="203.0.113.1")
-    row("router prohibits, classic", "unreachable", "hostUnreachable", 22, classic, host="203.0.113.1")
+    row("router prohibits", "unreachable", "connectionForbidden", 22, host="203.0.113.1")
+    row("router prohibits, classic", "unreachable", "connectionForbidden", 22, classic, host="203.0.113.1")
 
     # --- The handshake
     row("HTTP", "notSSH", "speaksHTTP", says(b"HTTP/1.1 400 Bad Request\r\nServer: nginx\r\nContent-Length: 0\r\n\r\n", True))
