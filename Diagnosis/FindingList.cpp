@@ -74,6 +74,7 @@ FindingArguments commonArguments(const SSHFacts &facts) {
             {"user", user},
             {"hostWord", shellWord(facts.host)},
             {"userWord", shellWord(facts.user)},
+            {"remoteUserWord", shellWord(shellWord(facts.user))}, // behind ssh, for two shells
             {"entryWord", shellWord(entry)},
             {"login", shellWord(facts.user.empty() ? facts.host : facts.user + "@" + facts.host)},
             {"version",

@@ -507,7 +507,8 @@ constexpr auto texts = std::to_array<FindingText>({
      noFixedTexts},
     {CommandSlow, "commandSlow", "The command takes too long",
      "The command did not end{within}, and was given up. It may still run on the server.{output}",
-     "See whether it still runs with `ssh -p {port} {login} ps -u {userWord} -o pid,etime,args`, "
+     "See whether it still runs with `ssh -p {port} {login} ps -u {remoteUserWord} -o "
+     "pid,etime,args`, "
      "and "
      "allow it more time if it needs it (--timeout, commandTimeout).",
      "The command has not ended within 60 seconds. It may still be running on the server."},
@@ -515,7 +516,8 @@ constexpr auto texts = std::to_array<FindingText>({
      "The command neither sent nor took anything{within}, and was given up. It may still run on "
      "the "
      "server.{output}",
-     "See whether it still runs with `ssh -p {port} {login} ps -u {userWord} -o pid,etime,args`, "
+     "See whether it still runs with `ssh -p {port} {login} ps -u {remoteUserWord} -o "
+     "pid,etime,args`, "
      "and "
      "allow it a longer silence if it needs it (silenceTimeout).",
      "The command has neither sent nor taken anything for 60 seconds. It may still be running on "

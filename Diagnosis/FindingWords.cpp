@@ -63,9 +63,12 @@ std::string shown(std::string_view text) {
     return line.substr(0, end) + "...";
 }
 
-// A home directory stays one for the shell.
+// A home directory stays one for the shell. A file is none of a command's options, and neither is
+// what else begins as one.
 std::string shellWord(std::string_view text) {
     std::string word = shown(text);
+    if (word.starts_with('-'))
+        word.insert(0, "./");
     if (word.empty())
         return "''";
     const std::size_t home = word.starts_with("~/") ? 2 : 0;

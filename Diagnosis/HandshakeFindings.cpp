@@ -50,7 +50,9 @@ void addOtherProtocol(FindingList &list) {
         list.add(SpeaksSSH1, {{"words", shown(server.version)}});
         return;
     }
-    if (!server.version.empty() || lines.empty())
+    const bool beginsVersion =
+        lines.starts_with("SSH-") || std::string_view("SSH-").starts_with(lines);
+    if (!server.version.empty() || lines.empty() || beginsVersion)
         return;
     const FindingArguments words = {{"words", readable(lines)}, {"kind", kindOf(lines)}};
     if (holds(lines, Words::tooBusy))
@@ -195,7 +197,8 @@ void addHandshakeFindings(FindingList &list) {
         break;
     case HandshakeTimedOut:
     case ServerUnresponsive:
-        list.add(facts.server.version.empty() ? ServerSilent : HandshakeSlow,
+        list.add(facts.server.version.empty() && facts.server.linesBefore.empty() ? ServerSilent
+                                                                                  : HandshakeSlow,
                  {{"within", timeLimit(facts)}, {"usual", usualOwner(facts)}});
         break;
     case SSHErrorCause::HandshakeFailed:

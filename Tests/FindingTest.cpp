@@ -182,6 +182,11 @@ TEST(FindingTest, WordsAreFilledIn) {
     EXPECT_EQ(only(Cause::KeyUnreadable, Stage::Authenticate, file(SSHKeyFileState::Exposed)),
               "Other users of this computer have rights to the key file /k/my key (mode 0644), so "
               "it is not used. // Make it yours alone with `chmod 600 '/k/my key'`.");
+    EXPECT_THAT(only(Cause::KeyUnreadable, Stage::Authenticate,
+                     [](auto &f) { withLocal(f, keyFile("-R", SSHKeyFileState::Exposed)); }),
+                testing::EndsWith("`chmod 600 ./-R`."));
+    EXPECT_THAT(only(Cause::CommandTimedOut, Stage::Execute, [](auto &f) { f.user = "a;b"; }),
+                testing::HasSubstr(R"(`ssh -p 2222 'a;b@db' ps -u "'"'a;b'"'" -o)"));
     EXPECT_EQ(only(Cause::DisconnectedByServer, Stage::Execute,
                    [](auto &f) {
                        f.disconnect = {11, "\x1b[2JBye\n\n" + std::string(197, 'x') + "é"};

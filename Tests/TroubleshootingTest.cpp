@@ -26,6 +26,7 @@ const char *const introduction =
 const std::map<std::string, std::string> shownAs = {
     {"hostWord", "HOST"},
     {"userWord", "USER"},
+    {"remoteUserWord", "USER"},
     {"login", "USER@HOST"},
     {"entryWord", "'[HOST]:PORT'"},
     {"addressWord", "ADDRESS"},
