@@ -399,6 +399,8 @@ std::shared_ptr<SSHEngine::Notes> SSHSession_libssh2::notesOf(const ConnectionRe
     if (connection)
         return connection->notes;
     const MutexLock lock(mMutex);
+    if (mConnection && mConnection->isStarting) // a start since, whose notes are its own
+        return std::make_shared<SSHEngine::Notes>(SSHSession::facts());
     if (!mNotes)
         mNotes = std::make_shared<SSHEngine::Notes>(SSHSession::facts());
     return mNotes;
