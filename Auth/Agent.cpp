@@ -75,8 +75,11 @@ void SSHEngine::noteAgentFailure(const Connection &connection, const char *funct
     noteAttempt(connection, std::move(attempt));
 }
 
+// Where the last place in the agent's queue is the probe's, the library would wait for the next for
+// ever. An examination, which must end, asks the agent in its own way first.
 int SSHEngine::connectToAgent(const Connection &connection, LIBSSH2_AGENT *agent) {
-    if (!agentHasGone(connection))
+    const bool isMute = connection.engine.asksNobody && !agentFacts().problem.empty();
+    if (!isMute && !agentHasGone(connection))
         return libssh2_agent_connect(agent);
     libssh2_session_set_last_error(connection.session(), LIBSSH2_ERROR_AGENT_PROTOCOL,
                                    "failed connecting with agent"); // the library's own words

@@ -19,7 +19,8 @@ using SSHEngine::TimeBudget;
 
 namespace {
 
-constexpr std::chrono::seconds longestExamination(29);
+// An agent that answers nothing may take two more, which nothing ends.
+constexpr std::chrono::seconds longestExamination(27);
 
 struct Step {
     const char *name;
@@ -66,6 +67,8 @@ void examineAll(Examination &examination) {
             leftOut.push_back(step.name);
         else
             step.examine(examination);
+        if (std::exchange(examination.isCutShort, false))
+            leftOut.push_back(step.name);
     }
     examination.step = "rest";
     if (!leftOut.empty())

@@ -12,6 +12,9 @@
 #include "Session/KeyType.h"
 #include "Session/Question.h"
 
+#include <filesystem>
+#include <system_error>
+
 using SSHEngine::Connection;
 using SSHEngine::fail;
 using SSHEngine::HostKeyCheck;
@@ -52,6 +55,15 @@ bool needsConfirmation(const HostKeyCheck &check) {
            check.checkResult == LIBSSH2_KNOWNHOST_CHECK_NOTFOUND;
 }
 
+// The library waits for whoever writes to a named pipe, which an examination must not.
+int readKnownHosts(const SSHSession_libssh2 &engine, const HostKeyCheck &check) {
+    std::error_code failure;
+    if (engine.asksNobody && std::filesystem::is_other(check.knownHostsPath, failure))
+        return LIBSSH2_ERROR_FILE;
+    return libssh2_knownhost_readfile(check.knownHosts, check.knownHostsPath.c_str(),
+                                      LIBSSH2_KNOWNHOST_FILE_OPENSSH);
+}
+
 // Answers the library's last error number when the check itself fails.
 int fetchAndCheck(const Connection &connection, LIBSSH2_SESSION *session, HostKeyCheck &check,
                   SSHErrorRef *error) {
@@ -73,8 +85,7 @@ int fetchAndCheck(const Connection &connection, LIBSSH2_SESSION *session, HostKe
         SSHPlatform::log("Could not check for known_hosts because libssh2_knownhost_init failed.");
         return 0;
     }
-    const int code = libssh2_knownhost_readfile(check.knownHosts, check.knownHostsPath.c_str(),
-                                                LIBSSH2_KNOWNHOST_FILE_OPENSSH);
+    const int code = readKnownHosts(connection.engine, check);
     if (code < 0) {
         SSHPlatform::log(
             "Could not check for known_hosts because libssh2_knownhost_readfile failed. " +
