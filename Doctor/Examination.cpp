@@ -44,6 +44,11 @@ Examination::Examination(const Patient &examined, const TimeBudget &time, const 
 }
 
 void Examination::line(Verdict verdict, const std::string &text, const std::string &advice) {
+    // What comes of a step then is nobody's fault.
+    if (budget.isCancelled() && step != std::string_view("rest")) {
+        isCutShort = true;
+        return;
+    }
     mTell({.verdict = verdict,
            .step = step,
            .text = SSHPlatform::printableText(text, ""),

@@ -89,6 +89,8 @@ class Examination {
     std::vector<Address> addresses; // in the order in which the session tries them
     std::optional<Address> address; // that answers
     OwnSocket socket;               // connected to it; of the first words
+    bool isCutShort = false;        // the step that is under way, by `cancel`
+    bool isHelloOver = false;       // of which no more is awaited, with or without algorithms
     std::shared_ptr<Visit> visit;   // of the step before, where it leaves one
 
   private:

@@ -60,7 +60,9 @@ bool listen(const Examination &examination, ServerHello &hello) {
 }
 
 SSHErrorCause causeOf(const SSHServerFacts &server) {
-    if (!server.linesBefore.empty())
+    constexpr std::string_view begin = "SSH-";
+    const std::string_view lines = server.linesBefore;
+    if (!lines.empty() && !lines.starts_with(begin) && !begin.starts_with(lines))
         return SSHErrorCause::NotSSH;
     return server.hasHungUp ? SSHErrorCause::ClosedEarly : SSHErrorCause::HandshakeTimedOut;
 }
@@ -128,6 +130,7 @@ void examineFirstWords(Examination &examination) {
     examination.socket = OwnSocket();
     SSHServerFacts &server = examination.facts.server = hello.facts();
     server.hasHungUp = hasHungUp;
+    examination.isHelloOver = hello.isOver();
     if (server.version.empty())
         return examination.failBy(causeOf(server), SSHSessionStage::Handshake);
     if (!server.version.starts_with("SSH-2.") && !server.version.starts_with("SSH-1.99"))
@@ -141,6 +144,10 @@ void examineFirstWords(Examination &examination) {
 void examineAlgorithms(Examination &examination) {
     examination.facts.known = knownAlgorithms();
     const std::optional<SSHAlgorithms> &offer = examination.facts.server.offer;
+    if (!offer && examination.isHelloOver) { // what was said instead, a handshake tells
+        examination.reached |= Examination::HasAlgorithms;
+        return examination.note("The server has not told its algorithms.");
+    }
     if (!offer)
         return examination.failBy(examination.facts.server.hasHungUp
                                       ? SSHErrorCause::ConnectionLost

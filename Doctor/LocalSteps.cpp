@@ -96,8 +96,14 @@ void tell(Examination &examination, const SSHKeyFileFacts &file) {
         examination.note(file.path + ".pub: It is the public part of another key.");
 }
 
+constexpr std::ptrdiff_t mostLines = 20; // that are told one by one
+
 std::string numbersOf(const std::vector<std::size_t> &lines) {
-    return fmt::format("line{} {}", lines.size() == 1 ? "" : "s", fmt::join(lines, ", "));
+    const auto more = static_cast<std::ptrdiff_t>(lines.size()) - mostLines;
+    return fmt::format(
+        "line{} {}{}", lines.size() == 1 ? "" : "s",
+        fmt::join(lines.begin(), more > 0 ? lines.begin() + mostLines : lines.end(), ", "),
+        more > 0 ? fmt::format(" and {} more", more) : "");
 }
 
 void tell(Examination &examination, const SSHKnownHostsLine &line) {
@@ -161,8 +167,11 @@ void examineKnownHosts(Examination &examination) {
     if (!known.badLines.empty())
         examination.note(
             fmt::format("{}: {} cannot be understood.", known.path, numbersOf(known.badLines)));
-    for (const SSHKnownHostsLine &line : known.lines)
-        tell(examination, line);
+    const auto all = static_cast<std::ptrdiff_t>(known.lines.size());
+    std::for_each_n(known.lines.begin(), std::min(all, mostLines),
+                    [&](const SSHKnownHostsLine &line) { tell(examination, line); });
+    if (all > mostLines)
+        examination.note(fmt::format("{} more lines name the host.", all - mostLines));
     if (known.lines.empty())
         examination.note("No line names the host.");
 }

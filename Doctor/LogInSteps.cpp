@@ -112,6 +112,8 @@ Ran run(Visit &visit, const char *text, const SSHDataRef &input = nullptr) {
     ran.facts = visit.facts();
     ran.facts.stage = SSHSessionStage::Execute;
     ran.facts.error = isRun ? nullptr : ran.failure;
+    if (!isRun && visit.isTooLate())
+        ran.facts = ended(ran.facts, SSHErrorCause::CommandTimedOut, SSHSessionStage::Execute);
     SSHCommandFacts &facts = ran.facts.command;
     if (!isRun)
         return ran;

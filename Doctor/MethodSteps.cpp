@@ -202,7 +202,9 @@ void examineMethods(Examination &examination) {
         return tellMethods(examination, visit);
     }
     examination.failBy(
-        ended(visit.facts(), SSHErrorCause::MethodsUntold, SSHSessionStage::Authenticate));
+        ended(visit.facts(),
+              visit.isTooLate() ? SSHErrorCause::LogInTimedOut : SSHErrorCause::MethodsUntold,
+              SSHSessionStage::Authenticate));
 }
 
 void examineKeys(Examination &examination) {

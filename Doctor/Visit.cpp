@@ -2,6 +2,7 @@
 
 #include "Platform/Socket.h"
 #include "Platform/Text.h"
+#include "Session/Causes.h"
 #include "Session/ErrorReporting.h"
 
 #include <fcntl.h>
@@ -126,8 +127,8 @@ bool Visit::run(SSHSessionStage stage,
     connection->notes->note([&](SSHFacts &facts) { facts.stage = stage; });
     SSHErrorRef error;
     const bool succeeded = ((*engine).*operation)(*connection, &error);
-    if (!succeeded && isTooLate()) // whatever the stage takes for the reason
-        error = endedStartError(*connection);
+    if (!succeeded && connection->isShutDown()) // whatever the server seems to have done then
+        error = ended({}, causeOfEnding(connection->ending()), stage).error;
     connection->notes->note([&](SSHFacts &facts) {
         if (!succeeded && error)
             facts.error = error;
@@ -140,8 +141,7 @@ SSHFacts Visit::facts() const {
     facts.addresses = mExamination.facts.addresses;
     facts.local = mExamination.facts.local;
     facts.options = mExamination.facts.options;
-    if (isTooLate()) // by the examination's patience, not by the session's
-        facts.options.logInTimeout = facts.options.commandTimeout = std::chrono::seconds(0);
+    facts.options.logInTimeout = facts.options.commandTimeout = {}; // the visit's own limit holds
     facts.isStageUnderWay = false;
     if (facts.server.version.empty())
         facts.server = mExamination.facts.server;

@@ -45,7 +45,7 @@ class Visit {
 
     // With what is known from before, and the error of the last stage that failed.
     SSHFacts facts() const;
-    bool isTooLate() const { return connection->isShutDown(); }
+    bool isTooLate() const { return isTimeLimit(connection->ending()); }
 
     const std::shared_ptr<Inspector> engine;
     const ConnectionRef connection;

@@ -6,6 +6,8 @@
 #include <asio/ip/tcp.hpp>
 #include <fmt/format.h>
 
+#include <sys/stat.h>
+
 #include <regex>
 #include <thread>
 
@@ -136,6 +138,7 @@ TEST_F(DoctorTest, WhatIsSeenFirst) {
              {"HTTP/1.1 400 Bad Request\r\n",
               "FAIL first words: ~ of 127.0.0.1 belongs to a web server"},
              {"", "FAIL first words: 127.0.0.1 took the connection to ~ and ended it"},
+             {"SSH-2.", "FAIL first words: 127.0.0.1 took the connection to ~ and ended it"},
              {"SSH-1.5-x\r\n", "FAIL first words: 127.0.0.1 calls itself \"SSH-1.5-x\""},
              {"Hi\nSSH-2.0-x\r\n", "note first words: Before its version the server says \"Hi\"."},
              {"SSH-2.0-x\r\n", "FAIL algorithms: 127.0.0.1 (~) began the handshake"}})
@@ -205,4 +208,15 @@ TEST_F(DoctorTest, EndsWhenCancelled) {
     EXPECT_THAT(
         report(scripted.port(), "password", "sesame").back(),
         StartsWith("note rest: Not examined, because it was cancelled: algorithms, host key"));
+}
+
+// What is opened and read once must not be waited for the second time.
+TEST_F(DoctorTest, EndsWithWhatHangsOnThisComputer) {
+    options = SSHSessionOptions();
+    std::filesystem::remove(home.knownHosts());
+    ASSERT_EQ(::mkfifo(home.knownHosts().c_str(), 0600), 0);
+    SSHDoctor doctor(hostName, scripted.port(), "password", SSHPlatform::Secret::none(), {});
+    Lines steps;
+    doctor.examine([&](const SSHDoctorLine &line) { steps.push_back(line.step); });
+    EXPECT_THAT(steps, Contains("methods"));
 }
