@@ -210,9 +210,9 @@ constexpr auto texts = std::to_array<FindingText>({
      "The server's key is not accepted, and nobody could be asked",
      "No key of {host}, port {port}, is on record in {file}, and nobody was there to be asked "
      "whether to trust the one that the server showed ({type} {fingerprint}).",
-     "Connect once from a terminal with `ssh -p {port} {login}`, and answer yes if `ssh-keygen -l "
-     "-f "
-     "{serverKeyFile}` on the server shows the same fingerprint.",
+     "Connect once from a terminal with `sshsession {classic}-p {port} {login} true`, and accept "
+     "the "
+     "key if `ssh-keygen -l -f {serverKeyFile}` on the server shows the same fingerprint.",
      unknownKey},
     {HostKeyChanged, "hostKeyChanged", "The server's key has changed",
      "{host}, port {port}, showed another key ({type} {fingerprint}) than the one on "

@@ -50,6 +50,7 @@ FindingArguments argumentsOf(const SSHFacts &facts, const SSHKnownHostsLine *lin
             {"directoryWord", shellWord(parentOf(path))},
             {"line", line ? std::to_string(line->number) : ""},
             {"name", line ? shown(line->name) : ""},
+            {"classic", facts.options.knowsEveryHostKeyType ? "" : "--classic "},
             {"entry", entryText(line)}};
 }
 
