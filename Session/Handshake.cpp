@@ -97,7 +97,23 @@ void noteAgreed(const Connection &connection) {
     connection.notes->note([&](SSHFacts &facts) { facts.server.agreed = std::move(all); });
 }
 
+void noteUnconnected(const Connection &connection, int number) {
+    connection.notes->note([&](SSHFacts &noted) {
+        for (SSHAddressFacts &address : noted.addresses)
+            if (std::exchange(address.isConnected, false) || noted.addresses.size() == 1)
+                address.error = number;
+    });
+}
+
 // A server that closes its end before it has sent its whole version counts as one that hung up.
+SSHErrorCause causeWithoutVersion(const Connection &connection, std::string_view lines) {
+    if (lines.starts_with(Words::tooBusy) || lines.starts_with(Words::penalty))
+        return SSHErrorCause::ClosedEarly; // by sshd, which may take the next one
+    if (!lines.empty() && !lines.starts_with("SSH-"))
+        return SSHErrorCause::NotSSH;
+    return connection.hasHungUp() ? SSHErrorCause::ClosedEarly : SSHErrorCause::HandshakeFailed;
+}
+
 SSHErrorCause causeOfFailure(const Connection &connection, int code) {
     const SSHFacts facts = connection.notes->facts();
     const SSHServerFacts &server = facts.server;
@@ -106,23 +122,13 @@ SSHErrorCause causeOfFailure(const Connection &connection, int code) {
     const int number = told != 0 ? told : connection.failure();
     const SSHErrorCause connecting = SSHEngine::causeOfConnecting(number);
     if (!server.hasSpoken && connecting != SSHErrorCause::Unknown) {
-        connection.notes->note([&](SSHFacts &noted) {
-            for (SSHAddressFacts &address : noted.addresses)
-                if (std::exchange(address.isConnected, false) || noted.addresses.size() == 1)
-                    address.error = number;
-        });
+        noteUnconnected(connection, number);
         return connecting;
     }
     if (code == LIBSSH2_ERROR_ALLOC)
         return SSHErrorCause::NoMemory;
-    if (server.version.empty()) {
-        const std::string_view lines = server.linesBefore;
-        if (lines.starts_with(Words::tooBusy) || lines.starts_with(Words::penalty))
-            return SSHErrorCause::ClosedEarly; // by sshd, which may take the next one
-        if (!lines.empty() && !lines.starts_with("SSH-"))
-            return SSHErrorCause::NotSSH;
-        return connection.hasHungUp() ? SSHErrorCause::ClosedEarly : SSHErrorCause::HandshakeFailed;
-    }
+    if (server.version.empty())
+        return causeWithoutVersion(connection, server.linesBefore);
     if (server.version.starts_with(Words::ssh1) && !server.version.starts_with(Words::ssh1And2))
         return SSHErrorCause::NotSSH;
     if (server.offer)

@@ -1,4 +1,7 @@
+// The stages of a session, which observers are told of.
 #pragma once
+
+#include <SSHSession/SSHSessionExport.h>
 
 // What a session is doing, in the order of a connection's life.
 enum class SSHSessionStage {
@@ -9,3 +12,6 @@ enum class SSHSessionStage {
     Authenticate, // authentication by key files, password and keyboard-interactive
     Execute,      // one command
 };
+
+// The name for logs and reports, such as "hostKey". Never null.
+SSHSESSION_EXPORT const char *SSHSessionStageName(SSHSessionStage stage) noexcept;

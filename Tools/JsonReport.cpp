@@ -79,7 +79,7 @@ Json listOf(const std::vector<Value> &values) {
 }
 
 void addFacts(Json &object, const SSHFacts &facts) {
-    object["stage"] = stageName(facts.stage);
+    object["stage"] = SSHSessionStageName(facts.stage);
     object["cause"] = facts.error ? Json(SSHErrorCauseName(facts.error->cause())) : Json(nullptr);
     object["attempts"] = listOf(facts.attempts);
     object["disconnect"] = facts.disconnect ? Json{{"code", facts.disconnect->code},

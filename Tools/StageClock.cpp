@@ -19,37 +19,19 @@ std::string truth(bool value) {
 
 } // namespace
 
-const char *stageName(SSHSessionStage stage) {
-    switch (stage) {
-    case SSHSessionStage::Connect:
-        return "connect";
-    case SSHSessionStage::Handshake:
-        return "handshake";
-    case SSHSessionStage::HostKey:
-        return "hostKey";
-    case SSHSessionStage::Agent:
-        return "agent";
-    case SSHSessionStage::Authenticate:
-        return "authenticate";
-    case SSHSessionStage::Execute:
-        return "execute";
-    }
-    return "unknown";
-}
-
 void StageClock::willBeginStage(SSHSession & /*session*/, SSHSessionStage stage) noexcept {
     if (mTells)
-        tell(std::string(stageName(stage)) + ": begins");
+        tell(std::string(SSHSessionStageName(stage)) + ": begins");
     mBegin = std::chrono::steady_clock::now();
 }
 
 void StageClock::didEndStage(SSHSession & /*session*/, SSHSessionStage stage,
                              bool succeeded) noexcept {
     const Milliseconds time = std::chrono::steady_clock::now() - mBegin;
-    mTimings.emplace_back(stageName(stage), time);
+    mTimings.emplace_back(SSHSessionStageName(stage), time);
     if (mTells)
-        tell(std::string(stageName(stage)) + (succeeded ? ": done after " : ": failed after ") +
-             decimal(time));
+        tell(std::string(SSHSessionStageName(stage)) +
+             (succeeded ? ": done after " : ": failed after ") + decimal(time));
 }
 
 void StageClock::willChangeValueForKey(SSHSession &session, const std::string & /*key*/) noexcept {

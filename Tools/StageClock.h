@@ -8,9 +8,6 @@
 #include <utility>
 #include <vector>
 
-// The name for reports, such as "hostKey".
-const char *stageName(SSHSessionStage stage);
-
 class StageClock final : public SSHSessionObserver {
   public:
     using Milliseconds = std::chrono::duration<double, std::milli>;
