@@ -563,7 +563,8 @@ def check(name, cause, finding, proof, attempt):
 
 def show(_name, _cause, _finding, _proof, attempt):
     plain = attempt([])[1].strip().splitlines()
-    doctor = attempt(["--doctor"])
+    needs_command = attempt.keywords.get("interrupt")
+    doctor = ("", "") if needs_command else attempt(["--doctor"])
     told = [line for line in (doctor[0] + doctor[1]).splitlines() if re.match(r"\s*(FAIL|try|note)", line)]
     return "\n".join(["```", *plain[-8:], "", *told, "```"])
 
