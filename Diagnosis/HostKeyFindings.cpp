@@ -99,6 +99,10 @@ void addUnknown(FindingList &list, SSHFindingID id) {
     const SSHFacts &facts = list.facts;
     if (list.contains(KnownHostsUnreadable)) // what stands in it is not known
         return;
+    if (list.contains(KnownHostsBadLine) && lineThat(facts, [&](const SSHKnownHostsLine &each) {
+            return !each.isRevoked && each.fingerprint == facts.hostKey.fingerprint;
+        })) // behind the bad one
+        return;
     if (const auto *line = lineThat(facts, [&](const SSHKnownHostsLine &each) {
             const bool isForEveryPort = // under the plain name, by default
                 !facts.options.knowsEveryHostKeyType && !each.name.starts_with('[');

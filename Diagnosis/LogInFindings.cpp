@@ -601,6 +601,8 @@ void LogIn::add() {
         mList.add(NoUsableMethod,
                   {{"ways", mFacts.methods.empty()
                                 ? "offers no way at all to log in: its list of methods is empty"
+                            : offers("publickey")
+                                ? "takes keys, and there was none to offer; it lists its methods as"
                                 : "takes only methods that this program does not know or has "
                                   "nothing for"},
                    {"offered", mFacts.methods.empty()

@@ -112,7 +112,8 @@ void tell(Examination &examination, const SSHKnownHostsLine &line) {
     if (line.isRevoked)
         examination.note(text + " It is marked as revoked.");
     else if (!line.isForThisPort)
-        examination.note(text + " That is not for this port alone.");
+        examination.note(text + (line.name.starts_with('[') ? " That is another port."
+                                                            : " That is for every port."));
     else
         examination.ok(text);
 }

@@ -169,9 +169,9 @@ void offerAll(Examination &examination, Visit &visit, const std::vector<Key> &ke
                                      "after a number of them.",
                                      keys.size() - mostKeys));
     if (!isOneWanted)
-        examination.note("A key without a line in authorized_keys, wrong permissions of that file, "
-                         "of ~/.ssh or of the home directory there, and an unknown user look alike "
-                         "from here; the server's log tells them apart.");
+        examination.note("A key without a line in authorized_keys, wrong permissions there, a user "
+                         "who is unknown or may not log in and a type that is not allowed look "
+                         "alike from here; the server's log tells them apart.");
 }
 
 } // namespace

@@ -52,17 +52,19 @@ TimeBudget::Limit::~Limit() {
 
 Errand::Errand(std::function<void()> work) {
     try {
-        SSHPlatform::startDetachedThread([isDone = mIsDone, work = std::move(work)]() mutable {
+        SSHPlatform::startDetachedThread([done = mDone, work = std::move(work)]() mutable {
             std::exchange(work, nullptr)(); // what it holds is let go of before it is done
-            isDone->signal();
+            done->isSet = true;
+            done->wakeup.signal();
         });
     } catch (const std::system_error &) { // no thread to be had: it never is done
     }
 }
 
 bool Errand::isDoneWithin(const TimeBudget &budget, TimeBudget::Milliseconds most) const {
-    return SSHPlatform::waitForSocket(mIsDone->descriptor(), WaitFor::Reading, budget.left(most),
-                                      budget.wakeup()) > 0;
+    SSHPlatform::waitForSocket(mDone->wakeup.descriptor(), WaitFor::Reading, budget.left(most),
+                               budget.wakeup());
+    return mDone->isSet;
 }
 
 } // namespace SSHEngine

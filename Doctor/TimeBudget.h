@@ -56,7 +56,11 @@ class Errand {
     bool isDoneWithin(const TimeBudget &budget, TimeBudget::Milliseconds most) const;
 
   private:
-    const std::shared_ptr<SSHPlatform::Wakeup> mIsDone = std::make_shared<SSHPlatform::Wakeup>();
+    struct Done {
+        SSHPlatform::Wakeup wakeup;
+        std::atomic<bool> isSet = false; // a pipe alone hands no memory over
+    };
+    const std::shared_ptr<Done> mDone = std::make_shared<Done>();
 };
 
 } // namespace SSHEngine

@@ -91,8 +91,7 @@ class DoctorTest : public ScriptedServerTest {
 
 TEST_F(DoctorTest, AHealthyServer) {
     const std::string record = "note known hosts: ~/.ssh/known_hosts, line ";
-    const std::string recorded =
-        ": ecdsa-sha2-nistp256 ~ for 127.0.0.1. That is not for this port alone.";
+    const std::string recorded = ": ecdsa-sha2-nistp256 ~ for 127.0.0.1. That is for every port.";
     const Lines middle = {record + "1" + recorded,
                           record + "2" + recorded,
                           "ok look-up: 127.0.0.1 is an address; no name is looked up.",

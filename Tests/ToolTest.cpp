@@ -5,6 +5,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
+#include <cerrno>
 #include <iostream>
 #include <regex>
 #include <thread>
@@ -164,12 +166,26 @@ using Answers = std::vector<std::pair<std::string, std::string>>;
 // Runs a shell's command on a terminal of its own and types each answer once the screen ends with
 // its prompt; an empty answer closes the terminal. Answers the whole screen.
 std::string onTerminal(const std::string &command, Answers answers) {
+    std::array<int, 2> gate{}; // opens once it is typed what comes before any prompt
+    EXPECT_EQ(::pipe(gate.data()), 0);
     int terminal = -1;
     const pid_t child = ::forkpty(&terminal, nullptr, nullptr, nullptr);
     if (child == 0) {
         ::alarm(60);
+        ::close(gate[1]);
+        char none = 0;
+        while (::read(gate[0], &none, 1) < 0 && errno == EINTR)
+            ;
+        ::close(gate[0]);
         ::_exit(::execl("/bin/sh", "sh", "-c", command.c_str(), nullptr));
     }
+    ::close(gate[0]);
+    if (!answers.empty() && answers.front().first.empty()) {
+        EXPECT_EQ(::write(terminal, answers.front().second.data(), answers.front().second.size()),
+                  answers.front().second.size());
+        answers.erase(answers.begin());
+    }
+    ::close(gate[1]);
     std::string screen;
     char byte = 0;
     do {
