@@ -47,7 +47,8 @@ QString adviceOf(std::vector<SSHFinding> findings) {
     findings.resize(std::min(findings.size(), most));
     QStringList paragraphs;
     for (const SSHFinding &finding : findings)
-        paragraphs += visibleText(finding.text) + QLatin1Char(' ') + visibleText(finding.step);
+        paragraphs += visibleText(finding.text) + QStringLiteral("\nWhat to do: ") +
+                      visibleText(finding.step);
     return paragraphs.join(QLatin1Char('\n'));
 }
 
