@@ -33,13 +33,6 @@ constexpr std::size_t longestAnswer = std::size_t{256} * 1024; // OpenSSH's limi
 constexpr std::string_view request("\0\0\0\1\x0B", 5);         // SSH_AGENTC_REQUEST_IDENTITIES
 constexpr char identitiesAnswer = 12;
 
-std::size_t number(std::string_view bytes) {
-    std::size_t result = 0;
-    for (const char byte : bytes.substr(0, lengthSize))
-        result = result << 8U | static_cast<unsigned char>(byte);
-    return result;
-}
-
 // One question to one agent, done by a deadline.
 class Inquiry {
   public:
@@ -105,7 +98,8 @@ int Inquiry::answer(std::string &bytes) {
     std::string length;
     if (receive(length, lengthSize) != 0)
         return -1;
-    const std::size_t size = number(length);
+    std::string_view rest = length;
+    const std::size_t size = takeNumber(rest).value_or(0);
     errno = EMSGSIZE;
     return size > longestAnswer ? -1 : receive(bytes, size);
 }
@@ -134,12 +128,14 @@ int openAgentSocket(const char *path) {
 }
 
 std::optional<std::vector<SSHAgentIdentity>> identitiesIn(std::string_view answer) {
-    if (answer.size() < 1 + lengthSize || answer.front() != identitiesAnswer)
+    if (!answer.starts_with(identitiesAnswer))
         return std::nullopt;
-    std::size_t count = number(answer.substr(1));
-    answer.remove_prefix(1 + lengthSize);
+    answer.remove_prefix(1);
+    const std::optional<std::uint32_t> count = takeNumber(answer);
+    if (!count)
+        return std::nullopt;
     std::vector<SSHAgentIdentity> identities;
-    for (; count > 0; --count) {
+    for (std::uint32_t i = 0; i < *count; ++i) {
         const std::optional<std::string_view> key = takeString(answer);
         const std::optional<std::string_view> comment = takeString(answer);
         if (!key || !comment)

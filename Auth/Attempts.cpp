@@ -4,6 +4,7 @@
 #include "Session/ErrorReporting.h"
 #include "Session/KeyEncoding.h"
 #include "Session/KeyType.h"
+#include "Session/NameList.h"
 #include "Session/SSHSession_libssh2.h"
 
 #include <fmt/format.h>
@@ -18,16 +19,6 @@ namespace SSHEngine {
 namespace {
 
 using Result = SSHAttemptResult;
-
-std::vector<std::string> split(std::string_view names) {
-    std::vector<std::string> list;
-    while (!names.empty()) {
-        const std::size_t end = std::min(names.find(','), names.size());
-        list.emplace_back(names.substr(0, end));
-        names.remove_prefix(std::min(end + 1, names.size()));
-    }
-    return list;
-}
 
 // The library does not tell a factor that was taken from a refusal, but a signature that was not
 // enough is most often one.
@@ -69,7 +60,7 @@ void noteAttempt(const Connection &connection, SSHAttempt attempt) {
 
 void noteMethods(Connection &connection, const std::string &names) {
     std::string &before = connection.logIn.namedMethods;
-    const std::vector<std::string> list = split(names);
+    const std::vector<std::string> list = namesIn(names);
     connection.notes->note([&](SSHFacts &facts) {
         if (facts.methods.empty())
             facts.methods = list;

@@ -4,6 +4,7 @@
 #include "Auth/Attempts.h"
 #include "Auth/KeyFile.h"
 #include "Auth/KeyFileReading.h"
+#include "Auth/KeyProbe.h"
 #include "Auth/KeyTranscript.h"
 #include "Auth/MethodList.h"
 #include "Auth/Passphrase.h"
@@ -69,14 +70,6 @@ struct Offer {
 
 bool isReadable(const std::string &path) {
     return SSHPlatform::fileExists(path) && readKeyFile(path).bytes;
-}
-
-// Signs nothing, and tells by the boolean at `*abstract` that it was asked to.
-int declineToSign(LIBSSH2_SESSION * /*session*/, unsigned char ** /*signature*/,
-                  std::size_t * /*signatureSize*/, const unsigned char * /*data*/,
-                  std::size_t /*dataSize*/, void **abstract) {
-    *static_cast<bool *>(*abstract) = true;
-    return -1;
 }
 
 // The library has one code for all that goes wrong once the server has said that it knows the key,
@@ -441,12 +434,8 @@ void Identities::tryIdentity(const AgentIdentity &identity) {
 // Costs no attempt of those that the server counts, unless it does not want the key.
 Outcome Identities::probe(const PublicKey &key) {
     bool isWanted = false;
-    void *abstract = &isWanted;
-    const Outcome outcome = outcomeOf([&](LIBSSH2_SESSION *session) {
-        return libssh2_userauth_publickey(session, mUser,
-                                          reinterpret_cast<const unsigned char *>(key.blob.data()),
-                                          key.blob.size(), declineToSign, &abstract);
-    });
+    const Outcome outcome = outcomeOf(
+        [&](LIBSSH2_SESSION *session) { return probeKey(session, mUser, key.blob, isWanted); });
     return isWanted ? Outcome::CannotSign : outcome;
 }
 

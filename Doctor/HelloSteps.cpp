@@ -73,17 +73,7 @@ struct SessionEnd {
 
 SSHAlgorithms knownAlgorithms() {
     const std::unique_ptr<LIBSSH2_SESSION, SessionEnd> session(libssh2_session_init());
-    if (!session)
-        return {};
-    const auto known = [&](int method) { return libraryAlgorithms(session.get(), method); };
-    return {.keyExchange = known(LIBSSH2_METHOD_KEX),
-            .hostKey = known(LIBSSH2_METHOD_HOSTKEY),
-            .cipherToServer = known(LIBSSH2_METHOD_CRYPT_CS),
-            .cipherToClient = known(LIBSSH2_METHOD_CRYPT_SC),
-            .macToServer = known(LIBSSH2_METHOD_MAC_CS),
-            .macToClient = known(LIBSSH2_METHOD_MAC_SC),
-            .compressionToServer = known(LIBSSH2_METHOD_COMP_CS),
-            .compressionToClient = known(LIBSSH2_METHOD_COMP_SC)};
+    return session ? allLibraryAlgorithms(session.get()) : SSHAlgorithms();
 }
 
 using Names = std::vector<std::string>;

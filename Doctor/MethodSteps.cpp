@@ -4,9 +4,11 @@
 #include "Auth/Agent.h"
 #include "Auth/KeyFile.h"
 #include "Auth/KeyFileReading.h"
+#include "Auth/KeyProbe.h"
 #include "Auth/MethodList.h"
 #include "Doctor/Visit.h"
 #include "Session/KeyType.h"
+#include "Session/NameList.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -25,16 +27,6 @@ constexpr std::chrono::seconds longestVisit(8);
 constexpr std::size_t mostKeys = 5;
 
 using Names = std::vector<std::string>;
-
-Names split(std::string_view list) {
-    Names names;
-    while (!list.empty()) {
-        const std::size_t end = std::min(list.find(','), list.size());
-        names.emplace_back(list.substr(0, end));
-        list.remove_prefix(std::min(end + 1, list.size()));
-    }
-    return names;
-}
 
 bool has(const Names &names, const char *name) {
     return std::find(names.begin(), names.end(), name) != names.end();
@@ -122,22 +114,11 @@ std::vector<Key> keysOf(Examination &examination, Visit &visit) {
 
 enum class Reception { Wanted, Refused, Ended };
 
-// Signs nothing, and tells by the boolean at `*abstract` that it was asked to.
-int declineToSign(LIBSSH2_SESSION * /*session*/, unsigned char ** /*signature*/,
-                  std::size_t * /*signatureSize*/, const unsigned char * /*data*/,
-                  std::size_t /*dataSize*/, void **abstract) {
-    *static_cast<bool *>(*abstract) = true;
-    return -1;
-}
-
 Reception offer(Visit &visit, const std::string &user, const Key &key) {
     bool isWanted = false;
     int code = LIBSSH2_ERROR_SOCKET_DISCONNECT;
     visit.call([&](LIBSSH2_SESSION *session) {
-        void *abstract = &isWanted;
-        code = libssh2_userauth_publickey(session, user.c_str(),
-                                          reinterpret_cast<const unsigned char *>(key.blob.data()),
-                                          key.blob.size(), declineToSign, &abstract);
+        code = probeKey(session, user.c_str(), key.blob, isWanted);
         return true;
     });
     if (isWanted)
@@ -198,7 +179,7 @@ void examineMethods(Examination &examination) {
         return examination.note("The server lets this user in without asking for anything.");
     }
     if (list.names) {
-        examination.facts.methods = split(*list.names);
+        examination.facts.methods = namesIn(*list.names);
         return tellMethods(examination, visit);
     }
     examination.failBy(

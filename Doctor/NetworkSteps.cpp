@@ -3,6 +3,7 @@
 
 #include "Doctor/Visit.h"
 #include "Platform/Text.h"
+#include "Session/LookUp.h"
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -23,51 +24,28 @@ namespace {
 
 constexpr std::size_t mostAddresses = 8;
 
-// Of one family.
-struct Answer {
-    int code = EAI_AGAIN;
-    std::vector<Address> addresses = {};
-};
-
 struct Family {
     int number;
     const char *name;
-    std::shared_ptr<Answer> answer = std::make_shared<Answer>(); // shared with who looks it up
+    // Shared with who looks it up.
+    std::shared_ptr<Found> answer = std::make_shared<Found>();
     bool hasAnswered = false;
 
     bool isFound() const { return hasAnswered && !answer->addresses.empty(); }
 };
 
-std::string inNumbers(const Address &address) {
-    std::array<char, NI_MAXHOST> text{};
-    ::getnameinfo(address.get(), address.size, text.data(), text.size(), nullptr, 0,
-                  NI_NUMERICHOST);
-    return text.data();
-}
-
 std::string inNumbers(const std::vector<Address> &addresses) {
     std::vector<std::string> texts;
     texts.reserve(addresses.size());
     for (const Address &address : addresses)
-        texts.push_back(inNumbers(address));
+        texts.push_back(address.text());
     return fmt::format("{}", fmt::join(texts, ", "));
 }
 
-Answer ask(const std::string &host, std::uint16_t port, int family, int flags) {
-    addrinfo hints{};
-    hints.ai_family = family;
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_flags = flags;
-    addrinfo *results = nullptr;
-    Answer answer;
-    answer.code = ::getaddrinfo(host.c_str(), fmt::format("{}", port).c_str(), &hints, &results);
-    if (answer.code != 0)
-        return answer;
-    for (const addrinfo *each = results; each; each = each->ai_next)
-        answer.addresses.emplace_back(each->ai_addr, each->ai_addrlen);
-    ::freeaddrinfo(results);
-    answer.addresses = inTurn(answer.addresses); // each once
-    return answer;
+Found ask(const std::string &host, std::uint16_t port, int family, int flags) {
+    Found found = SSHEngine::lookUp(host.c_str(), port, family, flags);
+    found.addresses = inTurn(found.addresses); // each once
+    return found;
 }
 
 // At the same time. Nothing ends a look-up that a name server leaves waiting.
@@ -139,7 +117,7 @@ std::vector<Attempt> connectToAll(const Examination &examination) {
 void keep(Examination &examination, std::vector<Attempt> &attempts) {
     for (Attempt &attempt : attempts) {
         const bool isConnected = attempt.error == 0;
-        examination.facts.addresses.push_back({.address = inNumbers(attempt.address),
+        examination.facts.addresses.push_back({.address = attempt.address.text(),
                                                .error = attempt.error,
                                                .isConnected = isConnected});
         if (!isConnected || examination.address)
@@ -169,7 +147,7 @@ SSHErrorCause causeOf(const Examination &examination) {
 void examineLookUp(Examination &examination) {
     const std::string &host = examination.facts.host;
     const bool isForIPv4 = !examination.patient.options.triesEveryAddress;
-    Answer literal = ask(host, examination.patient.port, AF_UNSPEC, AI_NUMERICHOST);
+    Found literal = ask(host, examination.patient.port, AF_UNSPEC, AI_NUMERICHOST);
     if (!host.empty() && literal.code == 0 &&
         (!isForIPv4 || literal.addresses.front().family() == AF_INET)) {
         examination.addresses = std::move(literal.addresses);

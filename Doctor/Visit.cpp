@@ -102,8 +102,7 @@ bool Visit::connect(SSHErrorRef *error) {
     if (number != 0)
         return fail(error, [&] {
             return connectionError(*engine, SSHPlatform::errnoText(number), number,
-                                   number == ETIMEDOUT ? SSHErrorCause::ConnectTimedOut
-                                                       : SSHErrorCause::Refused);
+                                   causeOfConnecting(number));
         });
     ::fcntl(socket.get(), F_SETFL, ::fcntl(socket.get(), F_GETFL) & ~O_NONBLOCK);
     connection->adoptSocket(socket.release());

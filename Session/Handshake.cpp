@@ -64,20 +64,7 @@ void libssh2_disconnect_callback(LIBSSH2_SESSION * /*session*/, int reason, cons
 }
 
 void noteKnown(const Connection &connection) {
-    const auto known = [&](int method) {
-        return SSHEngine::libraryAlgorithms(connection.session(), method);
-    };
-    SSHAlgorithms all = {.keyExchange = known(LIBSSH2_METHOD_KEX),
-                         .hostKey = known(LIBSSH2_METHOD_HOSTKEY),
-                         .cipherToServer = known(LIBSSH2_METHOD_CRYPT_CS),
-                         .cipherToClient = {},
-                         .macToServer = known(LIBSSH2_METHOD_MAC_CS),
-                         .macToClient = {},
-                         .compressionToServer = known(LIBSSH2_METHOD_COMP_CS),
-                         .compressionToClient = {}};
-    all.cipherToClient = all.cipherToServer; // it tells no difference
-    all.macToClient = all.macToServer;
-    all.compressionToClient = all.compressionToServer;
+    SSHAlgorithms all = SSHEngine::allLibraryAlgorithms(connection.session());
     connection.notes->note([&](SSHFacts &facts) { facts.known = std::move(all); });
 }
 

@@ -42,18 +42,23 @@ std::string decodedBase64(std::string_view base64) {
     return bytes;
 }
 
+std::optional<std::uint32_t> takeNumber(std::string_view &bytes) {
+    constexpr std::size_t size = 4;
+    if (bytes.size() < size)
+        return std::nullopt;
+    std::uint32_t number = 0;
+    for (const char byte : bytes.substr(0, size))
+        number = number << 8U | static_cast<unsigned char>(byte);
+    bytes.remove_prefix(size);
+    return number;
+}
+
 std::optional<std::string_view> takeString(std::string_view &bytes) {
-    constexpr std::size_t lengthSize = 4;
-    if (bytes.size() < lengthSize)
+    const std::optional<std::uint32_t> length = takeNumber(bytes);
+    if (!length || *length > bytes.size())
         return std::nullopt;
-    std::size_t length = 0;
-    for (std::size_t i = 0; i < lengthSize; ++i)
-        length = length << 8U | static_cast<unsigned char>(bytes[i]);
-    bytes.remove_prefix(lengthSize);
-    if (length > bytes.size())
-        return std::nullopt;
-    const std::string_view taken = bytes.substr(0, length);
-    bytes.remove_prefix(length);
+    const std::string_view taken = bytes.substr(0, *length);
+    bytes.remove_prefix(*length);
     return taken;
 }
 

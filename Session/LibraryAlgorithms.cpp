@@ -14,6 +14,21 @@ std::vector<std::string> libraryAlgorithms(LIBSSH2_SESSION *session, int method)
     return algorithms;
 }
 
+SSHAlgorithms allLibraryAlgorithms(LIBSSH2_SESSION *session) {
+    SSHAlgorithms all = {.keyExchange = libraryAlgorithms(session, LIBSSH2_METHOD_KEX),
+                         .hostKey = libraryAlgorithms(session, LIBSSH2_METHOD_HOSTKEY),
+                         .cipherToServer = libraryAlgorithms(session, LIBSSH2_METHOD_CRYPT_CS),
+                         .cipherToClient = {},
+                         .macToServer = libraryAlgorithms(session, LIBSSH2_METHOD_MAC_CS),
+                         .macToClient = {},
+                         .compressionToServer = libraryAlgorithms(session, LIBSSH2_METHOD_COMP_CS),
+                         .compressionToClient = {}};
+    all.cipherToClient = all.cipherToServer; // it tells no difference
+    all.macToClient = all.macToServer;
+    all.compressionToClient = all.compressionToServer;
+    return all;
+}
+
 // The library has ChaCha20 for connections alone.
 bool canReadKeysOf(LIBSSH2_SESSION *session, const std::string &cipher) {
     const std::vector<std::string> known = libraryAlgorithms(session, LIBSSH2_METHOD_CRYPT_CS);

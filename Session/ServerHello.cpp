@@ -1,5 +1,8 @@
 #include "Session/ServerHello.h"
 
+#include "Session/KeyEncoding.h"
+#include "Session/NameList.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -21,30 +24,11 @@ constexpr char ignoreMessage = 2;
 constexpr char debugMessage = 4;
 constexpr char offerMessage = 20;
 
-// Takes a number from the front; none where there are too few bytes.
-std::optional<std::size_t> takeNumber(std::string_view &bytes) {
-    if (bytes.size() < wordSize)
-        return std::nullopt;
-    std::uint32_t number = 0;
-    for (const char byte : bytes.substr(0, wordSize))
-        number = number << 8U | static_cast<unsigned char>(byte);
-    bytes.remove_prefix(wordSize);
-    return number;
-}
-
 bool takeNames(std::string_view &bytes, std::vector<std::string> &names) {
-    const std::optional<std::size_t> size = takeNumber(bytes);
-    if (!size || *size > bytes.size())
-        return false;
-    std::string_view list = bytes.substr(0, *size);
-    bytes.remove_prefix(*size);
-    while (!list.empty()) {
-        const std::size_t end = std::min(list.find(','), list.size());
-        if (end > 0)
-            names.emplace_back(list.substr(0, end));
-        list.remove_prefix(std::min(end + 1, list.size()));
-    }
-    return true;
+    const std::optional<std::string_view> list = takeString(bytes);
+    if (list)
+        names = namesIn(*list);
+    return list.has_value();
 }
 
 // Behind the message's number.

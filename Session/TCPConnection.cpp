@@ -9,6 +9,7 @@
 #include "Session/Causes.h"
 #include "Session/Connection.h"
 #include "Session/ErrorReporting.h"
+#include "Session/LookUp.h"
 #include "Session/TimeLimit.h"
 
 #include <fcntl.h>
@@ -33,37 +34,18 @@ using SSHEngine::Connection;
 using SSHEngine::connectionError;
 using SSHEngine::endedStartError;
 using SSHEngine::fail;
+using SSHEngine::Found;
 using SSHPlatform::WaitFor;
 
 namespace {
-
-// What getaddrinfo(3) has answered.
-struct Found {
-    int code = 0;   // its own, 0 for success
-    int number = 0; // errno behind it
-    std::vector<Address> addresses = {};
-};
 
 // Of both families all addresses are asked for, reachable or not: literal ones must be understood,
 // and an attempt that leads nowhere fails at once.
 Found lookUp(const std::optional<std::string> &host, std::uint16_t port, bool bothFamilies) {
     if (bothFamilies && host.value_or("").empty()) // which would be this computer
         return {.code = EAI_NONAME};
-    addrinfo hints{};
-    hints.ai_family = bothFamilies ? AF_UNSPEC : AF_INET;
-    hints.ai_socktype = SOCK_STREAM;
-    addrinfo *results = nullptr;
-    Found found;
-    errno = 0;
-    found.code = ::getaddrinfo(host ? host->c_str() : nullptr, fmt::format("{}", port).c_str(),
-                               &hints, &results);
-    found.number = errno;
-    if (found.code != 0)
-        return found;
-    for (const addrinfo *each = results; each; each = each->ai_next)
-        found.addresses.emplace_back(each->ai_addr, each->ai_addrlen);
-    ::freeaddrinfo(results);
-    return found;
+    return SSHEngine::lookUp(host ? host->c_str() : nullptr, port,
+                             bothFamilies ? AF_UNSPEC : AF_INET);
 }
 
 // Nothing ends a look-up that a name server leaves waiting. On a thread of its own it can be left
