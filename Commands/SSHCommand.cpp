@@ -14,6 +14,8 @@ SSHCommand::~SSHCommand() {
     mCommand.reset();
     mAdminPassword.reset();
     mStdinData.reset();
+    mStdinSource = nullptr;
+    mOutputSink = nullptr;
     mStdoutData.reset();
     mStderrData.reset();
     mExitSignal.reset();
@@ -60,6 +62,36 @@ void SSHCommand::setStdinData(SSHDataRef value) noexcept {
 void SSHCommand::setStdinData(std::string_view value) noexcept {
     using SSHPlatform::ByteBuffer;
     setStdinData(std::make_shared<const ByteBuffer>(value, ByteBuffer::Contents::Secret));
+}
+
+int SSHCommand::stdinDescriptor() const noexcept {
+    const MutexLock lock(mMutex);
+    return mStdinDescriptor;
+}
+
+void SSHCommand::setStdinDescriptor(int value) noexcept {
+    const MutexLock lock(mMutex);
+    mStdinDescriptor = value;
+}
+
+SSHInputSource SSHCommand::stdinSource() const noexcept {
+    const MutexLock lock(mMutex);
+    return mStdinSource;
+}
+
+void SSHCommand::setStdinSource(SSHInputSource value) noexcept {
+    const MutexLock lock(mMutex);
+    mStdinSource.swap(value);
+}
+
+SSHOutputSink SSHCommand::outputSink() const noexcept {
+    const MutexLock lock(mMutex);
+    return mOutputSink;
+}
+
+void SSHCommand::setOutputSink(SSHOutputSink value) noexcept {
+    const MutexLock lock(mMutex);
+    mOutputSink.swap(value);
 }
 
 SSHDataRef SSHCommand::stdoutData() const noexcept {

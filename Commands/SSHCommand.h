@@ -4,6 +4,9 @@
 // `stdinData`, hands it to SSHSession::execute and reads the outputs afterwards. The outputs are
 // written only when the execution succeeds; a failed one leaves them as they were.
 //
+// All of the input and output is held in memory, unless the host gives an `outputSink` and takes
+// the input from a descriptor or a source: then memory stays constant, however much flows.
+//
 // Object properties are shared references to the very value they were given, never copies; null is
 // a value. Every property is atomic: a getter answers a reference that stays valid even when
 // another thread replaces the value at once. Two different properties are not ordered among each
@@ -12,6 +15,7 @@
 
 #include <SSHSession/ByteBuffer.h>
 #include <SSHSession/Mutex.h>
+#include <SSHSession/SSHCommandFlow.h>
 #include <SSHSession/SSHSessionExport.h>
 
 #include <cstddef>
@@ -58,6 +62,25 @@ class SSHSESSION_EXPORT SSHCommand {
     void setStdinData(std::string_view value) noexcept;
     void setStdinData(std::nullptr_t) noexcept { setStdinData(SSHDataRef()); }
 
+    // Where the command's standard input comes from while it runs, in place of `stdinData`: an open
+    // descriptor of a file, a pipe, a socket or a terminal, -1 for none. It is read up to its end,
+    // of which the command is told once, as soon as the server has room for more and the descriptor
+    // has something: it may be a blocking one, as long as nobody else reads from it. What was read
+    // may be more than the command has taken. Not closed; leave it open until `execute` has
+    // returned. A descriptor that cannot be read fails the execution.
+    int stdinDescriptor() const noexcept;
+    void setStdinDescriptor(int value) noexcept;
+
+    // A function of the host's own in place of both; none when empty.
+    SSHInputSource stdinSource() const noexcept;
+    void setStdinSource(SSHInputSource value) noexcept;
+
+    // Takes the outputs as they come, when not empty. `stdoutData` and `stderrData` are empty then.
+    // With `adminPassword` nothing reaches it before sudo has accepted. It has taken everything
+    // when `execute` answers true, and perhaps something when that fails.
+    SSHOutputSink outputSink() const noexcept;
+    void setOutputSink(SSHOutputSink value) noexcept;
+
     // Everything the command wrote to its standard output.
     SSHDataRef stdoutData() const noexcept;
     void setStdoutData(SSHDataRef value) noexcept;
@@ -93,6 +116,9 @@ class SSHSESSION_EXPORT SSHCommand {
     SSHStringRef mCommand SSHSESSION_GUARDED_BY(mMutex);
     SSHStringRef mAdminPassword SSHSESSION_GUARDED_BY(mMutex);
     SSHDataRef mStdinData SSHSESSION_GUARDED_BY(mMutex);
+    int mStdinDescriptor SSHSESSION_GUARDED_BY(mMutex) = -1;
+    SSHInputSource mStdinSource SSHSESSION_GUARDED_BY(mMutex);
+    SSHOutputSink mOutputSink SSHSESSION_GUARDED_BY(mMutex);
     SSHDataRef mStdoutData SSHSESSION_GUARDED_BY(mMutex);
     SSHDataRef mStderrData SSHSESSION_GUARDED_BY(mMutex);
     SSHStringRef mExitSignal SSHSESSION_GUARDED_BY(mMutex);
