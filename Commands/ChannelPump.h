@@ -1,7 +1,10 @@
-// Moves bytes from one queue into a channel, and from that into two buffers, a step at a time.
+// Moves bytes into a channel, from a queue or from where a host has them flow, and from the channel
+// into two buffers or a host's sink, a step at a time.
 #pragma once
 
+#include "Commands/InputFlow.h"
 #include "Commands/InputQueue.h"
+#include "Commands/OutputFlow.h"
 
 #include <SSHSession/ByteBuffer.h>
 #include <SSHSession/SSHError.h>
@@ -10,6 +13,9 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
 
 namespace SSHEngine {
 
@@ -18,8 +24,8 @@ class Connection;
 // Session queue only, with the session in non-blocking mode.
 class ChannelPump {
   public:
-    ChannelPump(Connection &connection, LIBSSH2_CHANNEL *channel)
-        : mConnection(connection), mChannel(channel) {}
+    // Where there is a sink, no step reads more than a part of what a fast server has to send.
+    ChannelPump(Connection &connection, LIBSSH2_CHANNEL *channel, const SSHOutputSink &sink);
 
     // One step: waits for the server for up to 100 ms, unless there is something to be done without
     // it; drains both streams; writes pending input. On failure the flags below are undefined.
@@ -38,6 +44,18 @@ class ChannelPump {
     void queueInput(std::shared_ptr<const void> owner, std::string_view bytes);
     void doNotWait() { mMayWait = false; }
 
+    // From here on the outputs go to the sink, where there is one: first what the buffers hold, of
+    // which as much stays as is noted of a command.
+    bool beginOutputFlow();
+    // Whether some of it waits for the sink.
+    bool holdsOutput() const { return mOutputFlow && mOutputFlow->holdsAny(); }
+
+    // From here on the input comes from there, behind what is queued.
+    void beginInputFlow(int descriptor, SSHInputSource source);
+    // Of it, how much has been handed to the connection, and whether there is more.
+    std::size_t flowed() const { return mFlowed; }
+    bool awaitsInput() const { return mInputFlow && !mInputFlow->hasEnded(); }
+
     bool keepReading = true;
     bool keepWriting = true;
     InputQueue input; // still to be written
@@ -48,13 +66,28 @@ class ChannelPump {
 
   private:
     bool wait(SSHErrorRef *error);
-    bool readStream(SSHPlatform::ByteBuffer &data, bool isStderr, bool *continues,
-                    SSHErrorRef *error);
+    bool readStream(SSHCommandStream stream, bool *continues, SSHErrorRef *error);
+    bool readPart(SSHCommandStream stream, bool *continues, SSHErrorRef *error);
+    bool take(SSHCommandStream stream, std::string_view piece);
+    void keepForNotes(SSHCommandStream stream, std::string_view piece) const;
+    bool attend(SSHErrorRef *error);
+    const std::shared_ptr<SSHPlatform::ByteBuffer> &bufferOf(SSHCommandStream stream) const {
+        return stream == SSHCommandStream::Output ? output : errorOutput;
+    }
+    bool write(SSHErrorRef *error);
+    bool writeFlow(SSHErrorRef *error);
+    bool refill(SSHErrorRef *error);
 
     Connection &mConnection;
     LIBSSH2_CHANNEL *const mChannel;
     bool mMayWait = true;
     std::size_t mArrived = 0;
+    std::optional<OutputFlow> mOutputFlow;
+    std::vector<char> mPiece; // where there is a sink
+    bool mIsFlowing = false;
+    bool mHasClosed = false; // the server, as far as is known while output is held
+    std::optional<InputFlow> mInputFlow;
+    std::size_t mFlowed = 0;
 };
 
 } // namespace SSHEngine

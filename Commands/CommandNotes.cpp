@@ -18,15 +18,16 @@ using Clock = std::chrono::steady_clock;
 
 } // namespace
 
-CommandNotes::CommandNotes(Notes &notes, const SSHCommand &command)
-    : mNotes(notes), mInputSize(command.stdinData() ? command.stdinData()->size() : 0),
-      mInputLeft(mInputSize) {
+CommandNotes::CommandNotes(Notes &notes, const SSHCommand &command) : mNotes(notes) {
     const bool isAdministrators = command.adminPassword() != nullptr;
+    const bool flowsIn = command.stdinSource() || command.stdinDescriptor() != -1;
+    const SSHDataRef data = command.stdinData();
+    const std::size_t inputSize = data && !flowsIn ? data->size() : 0;
     mNotes.note([&](SSHFacts &facts) {
         facts.command = SSHCommandFacts();
         facts.command.hasAdminPassword = facts.command.waitsForSudo = isAdministrators;
-        facts.command.hasInput = mInputSize > 0;
-        facts.command.inputSize = mInputSize;
+        facts.command.hasInput = flowsIn || inputSize > 0;
+        facts.command.inputSize = inputSize;
         facts.command.isRunning = true;
         facts.command.lastActivity = Clock::now();
     });
@@ -53,20 +54,19 @@ void CommandNotes::sudoHasAccepted(const ChannelPump &pump) {
     });
 }
 
-void CommandNotes::hasMoved(const ChannelPump &pump, const std::optional<std::size_t> &waiting) {
-    const std::size_t inputLeft = std::min(waiting.value_or(mInputSize), mInputSize);
+void CommandNotes::hasMoved(const ChannelPump &pump, std::size_t inputBytes) {
     const bool hasArrived = pump.arrived() != mArrived;
-    if (!hasArrived && inputLeft == mInputLeft)
+    if (!hasArrived && inputBytes == mInputBytes)
         return;
     mArrived = pump.arrived();
-    mInputLeft = inputLeft;
+    mInputBytes = inputBytes;
     const std::string_view begin =
         mIsBeginOver ? std::string_view() : pump.output->view().substr(0, mostBytes);
     const std::string_view errors = pump.errorOutput->view();
     mNotes.note([&](SSHFacts &facts) {
         SSHCommandFacts &command = facts.command;
         command.lastActivity = Clock::now();
-        command.inputBytes = mInputSize - inputLeft;
+        command.inputBytes = inputBytes;
         if (!mIsBeginOver)
             command.outputBegin = begin;
         if (hasArrived && !errors.empty())

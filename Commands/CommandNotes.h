@@ -4,7 +4,6 @@
 #include "Session/Notes.h"
 
 #include <cstddef>
-#include <optional>
 #include <string>
 
 class SSHCommand;
@@ -23,16 +22,14 @@ class CommandNotes {
 
     void hasStarted(); // by the server's word
     void sudoHasAccepted(const ChannelPump &pump);
-    // What the pump has moved by now, and how much of the command's input waits in it; none while
-    // all of that does elsewhere.
-    void hasMoved(const ChannelPump &pump, const std::optional<std::size_t> &waiting);
+    // What the pump has moved by now, and how much of the command's input.
+    void hasMoved(const ChannelPump &pump, std::size_t inputBytes);
     void hasEnded(int status, const std::string &signal); // in order
 
   private:
     Notes &mNotes;
-    const std::size_t mInputSize;
     std::size_t mArrived = 0;
-    std::size_t mInputLeft;
+    std::size_t mInputBytes = 0;
     bool mIsBeginOver = false;
 };
 

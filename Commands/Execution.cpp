@@ -10,9 +10,10 @@
 #include "Session/ErrorReporting.h"
 #include "Session/TimeLimit.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <memory>
-#include <optional>
 #include <string_view>
 
 using SSHEngine::causeOf;
@@ -23,6 +24,7 @@ using SSHEngine::Ending;
 using SSHEngine::fail;
 using SSHEngine::FollowedSudo;
 using SSHEngine::SudoConversation;
+using SSHPlatform::ByteBuffer;
 
 namespace {
 
@@ -77,7 +79,8 @@ class CommandRun {
     CommandRun(Connection &connection, SSHCommand &command, CommandNotes &notes,
                LIBSSH2_CHANNEL *channel)
         : mConnection(connection), mCommand(command), mNotes(notes),
-          mAdminPassword(command.adminPassword()), mChannel(channel), mPump(connection, channel) {}
+          mAdminPassword(command.adminPassword()), mChannel(channel),
+          mPump(connection, channel, command.outputSink()) {}
 
     bool start(SSHErrorRef *error);
     bool converseWithSudo(SSHErrorRef *error);
@@ -89,7 +92,10 @@ class CommandRun {
     bool followsSudo() const { return mConnection.engine.options().followsSudo; }
     bool step(SSHErrorRef *error);
     void endInput();
+    void beginInput();
+    bool endsInputOnce() const;
     bool isEndUnsent() const;
+    std::size_t inputBytes() const;
     bool serverHasClosed() const;
     std::string exitSignal() const;
 
@@ -101,6 +107,7 @@ class CommandRun {
     ChannelPump mPump;
     bool mIsInputQueued = false;
     bool mHasInput = false;     // whether the record has any, as found at the start
+    bool mFlowsIn = false;      // and not as a whole
     bool mIsInputEnded = false; // once and for all
     bool mIsClosedInOrder = false;
 };
@@ -128,7 +135,10 @@ bool CommandRun::start(SSHErrorRef *error) {
                           : causeOf(code, mConnection, SSHErrorCause::CommandRefused));
         });
     mNotes.hasStarted();
-    mHasInput = !bytesOf(mCommand.stdinData()).empty();
+    mFlowsIn = mCommand.stdinSource() || mCommand.stdinDescriptor() != -1;
+    mHasInput = mFlowsIn || !bytesOf(mCommand.stdinData()).empty();
+    if (!mAdminPassword)
+        mPump.beginOutputFlow();
     // Right after the request the library does not know yet that it waits for the server, and the
     // first pump step would pause for its full time. One read of each stream tells it.
     return mPump.read(error);
@@ -136,8 +146,16 @@ bool CommandRun::start(SSHErrorRef *error) {
 
 bool CommandRun::step(SSHErrorRef *error) {
     const bool succeeded = mPump.step(error);
-    mNotes.hasMoved(mPump, mIsInputQueued ? std::optional(mPump.input.size()) : std::nullopt);
+    mNotes.hasMoved(mPump, inputBytes());
     return succeeded;
+}
+
+// That have left the record, or where they flow from.
+std::size_t CommandRun::inputBytes() const {
+    if (mFlowsIn)
+        return mPump.flowed();
+    const std::size_t size = bytesOf(mCommand.stdinData()).size();
+    return mIsInputQueued ? size - std::min(mPump.input.size(), size) : 0;
 }
 
 bool CommandRun::converseWithSudo(SSHErrorRef *error) {
@@ -157,7 +175,7 @@ bool CommandRun::converseWithSudo(SSHErrorRef *error) {
             *mPump.output, *mPump.errorOutput, mPump.keepReading, SudoConversation::Clock::now());
         if (outcome == SudoConversation::Outcome::Accepted) {
             mNotes.sudoHasAccepted(mPump);
-            return true;
+            return mPump.beginOutputFlow();
         }
         if (outcome == SudoConversation::Outcome::Asked)
             mPump.queueInput(conversation->answer().shared(), conversation->answer().view());
@@ -182,32 +200,42 @@ bool CommandRun::drain(SSHErrorRef *error) {
     do {
         if (!step(error))
             return false;
-        if (!mIsInputQueued) {
-            const SSHDataRef data = mCommand.stdinData();
-            mPump.queueInput(data, bytesOf(data));
-            mIsInputQueued = true;
-        }
-        if (mHasInput && mPump.input.empty())
+        if (!mIsInputQueued)
+            beginInput();
+        if (mHasInput && mPump.input.empty() && !mPump.awaitsInput())
             endInput();
     } while ((mPump.keepReading || mPump.keepWriting || !mPump.input.empty() || isEndUnsent()) &&
              !serverHasClosed());
     return true;
 }
 
+void CommandRun::beginInput() {
+    mIsInputQueued = true;
+    if (mFlowsIn)
+        return mPump.beginInputFlow(mCommand.stdinDescriptor(), mCommand.stdinSource());
+    const SSHDataRef data = mCommand.stdinData();
+    mPump.queueInput(data, bytesOf(data));
+}
+
+bool CommandRun::endsInputOnce() const {
+    return mFlowsIn || mConnection.engine.options().endsInputOnce;
+}
+
 void CommandRun::endInput() {
     if (!mIsInputEnded)
-        mIsInputEnded = libssh2_channel_send_eof(mChannel) != LIBSSH2_ERROR_EAGAIN &&
-                        mConnection.engine.options().endsInputOnce;
+        mIsInputEnded =
+            libssh2_channel_send_eof(mChannel) != LIBSSH2_ERROR_EAGAIN && endsInputOnce();
 }
 
 // As it is while keys are exchanged. The command may wait for it.
 bool CommandRun::isEndUnsent() const {
-    return mHasInput && !mIsInputEnded && mConnection.engine.options().endsInputOnce;
+    return mHasInput && !mIsInputEnded && endsInputOnce();
 }
 
 // True as well when a command ended without reading all of its input: nobody takes the rest.
 bool CommandRun::serverHasClosed() const {
-    return libssh2_channel_eof(mChannel) != 0 && libssh2_channel_wait_closed(mChannel) == 0;
+    return !mPump.holdsOutput() && libssh2_channel_eof(mChannel) != 0 &&
+           libssh2_channel_wait_closed(mChannel) == 0;
 }
 
 // The exit status comes when the command ends, which may be long after its outputs have ended, and
@@ -246,8 +274,9 @@ void CommandRun::fillRecord() {
     const std::string signal = exitSignal();
     if (mIsClosedInOrder)
         mNotes.hasEnded(status, signal == SSHPlatform::nullText ? "" : signal);
-    mCommand.setStdoutData(mPump.output);
-    mCommand.setStderrData(mPump.errorOutput);
+    const bool isHeld = !mCommand.outputSink(); // else the sink has it
+    mCommand.setStdoutData(isHeld ? mPump.output : std::make_shared<const ByteBuffer>());
+    mCommand.setStderrData(isHeld ? mPump.errorOutput : std::make_shared<const ByteBuffer>());
     mCommand.setExitStatus(status);
     mCommand.setExitSignal(std::make_shared<const std::string>(signal));
     mCommand.setClosedInOrder(mIsClosedInOrder);

@@ -2,6 +2,7 @@
 #include "Diagnosis/FindingList.h"
 #include "Diagnosis/FindingWords.h"
 #include "Diagnosis/KnownWords.h"
+#include "Platform/Text.h"
 
 #include <fmt/format.h>
 
@@ -156,6 +157,10 @@ void addCommandFindings(FindingList &list) {
     case SSHErrorCause::CommandTooLong:
         list.add(SSHFindingID::CommandTooLong,
                  {{"longerThan", "can be sent, which is about 35 KB"}});
+        break;
+    case SSHErrorCause::InputUnreadable:
+        list.add(SSHFindingID::InputUnreadable,
+                 {{"why", SSHPlatform::errnoText(static_cast<int>(facts.error->code()))}});
         break;
     case CommandTimedOut:
         addSlowness(list, CommandSlow, facts.options.commandTimeout);

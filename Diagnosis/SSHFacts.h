@@ -80,7 +80,9 @@ struct SSHCommandFacts {
     bool hasStarted = false;     // the server has taken the request
     bool waitsForSudo = false;   // sudo has not accepted yet
     std::size_t outputBytes = 0; // of standard output and standard error, that have arrived
-    std::size_t inputBytes = 0, inputSize = 0; // handed to the connection, and in all
+    // Handed to the connection, and in all; the latter is 0 where it is not known before its end.
+    std::size_t inputBytes = 0, inputSize = 0;
+    bool isHeldUp = false; // at this moment, by the host's own sink or source
     std::chrono::steady_clock::time_point lastActivity{};
     std::string outputBegin; // at most 1 kB
     std::string errorEnd;    // of standard error, at most 1 kB

@@ -90,6 +90,7 @@ enum class SSHFindingID {
     SessionRefused,
     CommandRefused,
     CommandTooLong,
+    InputUnreadable,
     CommandNotFound,
     CommandNotExecutable,
     CommandKilled,     // by a signal

@@ -39,6 +39,8 @@ std::string sudoText(const SSHCommandFacts &command) {
 std::string commandText(const SSHCommandFacts &command) {
     if (!command.hasStarted)
         return "for the server to run the command";
+    if (command.isHeldUp)
+        return "for this program to take the command's output, or to give its input";
     if (command.waitsForSudo)
         return sudoText(command);
     if (command.inputBytes < command.inputSize)

@@ -57,13 +57,15 @@ int openSocket(int family) {
 #endif
 }
 
-int waitForSocket(int socket, WaitFor directions, std::chrono::milliseconds timeout, int wakeup) {
+int waitForSocket(int socket, WaitFor directions, std::chrono::milliseconds timeout, int wakeup,
+                  int source) {
     const bool pauseOnly = directions == WaitFor::Nothing;
     if (socket < 0 && !pauseOnly)
         return failWith(EBADF); // poll would ignore the descriptor and wait
     // poll ignores negative descriptors.
-    std::array<pollfd, 2> entries = {
-        {{pauseOnly ? -1 : socket, pollEvents(directions), 0}, {wakeup, POLLIN, 0}}};
+    std::array<pollfd, 3> entries = {{{pauseOnly ? -1 : socket, pollEvents(directions), 0},
+                                      {wakeup, POLLIN, 0},
+                                      {source, POLLIN, 0}}};
     const int ready = pollUntil(Clock::now() + timeout, entries);
     if (ready > 0 && entries[1].revents != 0)
         return failWith(ECANCELED);

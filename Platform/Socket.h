@@ -22,9 +22,10 @@ int openSocket(int family);
 // when it is, 0 after the time-out, -1 with errno when waiting failed (EBADF for a bad descriptor).
 // With `Nothing` this is a plain pause that never looks at the socket. A wait that a signal
 // interrupts goes on for the time that is left; one whose `wakeup` (a descriptor, or -1 for none)
-// becomes readable fails at once with ECANCELED.
+// becomes readable fails at once with ECANCELED. One that has a `source` (a descriptor of any kind,
+// or -1) ends as well when that can be read, or was never open.
 int waitForSocket(int socket, WaitFor directions, std::chrono::milliseconds timeout,
-                  int wakeup = -1);
+                  int wakeup = -1, int source = -1);
 
 // Waits until one of the sockets can be written to, or has failed. Answers its position, or -1 with
 // errno: ETIMEDOUT after the time-out, else as above.

@@ -112,17 +112,25 @@ void Connection::closeAgent() noexcept {
     mAgent = nullptr;
 }
 
-int Connection::wait(WaitFor directions, std::chrono::milliseconds timeout) {
+void Connection::hold(int change) {
+    mLastProgress = std::chrono::steady_clock::now();
+    mHolds += change;
+    const bool isHeldUp = mHolds > 0;
+    notes->note([isHeldUp](SSHFacts &facts) { facts.command.isHeldUp = isHeldUp; });
+}
+
+int Connection::wait(WaitFor directions, std::chrono::milliseconds timeout, int source) {
     const int ready =
-        waitFor(mSocket, hasUnsent() ? directions | WaitFor::Writing : directions, timeout);
+        waitFor(mSocket, hasUnsent() ? directions | WaitFor::Writing : directions, timeout, source);
     if (ready > 0 && hasUnsent())
         sendUnsent();
     return ready;
 }
 
-int Connection::waitFor(int descriptor, WaitFor directions,
-                        std::chrono::milliseconds timeout) const {
-    return SSHPlatform::waitForSocket(descriptor, directions, timeout, mWakeup.descriptor());
+int Connection::waitFor(int descriptor, WaitFor directions, std::chrono::milliseconds timeout,
+                        int source) const {
+    return SSHPlatform::waitForSocket(descriptor, directions, timeout, mWakeup.descriptor(),
+                                      source);
 }
 
 int Connection::waitForAny(const std::vector<int> &sockets,

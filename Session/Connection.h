@@ -137,13 +137,13 @@ class Connection {
     // The connection whose session has this abstract pointer.
     static Connection &of(void **abstract) { return *static_cast<Connection *>(*abstract); }
 
-    // Waits for the socket as waitForSocket does, and meanwhile sends what is still unsent. Fails
-    // with ECANCELED once the connection is shut down. Any thread while the socket is opened, later
-    // the session queue.
-    int wait(SSHPlatform::WaitFor directions, std::chrono::milliseconds timeout);
+    // Waits for the socket, and for `source`, as waitForSocket does, and meanwhile sends what is
+    // still unsent. Fails with ECANCELED once the connection is shut down. Any thread while the
+    // socket is opened, later the session queue.
+    int wait(SSHPlatform::WaitFor directions, std::chrono::milliseconds timeout, int source = -1);
     // The same for another descriptor.
-    int waitFor(int descriptor, SSHPlatform::WaitFor directions,
-                std::chrono::milliseconds timeout) const;
+    int waitFor(int descriptor, SSHPlatform::WaitFor directions, std::chrono::milliseconds timeout,
+                int source = -1) const;
     // The same for several, as SSHPlatform::waitForAny does.
     int waitForAny(const std::vector<int> &sockets, std::chrono::milliseconds timeout) const;
 
@@ -175,8 +175,10 @@ class Connection {
         mUselessBytes = 0;
         mLastProgress = std::chrono::steady_clock::now();
     }
-    // Any thread.
-    std::chrono::steady_clock::time_point lastProgress() const noexcept { return mLastProgress; }
+    // Any thread. Now, as long as it is the host that holds the connection up.
+    std::chrono::steady_clock::time_point lastProgress() const noexcept {
+        return mHolds > 0 ? std::chrono::steady_clock::now() : mLastProgress.load();
+    }
 
     // Of questions that somebody waits for who works on this connection.
     UserTime &userTime() const noexcept { return mUserTime; }
@@ -194,6 +196,19 @@ class Connection {
         ~PatientReads() { mConnection.mReadsArePatient = false; }
         PatientReads(const PatientReads &) = delete;
         PatientReads &operator=(const PatientReads &) = delete;
+
+      private:
+        Connection &mConnection;
+    };
+
+    // While an object of this kind lives, it is the host, not the server, that keeps a command from
+    // going on. Session queue only.
+    class HeldUp {
+      public:
+        explicit HeldUp(Connection &connection) : mConnection(connection) { mConnection.hold(1); }
+        ~HeldUp() { mConnection.hold(-1); }
+        HeldUp(const HeldUp &) = delete;
+        HeldUp &operator=(const HeldUp &) = delete;
 
       private:
         Connection &mConnection;
@@ -220,6 +235,7 @@ class Connection {
     ssize_t received(const void *bytes, ssize_t count);
     void hear(std::string_view bytes);
     void noteFailure(int number);
+    void hold(int change);
     bool hasServersVersion() const;
 
     const SSHPlatform::Wakeup mWakeup;
@@ -236,6 +252,7 @@ class Connection {
     bool mReadsArePatient = false;
     std::size_t mUselessBytes = 0; // since the last progress
     std::atomic<std::chrono::steady_clock::time_point> mLastProgress{};
+    std::atomic<int> mHolds = 0;
     std::optional<ServerHello> mHello{std::in_place};
     std::atomic<bool> mHasHungUp = false;
     std::atomic<int> mFailure = 0;

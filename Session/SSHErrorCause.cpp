@@ -89,6 +89,8 @@ const char *SSHErrorCauseName(SSHErrorCause cause) noexcept {
         return "commandRefused";
     case CommandTooLong:
         return "commandTooLong";
+    case InputUnreadable:
+        return "inputUnreadable";
     case CommandTimedOut:
         return "commandTimedOut";
     case CommandSilent:

@@ -57,6 +57,7 @@ enum class SSHErrorCause {
     SessionRefused, // the server opens no channel for commands
     CommandRefused, // it opens one, and runs no command on it
     CommandTooLong,
+    InputUnreadable, // the descriptor that the command's input should come from
     CommandTimedOut, // the option commandTimeout has passed
     CommandSilent,   // the option silenceTimeout has passed
     SudoRefused,     // by sudo's own words

@@ -77,8 +77,8 @@ int Watch::readIdle() {
                                                                                              : code;
 }
 
-int Watch::wait(WaitFor directions, std::chrono::milliseconds timeout) {
-    const int ready = mConnection.wait(directions, timeout);
+int Watch::wait(WaitFor directions, std::chrono::milliseconds timeout, int source) {
+    const int ready = mConnection.wait(directions, timeout, source);
     if (ready == 0)
         ask();
     return ready;

@@ -35,7 +35,7 @@ class Watch {
 
     // For a command. Waits as Connection::wait does; when nothing has come meanwhile, sends a
     // keepalive if one is due, or gives up the server that has not answered the last three.
-    int wait(SSHPlatform::WaitFor directions, std::chrono::milliseconds timeout);
+    int wait(SSHPlatform::WaitFor directions, std::chrono::milliseconds timeout, int source = -1);
     // The same for a call that has waited by itself, and in vain.
     void ask();
 
