@@ -30,7 +30,7 @@ Examples:
   sshsession db.example.com uptime
   sshsession -p 2222 --password-from prompt ada@db.example.com 'ls /var/log'
   sshsession 'ada@[2001:db8::7]:2222' uptime
-  sshsession --stdin dump.sql ada@db.example.com psql shop
+  gzip -dc dump.sql.gz | sshsession ada@db.example.com psql shop
   sshsession --admin-password-from prompt ada@db.example.com systemctl restart postgresql
   sshsession --doctor ada@db.example.com)";
 
@@ -85,8 +85,10 @@ void declareOptions(CLI::App &app, Options &options) {
     declareTimeout("--timeout", options.timeout,
                    "How long the command may run; without this option, for ever", "Command");
     app.add_option("--stdin", options.standardInputFrom,
-                   "What the command reads on its standard input; without\n"
-                   "this option no end-of-file is sent, and it may wait for ever")
+                   "What the command reads on its standard input; without this\n"
+                   "option standard input, unless that is a terminal")
+        ->group("Command");
+    app.add_flag("-n", options.hasNoInput, "Give the command an empty standard input")
         ->group("Command");
     app.add_flag("--json", options.asJson,
                  "Print one JSON object with output, status or error, and timings")
@@ -114,6 +116,11 @@ void requireAtMostOneDash(const Options &options) {
                                 options.standardInputFrom};
     if (std::count(sources.begin(), sources.end(), "-") > 1)
         refuse("Only one option can read standard input (\"-\").");
+}
+
+void requireOneInput(const Options &options) {
+    if (options.hasNoInput && options.standardInputFrom)
+        refuse("-n and --stdin exclude each other.");
 }
 
 void requireNoPrompt(const Options &options) {
@@ -196,6 +203,7 @@ std::variant<Options, Notice> parseOptions(const std::vector<std::string> &argum
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
         setPositionals(app.remaining(), options);
         requireAtMostOneDash(options);
+        requireOneInput(options);
         requireNoPrompt(options);
     } catch (const CLI::CallForHelp &) {
         return Notice{app.help()};

@@ -17,6 +17,7 @@ struct Options {
     std::optional<std::string> standardInputFrom;
     std::optional<int> connectTimeout; // in seconds; none: the usual one
     std::optional<int> timeout;        // for the command; none: no limit
+    bool hasNoInput = false;           // an empty one, whatever standard input is
     bool isClassic = false;
     bool asJson = false;
     bool isRaw = false;

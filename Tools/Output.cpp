@@ -7,10 +7,12 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstddef>
 #include <mutex>
 #include <string>
@@ -79,6 +81,31 @@ void writeOutput(std::string_view bytes) {
 
 void writeErrorOutput(std::string_view bytes) {
     require(writeAll(STDERR_FILENO, bytes), "error");
+}
+
+void requireOutput(int number) {
+    require(number, "output");
+}
+
+void requireErrorOutput(int number) {
+    require(number, "error");
+}
+
+bool isFile(int descriptor) {
+    struct stat status {};
+    return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+ssize_t writeSome(int descriptor, std::string_view bytes) {
+    constexpr int patience = 200; // milliseconds
+    // A pipe that can be written to at all takes this much without waiting for more room.
+    const std::size_t most = isFile(descriptor) ? bytes.size() : PIPE_BUF;
+    pollfd writable = {descriptor, POLLOUT, 0};
+    const int ready = ::poll(&writable, 1, patience);
+    const ssize_t written =
+        ready > 0 ? ::write(descriptor, bytes.data(), std::min(bytes.size(), most)) : ready;
+    return written >= 0 || errno == EAGAIN || errno == EINTR ? std::max<ssize_t>(written, 0)
+                                                             : -errno;
 }
 
 void finishOutput() {

@@ -1,6 +1,8 @@
 // Writing that notices when nothing arrives.
 #pragma once
 
+#include <sys/types.h>
+
 #include <string_view>
 
 // Opens what the program's caller has closed, so that no connection ever takes the place of a
@@ -10,6 +12,17 @@ void reserveStandardStreams();
 // Throws Failure unless all of it is written.
 void writeOutput(std::string_view bytes);
 void writeErrorOutput(std::string_view bytes);
+
+// The same for an errno value with which writing has ended, 0 for none.
+void requireOutput(int number);
+void requireErrorOutput(int number);
+
+// Whether it is a regular file, which always has room or fails.
+bool isFile(int descriptor);
+
+// Writes what a stream has room for now or within a moment, as much as takes no longer than that.
+// Answers how much, or a negative errno value.
+ssize_t writeSome(int descriptor, std::string_view bytes);
 
 // Ends standard output. Some file systems only now say that they have no room; throws Failure then.
 void finishOutput();

@@ -3,13 +3,8 @@
 #include "ExitStatus.h"
 #include "Output.h"
 
-#include <SSHSession/PrintableText.h>
-
-#include <unistd.h>
-
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace {
 
@@ -30,24 +25,9 @@ void tellFindings(const std::vector<SSHFinding> &findings) {
     }
 }
 
-// On a terminal, line ends of both kinds do what they should, and nothing else does anything.
-void hand(std::string_view bytes, int descriptor, bool isRaw, void (*write)(std::string_view)) {
-    if (isRaw || ::isatty(descriptor) == 0)
-        return write(bytes);
-    std::string lines;
-    for (std::size_t i = 0; i < bytes.size(); ++i)
-        if (bytes.substr(i, 2) != "\r\n")
-            lines += bytes[i];
-    write(SSHPlatform::printableText(lines, "\t\n"));
-}
-
 } // namespace
 
-int reportPlainly(const Outcome &outcome, bool isRaw) {
-    if (outcome.command.stdoutData()) {
-        hand(outcome.command.stdoutData()->view(), STDOUT_FILENO, isRaw, writeOutput);
-        hand(outcome.command.stderrData()->view(), STDERR_FILENO, isRaw, writeErrorOutput);
-    }
+int reportPlainly(const Outcome &outcome) {
     const int status = outcome.facts.error ? failedStatus : exitStatusOf(outcome.command);
     const SSHErrorRef &error = outcome.facts.error;
     if (error)

@@ -4,6 +4,7 @@
 #include "Doctor.h"
 #include "ExitStatus.h"
 #include "Failure.h"
+#include "Handover.h"
 #include "Inputs.h"
 #include "Interruption.h"
 #include "Narrator.h"
@@ -23,6 +24,7 @@
 #include <csignal>
 #include <memory>
 #include <optional>
+#include <string_view>
 #include <variant>
 
 namespace {
@@ -71,7 +73,8 @@ std::shared_ptr<SSHCommand> makeCommand(const Options &options, const Inputs &in
     auto command = std::make_shared<SSHCommand>();
     command->setCommand(options.command);
     command->setAdminPassword(inputs.adminPassword.shared());
-    command->setStdinData(inputs.standardInput);
+    if (inputs.standardInput)
+        command->setStdinDescriptor(inputs.standardInput->descriptor());
     return command;
 }
 
@@ -104,6 +107,13 @@ bool isWatchedByAPerson(const Options &options) {
     return !options.asJson && ::isatty(STDERR_FILENO) != 0;
 }
 
+// As programs do that do not look: silently, and so that a shell sees it.
+int dieOfBrokenPipe() {
+    std::signal(SIGPIPE, SIG_DFL);
+    std::raise(SIGPIPE);
+    return failedStatus;
+}
+
 int runCommand(const Options &options) {
     const std::string user = options.user ? *options.user : currentUser();
     forbidCoreDump(); // any session may come to ask for a pass phrase
@@ -127,15 +137,23 @@ int runCommand(const Options &options) {
     auto interruption = std::make_shared<Interruption>(session);
     session->addObserver(interruption);
     const auto command = makeCommand(options, inputs);
+    Handover handover(options.isRaw);
+    if (!options.asJson)
+        command->setOutputSink([&](SSHCommandStream stream, std::string_view piece) {
+            return handover.take(stream, piece);
+        });
     std::optional<Waiting> waiting;
     if (isWatchedByAPerson(options))
-        waiting.emplace(session);
+        waiting.emplace(session, isFile(STDOUT_FILENO));
     SSHFacts facts = runSession(*session, command);
     waiting.reset();
     const Outcome outcome = {*command, facts, SSHFindings(facts)};
     interruption.reset(); // whoever reads the output may never come to it: signals end that wait
-    const int status = options.asJson ? reportAsJson(outcome, clock->timings())
-                                      : reportPlainly(outcome, options.isRaw);
+    if (handover.hasLostReader())
+        return dieOfBrokenPipe();
+    handover.finish();
+    const int status =
+        options.asJson ? reportAsJson(outcome, clock->timings()) : reportPlainly(outcome);
     Interruption::takeEffect();
     return status;
 }

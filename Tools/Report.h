@@ -17,8 +17,7 @@ struct Outcome {
     std::vector<SSHFinding> findings;
 };
 
-// Both throw Failure when the outputs cannot be written.
-//
-// Byte for byte; but unless `isRaw`, no control character reaches a terminal.
-int reportPlainly(const Outcome &outcome, bool isRaw);
+// Of a command whose outputs have been handed through.
+int reportPlainly(const Outcome &outcome);
+// Throws Failure when it cannot be written.
 int reportAsJson(const Outcome &outcome, const StageClock::Timings &timings);

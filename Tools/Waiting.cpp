@@ -27,13 +27,14 @@ std::string megabytes(std::size_t bytes) {
 std::string progressText(const SSHCommandFacts &command) {
     std::string text;
     if (command.hasInput)
-        text = megabytes(command.inputBytes) + " of " + megabytes(command.inputSize) + " MB sent, ";
+        text = megabytes(command.inputBytes) + " MB sent, ";
     return text + megabytes(command.outputBytes) + " MB received";
 }
 
 } // namespace
 
-Waiting::Waiting(std::shared_ptr<SSHSession> session) : mSession(std::move(session)) {
+Waiting::Waiting(std::shared_ptr<SSHSession> session, bool showsProgress)
+    : mSession(std::move(session)), mShowsProgress(showsProgress) {
     try {
         mThread = std::thread([this] { watch(); });
     } catch (const std::system_error &) { // no thread to be had: then in silence
@@ -62,11 +63,13 @@ void Waiting::watch() {
 
 void Waiting::look() {
     const SSHFacts facts = mSession->facts();
-    if (facts.isUserAsked || !facts.isStageUnderWay)
+    if (facts.isUserAsked || !facts.isStageUnderWay || facts.command.isHeldUp)
         return;
-    if (facts.stage == SSHSessionStage::Execute)
+    if (facts.stage == SSHSessionStage::Execute && mShowsProgress)
         showProgress(facts.command);
-    tellSilence(facts);
+    // Output shows that the command is at work, and when it pauses.
+    if (facts.command.outputBytes == 0)
+        tellSilence(facts);
 }
 
 void Waiting::tellSilence(const SSHFacts &facts) {

@@ -1,4 +1,4 @@
-// Tells a person at the terminal what the program waits for, and how far a long transfer is.
+// Tells a person at the terminal what the program waits for.
 #pragma once
 
 #include <SSHSession/SSHSession.h>
@@ -12,7 +12,8 @@
 
 class Waiting {
   public:
-    explicit Waiting(std::shared_ptr<SSHSession> session);
+    // With `showsProgress`, how far a long transfer is.
+    Waiting(std::shared_ptr<SSHSession> session, bool showsProgress);
     ~Waiting();
     Waiting(const Waiting &) = delete;
     Waiting &operator=(const Waiting &) = delete;
@@ -26,6 +27,7 @@ class Waiting {
     void showProgress(const SSHCommandFacts &command);
 
     const std::shared_ptr<SSHSession> mSession;
+    const bool mShowsProgress;
     Clock::time_point mSilentSince;
     Clock::time_point mNextWord;
     std::size_t mMoved = 0; // bytes of input and output, as they were last seen
