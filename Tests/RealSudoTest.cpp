@@ -75,6 +75,19 @@ TEST_F(RealSudoTest, Commands) {
         bytes[i] = static_cast<char>(i + i / 256);
     EXPECT_TRUE(resultOf(*session, "tee /dev/stderr", password, bytes) ==
                 "0 (null) | " + bytes + " | " + bytes);
+    // What sudo and its shell say is not the command's, nor does sudo read the command's input.
+    const auto flowing = makeCommand("cat; echo e >&2");
+    flowing->setAdminPassword(password);
+    flowing->setStdinSource([left = std::string("input")](char *room, std::size_t) mutable {
+        return std::exchange(left, "").copy(room, 5);
+    });
+    std::string heard;
+    flowing->setOutputSink([&](auto, std::string_view piece) {
+        heard += piece;
+        return piece.size();
+    });
+    EXPECT_TRUE(session->execute(flowing, &error)) << summary(error);
+    EXPECT_EQ(heard, "inpute\n");
     EXPECT_EQ(resultOf(*session, "cat", "wrong"), // three times
               "libssh2ErrorDomain 0 | Dravella could not execute the SSH command. | The SSH user "
               "was not able to use sudo. The password was not accepted. | -");
