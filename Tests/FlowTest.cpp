@@ -199,16 +199,17 @@ TEST_F(FlowTest, ASinkThatHasNoRoomHoldsUpNothingElse) {
     ASSERT_TRUE(slow->start(&error)) << summary(error);
     const auto begin = std::chrono::steady_clock::now();
     std::size_t size = 0;
-    const auto command = makeCommand("head -c 5000000 /dev/zero");
+    const auto command = makeCommand("head -c 5000000 /dev/zero | tee /dev/stderr");
     command->setOutputSink([&](auto, std::string_view piece) {
-        std::this_thread::sleep_for(milliseconds(size == 0 ? 100 : 0));
         const bool hasRoom = std::chrono::steady_clock::now() - begin > std::chrono::seconds(6);
+        if (!hasRoom)
+            std::this_thread::sleep_for(milliseconds(100));
         EXPECT_TRUE(slow->facts().command.isHeldUp);
         size += hasRoom ? piece.size() : 0;
         return hasRoom ? piece.size() : 0;
     });
     EXPECT_TRUE(slow->execute(command, &error)) << summary(error);
-    EXPECT_EQ(size, 5'000'000U);
+    EXPECT_EQ(size, 10'000'000U);
     EXPECT_TRUE(command->isClosedInOrder());
 }
 
