@@ -238,6 +238,7 @@ class Channel(asyncssh.SSHServerSession):
                                           String(raw(word))),
             "read": self.read,  # one line, or the end of the input
             "closed": self.closed.wait,  # by the client
+            "ask": lambda: self.server.connection._make_global_request(b"ask@example.com"),
             "wait": lambda seconds: asyncio.sleep(float(seconds)),
             "status": lambda code: self.request("exit-status", UInt32(int(code))),
             "signal": lambda name: self.request("exit-signal", String(name), bytes(9)),
