@@ -47,8 +47,20 @@ class ToolTest : public testing::Test {
 };
 
 TEST_F(ToolTest, HandsThroughOutputAndStatus) {
-    check({"--stdin", "-", "127.0.0.1", R"(cat; printf '\376' >&2; exit 3)"}, 3, "\0\r\n\xff x"s,
-          "\xfe", "\0\r\n\xff x"s);
+    for (const Lines &input : {Lines{}, Lines{"--stdin", "-"}, Lines{"--stdin", "/dev/stdin"}}) {
+        Lines words = input;
+        words.insert(words.end(), {"127.0.0.1", R"(cat; printf '\376' >&2; exit 3)"});
+        check(words, 3, "\0\r\n\xff x"s, "\xfe", "\0\r\n\xff x"s);
+    }
+    check({"-n", "127.0.0.1", "cat"}, 0, "", "", "not read");
+    check({"127.0.0.1", "cat"}, 0, "", "", "", R"("$0" "$@" <&-)");
+    // Each line is shown before the next one is made, and input that never ends holds up nothing.
+    const std::string more = home.directory.path("more");
+    check({"127.0.0.1", "echo one; while ! test -e " + more + "; do sleep 0.01; done; echo two"}, 0,
+          "one\ntwo\n", "", "",
+          R"(mkfifo $HOME/in; sleep 9 >$HOME/in & "$0" "$@" <$HOME/in |)"
+          "{ read line; echo $line; touch " +
+              more + "; cat; kill $!; }");
     const std::string address = "[127.0.0.1]:" + std::exchange(port, "1");
     check({"--", address, "--", "echo", "b c", "-v", "--", "$((1+1))"}, 0, "b c -v -- 2\n");
     port = std::to_string(server.port());
@@ -87,6 +99,7 @@ TEST_F(ToolTest, RefusesInOneLineWhatItCannotUse) {
              {{"[]:22", "true"}, "\"[]:22\"" + form},
              {{"--timeout", "0", "host", "ls"},
               "--timeout: Value 0 not in range 1 to 1000000." + help},
+             {{"-n", "--stdin", "-", "host", "ls"}, "-n and --stdin exclude each other." + help},
              {{"--stdin", "-", "--admin-password-from", "-", "host", "ls"},
               "Only one option can read standard input (\"-\")." + help},
              {{"--stdin", "\x9b", "host", "ls"},
@@ -98,6 +111,8 @@ TEST_F(ToolTest, RefusesInOneLineWhatItCannotUse) {
 TEST_F(ToolTest, MeetsClosedFullAndBrokenStreams) {
     const Lines big = {"127.0.0.1", "head -c 200000 /dev/zero"}; // more than a pipe holds
     const std::string failed = "sshsession: Could not write to standard output: ";
+    check({"127.0.0.1", "yes"}, 0, "y\n", "141\n", "",
+          R"({ "$0" "$@"; echo $? >&2; } | head -n 1)");
     check(big, 255, "", failed + "Bad file descriptor.\n", "", R"("$0" "$@" >&-)");
     check(big, 255, "", failed + "No space left on device.\n", "", R"("$0" "$@" >/dev/full)");
     check(big, 0, "", "141\n", "", R"({ "$0" "$@"; echo $? >&2; } | :)"); // as usual, in silence
@@ -111,17 +126,17 @@ TEST_F(ToolTest, ReadsAPasswordAndTellsWhatTheServerDoes) {
     home.directory.write(".ssh/known_hosts", "127.0.0.1 " + scripted.hostKey() + "\n");
     const auto runs = [&](const std::string &script, const std::string &typed, int status,
                           const std::string &out, const std::string &err) {
-        check({"--password-from", "/dev/stdin", "password@127.0.0.1", "out x; " + script}, status,
-              out, err, typed);
+        check({"--password-from", "/dev/stdin", "password@127.0.0.1", script}, status, out, err,
+              typed);
     };
-    runs("signal HUP@example.com; eof; close", "a\r", 129, "x", "");
-    runs("status 256; eof; close", "b\n\n", 255, "x",
+    runs("out x; signal HUP@example.com; eof; close", "a\r", 129, "x", "");
+    runs("out x; status 256; eof; close", "b\n\n", 255, "x",
          "sshsession: The command's exit status is 256, which is more than can be handed "
          "through.\n");
     runs("disconnect 2 'by\\x1be\\xc2\\x9b\\n' en", "c\r\n", 255, "",
          "sshsession: The server ended the connection: by?e??\nAn error occurred in "
          "libssh2_channel_read. (-13)\nThe socket was disconnected. transport read\n");
-    runs("status 0; eof; wait 0.1; disconnect 11", "d", 255, "x",
+    runs("out x; status 0; eof; wait 0.1; disconnect 11", "d", 255, "x",
          "sshsession: The server ended the connection.\nThe connection ended before the command "
          "did.\nWhat the command wrote may be cut, its exit status is not known, and it may still "
          "be running.\n");
@@ -208,7 +223,8 @@ TEST_F(ToolTest, ATerminalDoesNotObeyTheServer) {
           std::pair("--raw ", "a\x1b[1m\tb\r\r\nc\r\u00e4\u009b\u202e")})
         EXPECT_EQ(
             onTerminal(SSHSESSION_TOOL " -p " + port + " -i " + key + ' ' + words +
-                           R"(127.0.0.1 "printf 'a\033[1m\tb\r\nc\r\303\244\302\233\342\200\256'")",
+                           R"(127.0.0.1 "printf 'a\033[1m\tb\r'; sleep 0.1; printf '\nc\r\303';)"
+                           R"( sleep 0.1; printf '\244\302\233\342\200\256'")",
                        {}),
             screen);
 }

@@ -288,10 +288,12 @@ homes = itertools.count()
 
 
 def run(mode, server, words="", *, host="127.0.0.1", user="", command="true", key=None, password=None, sudo=None, known=None,
-        files=None, mode_of_files=0o600, before=None, agent_of=None, answers=None, as_ada=False, interrupt=False):
+        files=None, mode_of_files=0o600, before=None, agent_of=None, answers=None, as_ada=False, interrupt=False,
+        idle=False):
     """Answers the output, the error output, what stood on the terminal, and what the server logged meanwhile. `key` is a file
     in the new home directory or elsewhere, `known` are the lines of known hosts, `answers` is what is typed at a terminal
-    (without, there is none), `files` are made in the home directory (None: a directory), then `before` is called with that."""
+    (without, there is none), `files` are made in the home directory (None: a directory), then `before` is called with that.
+    `idle` makes that terminal the standard input, which is empty otherwise."""
     home = BASE / f"home{next(homes)}"
     (home / ".ssh").mkdir(parents=True, mode=0o700)
     port = (server if isinstance(server, int) else sshd(server) if isinstance(server, str) else
@@ -310,10 +312,10 @@ def run(mode, server, words="", *, host="127.0.0.1", user="", command="true", ke
              *(["--admin-password-from", home / "admin"] if sudo is not None else []), (user and user + "@") + host,
              *([] if "--doctor" in mode else command.replace("{flag}", str(flag)).split(" "))]
     environment = {"PATH": os.environ["PATH"], "HOME": str(home), **({"SSH_AUTH_SOCK": str(agent_of())} if agent_of else {})}
-    return communicate(words, environment, answers, interrupt and flag, logs.get(port))
+    return communicate(words, environment, answers, interrupt and flag, logs.get(port), idle)
 
 
-def communicate(words, environment, answers, flag, log):
+def communicate(words, environment, answers, flag, log, idle):
     terminal, slave = pty.openpty()
 
     def prepare():
@@ -321,7 +323,7 @@ def communicate(words, environment, answers, flag, log):
         if answers is not None:
             fcntl.ioctl(slave, termios.TIOCSCTTY, 0)
     seen = log.stat().st_size if log else 0
-    process = subprocess.Popen([str(word) for word in words], env=environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+    process = subprocess.Popen([str(word) for word in words], env=environment, stdin=slave if idle else subprocess.DEVNULL, stdout=subprocess.PIPE,
                                stderr=subprocess.PIPE, text=True, start_new_session=True, pass_fds=[slave], preexec_fn=prepare)
     os.close(slave)
     thread(type_answers, terminal, list(answers or []), shown := [])
@@ -515,18 +517,19 @@ def rows():
     row("command killed", None, "commandKilled", "", **key, command="kill -KILL $$")
     row("command terminated", None, "commandKilled", "", **key, command="kill -TERM $$")
     row("command too long", None, "commandTooLong", "", **key, command="true" + 2 * (" " + "x" * 99999))
+    row("input unreadable", "inputUnreadable", "inputUnreadable", "", "--stdin /proc/self/mem", **key, command="cat")
     row("command refused", "commandRefused", "commandRefused", scripted, **script("refused"))
     row("no session", "sessionRefused", "sessionRefused", "MaxSessions 0", **key)
     row("no session by nologin", None, "shellNotAvailable", "", **key, user="nologin")
     row("files alone", None, "commandRefused", "ForceCommand internal-sftp", **key)
-    row("command waits for input", "commandTimedOut", "commandSlow", "", second, **key, command="cat")
-    row("command slow", "commandTimedOut", "commandSlow", "", second, "--stdin /dev/null", **key, command="echo begun; sleep 9")
+    row("command waits for input", "commandTimedOut", "commandSlow", "", second, **key, command="cat", idle=True)
+    row("command slow", "commandTimedOut", "commandSlow", "", second, **key, command="echo begun; sleep 9")
     row("server killed during a command", "connectionLost", "connectionLost", "", **key, command="kill -KILL $PPID")
     flagged = {**key, "command": "echo begun; touch {flag}; sleep 9"}
     row("connection closed during a command", "connectionLost", "connectionLost", cut(hangs_up), **flagged)
     row("connection reset during a command", "connectionLost", "connectionReset", cut(resets), **flagged)
     row("link silent during a command", "commandTimedOut", "commandSlow", cut(lambda client: time.sleep(PATIENCE)), second,
-        "--stdin /dev/null", **flagged)
+        **flagged)
     row("disconnected during a command", "disconnectedByServer", "serverDisconnected", scripted,
         **script("out x; disconnect 11 'Going down for maintenance' en"))
     row("cancelled", "cancelled", "cancelled", "", **flagged, interrupt=True)
