@@ -47,6 +47,7 @@ class ChannelPump {
     // From here on the outputs go to the sink, where there is one: first what the buffers hold, of
     // which as much stays as is noted of a command.
     bool beginOutputFlow();
+    bool flowsOut() const { return mOutputFlow.has_value(); }
     // Whether some of it waits for the sink.
     bool holdsOutput() const { return mOutputFlow && mOutputFlow->holdsAny(); }
 

@@ -20,13 +20,13 @@ using Clock = std::chrono::steady_clock;
 
 CommandNotes::CommandNotes(Notes &notes, const SSHCommand &command) : mNotes(notes) {
     const bool isAdministrators = command.adminPassword() != nullptr;
-    const bool flowsIn = command.stdinSource() || command.stdinDescriptor() != -1;
+    const bool isFlow = flowsIn(command);
     const SSHDataRef data = command.stdinData();
-    const std::size_t inputSize = data && !flowsIn ? data->size() : 0;
+    const std::size_t inputSize = data && !isFlow ? data->size() : 0;
     mNotes.note([&](SSHFacts &facts) {
         facts.command = SSHCommandFacts();
         facts.command.hasAdminPassword = facts.command.waitsForSudo = isAdministrators;
-        facts.command.hasInput = flowsIn || inputSize > 0;
+        facts.command.hasInput = isFlow || inputSize > 0;
         facts.command.inputSize = inputSize;
         facts.command.isRunning = true;
         facts.command.lastActivity = Clock::now();

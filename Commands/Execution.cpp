@@ -135,7 +135,7 @@ bool CommandRun::start(SSHErrorRef *error) {
                           : causeOf(code, mConnection, SSHErrorCause::CommandRefused));
         });
     mNotes.hasStarted();
-    mFlowsIn = mCommand.stdinSource() || mCommand.stdinDescriptor() != -1;
+    mFlowsIn = SSHEngine::flowsIn(mCommand);
     mHasInput = mFlowsIn || !bytesOf(mCommand.stdinData()).empty();
     if (!mAdminPassword)
         mPump.beginOutputFlow();
@@ -274,7 +274,7 @@ void CommandRun::fillRecord() {
     const std::string signal = exitSignal();
     if (mIsClosedInOrder)
         mNotes.hasEnded(status, signal == SSHPlatform::nullText ? "" : signal);
-    const bool isHeld = !mCommand.outputSink(); // else the sink has it
+    const bool isHeld = !mPump.flowsOut(); // else the sink has it
     mCommand.setStdoutData(isHeld ? mPump.output : std::make_shared<const ByteBuffer>());
     mCommand.setStderrData(isHeld ? mPump.errorOutput : std::make_shared<const ByteBuffer>());
     mCommand.setExitStatus(status);

@@ -1,5 +1,6 @@
 #include "Commands/InputFlow.h"
 
+#include <SSHSession/SSHCommand.h>
 #include <SSHSession/Secret.h>
 
 #include "Platform/Socket.h"
@@ -28,6 +29,10 @@ bool failToRead(int number, SSHErrorRef *error) {
 }
 
 } // namespace
+
+bool flowsIn(const SSHCommand &command) {
+    return command.stdinSource() || command.stdinDescriptor() != -1;
+}
 
 InputFlow::InputFlow(Connection &connection, int descriptor, SSHInputSource source)
     : mConnection(connection), mDescriptor(descriptor), mSource(std::move(source)) {}

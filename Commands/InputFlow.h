@@ -8,9 +8,14 @@
 #include <string_view>
 #include <vector>
 
+class SSHCommand;
+
 namespace SSHEngine {
 
 class Connection;
+
+// Whether a command's input is none that is held in memory.
+bool flowsIn(const SSHCommand &command);
 
 // Session queue only.
 class InputFlow {

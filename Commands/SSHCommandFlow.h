@@ -1,11 +1,11 @@
 // How a command's output and input flow while it runs, where they are not held in memory.
 //
-// The functions below are the host's own. They are called on the thread that called `execute`,
-// inside the session queue: they must not throw, and must not call `start`, `stop` or `execute` of
-// this session, nor wait for a thread that does; `cancel` is allowed. What holds one of them up
-// holds up its own command alone, and time limits on a server's silence do not count it; but
-// meanwhile nobody answers the server, which may take the connection for lost (sshd_config(5),
-// ClientAliveInterval). A sink need not wait: see there.
+// The functions below are the host's own, and copied for each execution. They are called on the
+// thread that called `execute`, inside the session queue: they must not throw, and must not call
+// `start`, `stop` or `execute` of this session, nor wait for a thread that does; `cancel` is
+// allowed. What holds one of them up holds up its own command alone, and time limits on a server's
+// silence do not count it; but meanwhile nobody answers the server, which may take the connection
+// for lost (sshd_config(5), ClientAliveInterval). A sink need not wait: see there.
 #pragma once
 
 #include <cstddef>
