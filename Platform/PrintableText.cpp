@@ -2,6 +2,7 @@
 
 #include <utf8.h>
 
+#include <algorithm>
 #include <iterator>
 
 namespace SSHPlatform {
@@ -22,6 +23,14 @@ bool steersReading(char32_t character) {
            isBetween(character, 0x2028, 0x202E) || isBetween(character, 0x2066, 0x2069);
 }
 
+// Of the character that begins with this byte.
+std::size_t length(unsigned char lead) {
+    constexpr unsigned two = 0xC0;
+    constexpr unsigned three = 0xE0;
+    constexpr unsigned four = 0xF0;
+    return lead >= four ? 4 : lead >= three ? 3 : lead >= two ? 2 : 1;
+}
+
 } // namespace
 
 std::string printableText(std::string_view text, std::string_view allowed) {
@@ -38,6 +47,17 @@ std::string printableText(std::string_view text, std::string_view allowed) {
             result.append(begin, at);
     }
     return result;
+}
+
+std::size_t unfinishedSize(std::string_view text) {
+    constexpr unsigned continuationMask = 0xC0;
+    constexpr unsigned continuation = 0x80;
+    for (std::size_t count = 1; count <= std::min<std::size_t>(text.size(), 3); ++count) {
+        const auto byte = static_cast<unsigned char>(text[text.size() - count]);
+        if ((byte & continuationMask) != continuation)
+            return length(byte) > count ? count : 0;
+    }
+    return 0;
 }
 
 } // namespace SSHPlatform

@@ -3,6 +3,7 @@
 
 #include <SSHSession/SSHSessionExport.h>
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -13,5 +14,9 @@ namespace SSHPlatform {
 // character that steers the direction or the breaking of lines, and each byte sequence that is not
 // UTF-8, becomes "?".
 SSHSESSION_EXPORT std::string printableText(std::string_view text, std::string_view allowed = "\n");
+
+// How many bytes at the end of a piece of text, three at most, may belong to a character that the
+// next piece goes on with. Looked at with that, they are told from what is not UTF-8.
+SSHSESSION_EXPORT std::size_t unfinishedSize(std::string_view text);
 
 } // namespace SSHPlatform
