@@ -29,6 +29,9 @@ QString nameOf(SSHSessionStage stage) {
     return {};
 }
 
+// Neither so often that showing takes all the time, nor so seldom that a fast command has to wait.
+constexpr std::chrono::milliseconds collectingInterval(20);
+
 double secondsOf(const QElapsedTimer &timer) {
     return static_cast<double>(timer.elapsed()) / 1000;
 }
@@ -47,6 +50,20 @@ std::optional<Problem> readInput(const QString &path, SSHCommand &command) {
     command.setStdinData({bytes.constData(), static_cast<std::size_t>(bytes.size())});
     SSHPlatform::wipe(bytes.data(), static_cast<std::size_t>(bytes.size()));
     return std::nullopt;
+}
+
+CommandOutcome execute(SSHSession &session, const CommandRequest &request, SSHOutputSink sink,
+                       const QElapsedTimer &since) {
+    const auto command = std::make_shared<SSHCommand>();
+    command->setCommand(request.command);
+    command->setAdminPassword(request.adminPassword.shared());
+    command->setOutputSink(std::move(sink));
+    if (const auto problem = readInput(request.stdinFile, *command))
+        return {.summary = {}, .problem = problem};
+    const bool hasSucceeded = session.execute(command, nullptr);
+    const double seconds = secondsOf(since);
+    return hasSucceeded ? outcomeOf(*command, seconds)
+                        : failureOf(session.examinedFacts(), seconds);
 }
 
 } // namespace
@@ -94,7 +111,11 @@ class Connection::Watcher final : public SSHSessionDelegate, public SSHSessionOb
 };
 
 Connection::Connection(const SSHSessionOptions &options, QObject *parent)
-    : QObject(parent), mOptions(options), mWatcher(std::make_shared<Watcher>(this)) {}
+    : QObject(parent), mOptions(options), mWatcher(std::make_shared<Watcher>(this)) {
+    mCollecting.setSingleShot(true);
+    mCollecting.setInterval(collectingInterval);
+    connect(&mCollecting, &QTimer::timeout, this, &Connection::collectOutputs);
+}
 
 // A session that is still connected outlives this object.
 Connection::~Connection() {
@@ -123,21 +144,27 @@ void Connection::open(const ConnectionParameters &parameters) {
 
 void Connection::run(const CommandRequest &request) {
     beginCall(QStringLiteral("Running on ") + mName);
-    mCalls.post([this, session = mSession, request, since = mSince] {
-        const auto command = std::make_shared<SSHCommand>();
-        command->setCommand(request.command);
-        command->setAdminPassword(request.adminPassword.shared());
-        std::optional<Problem> problem = readInput(request.stdinFile, *command);
-        if (!problem && !session->execute(command, nullptr))
-            problem = problemOf(session->examinedFacts());
-        if (!problem) {
-            const CommandOutcome outcome = outcomeOf(*command, secondsOf(since));
-            if (outcome.isCutOff)
-                problem = cutOff();
-            reportLater([this, outcome] { Q_EMIT ran(outcome); });
-        }
-        reportLater([this, problem] { endCall(problem); });
+    // By the clock: when collecting at once, a fast command would keep the window from all else.
+    mOutputs =
+        std::make_shared<OutputQueue>([this] { reportLater([this] { mCollecting.start(); }); });
+    mCalls.post([this, session = mSession, request, outputs = mOutputs, since = mSince] {
+        const auto sink = [outputs](SSHCommandStream stream, std::string_view piece) {
+            return outputs->take(stream, piece);
+        };
+        const CommandOutcome outcome = execute(*session, request, sink, since);
+        reportLater([this, outcome] {
+            collectOutputs();
+            Q_EMIT ran(outcome.summary);
+            endCall(outcome.problem);
+        });
     });
+}
+
+void Connection::collectOutputs() {
+    const OutputQueue::Pieces pieces = mOutputs->collect();
+    for (const auto stream : {SSHCommandStream::Output, SSHCommandStream::ErrorOutput})
+        if (const std::string &bytes = pieces.at(static_cast<std::size_t>(stream)); !bytes.empty())
+            Q_EMIT wrote(stream, bytes);
 }
 
 void Connection::close() {

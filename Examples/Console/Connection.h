@@ -4,6 +4,7 @@
 
 #include "Examples/Console/Lane.h"
 #include "Examples/Console/Outcome.h"
+#include "Examples/Console/OutputQueue.h"
 
 #include <SSHSession/SSHSession.h>
 #include <SSHSession/Secret.h>
@@ -11,6 +12,7 @@
 #include <QElapsedTimer>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 
 #include <atomic>
 #include <functional>
@@ -59,7 +61,8 @@ class Connection final : public QObject {
     void changed();
     void greeted(const QString &banner); // the server's words, visible as they are
     void failed(const Problem &problem);
-    void ran(const CommandOutcome &outcome);
+    void wrote(SSHCommandStream stream, const std::string &bytes); // while the command runs
+    void ran(const QString &summary); // after all that it wrote; also when it was not to its end
 
   private:
     class Watcher;
@@ -67,6 +70,7 @@ class Connection final : public QObject {
     QString waiting() const;
     void beginCall(const QString &activity);
     void endCall(const std::optional<Problem> &problem);
+    void collectOutputs();
     void settle();
     void stop();
     void reportLater(std::function<void()> report);
@@ -77,6 +81,8 @@ class Connection final : public QObject {
     QString mName; // user@host:port
     QString mActivity;
     QElapsedTimer mSince;
+    std::shared_ptr<OutputQueue> mOutputs; // of the last command
+    QTimer mCollecting;
     bool mIsConnected = false;
     bool mIsCalling = false;
     std::atomic<bool> mIsClosing = false; // read by what is about to begin

@@ -74,7 +74,8 @@ void ConsoleWindow::makeConnection(const SSHSessionOptions &options) {
     connect(mConnection, &Connection::changed, this, &ConsoleWindow::follow);
     connect(mConnection, &Connection::greeted, this, &ConsoleWindow::greet);
     connect(mConnection, &Connection::failed, mProblem, &ProblemPane::present);
-    connect(mConnection, &Connection::ran, this, &ConsoleWindow::present);
+    connect(mConnection, &Connection::wrote, this, &ConsoleWindow::append);
+    connect(mConnection, &Connection::ran, this, &ConsoleWindow::finish);
 }
 
 void ConsoleWindow::follow() {
@@ -92,15 +93,19 @@ void ConsoleWindow::follow() {
 void ConsoleWindow::run() {
     mProblem->hide();
     mSummary->clear();
-    mOutput->present(nullptr, {});
-    mErrorOutput->present(nullptr, {});
+    mOutput->clear();
+    mErrorOutput->clear();
     mConnection->run(mCommandForm->request());
 }
 
-void ConsoleWindow::present(const CommandOutcome &outcome) {
-    mOutput->present(outcome.output, outcome.shownOutput);
-    mErrorOutput->present(outcome.errorOutput, outcome.shownErrorOutput);
-    mSummary->setText(outcome.summary);
+void ConsoleWindow::append(SSHCommandStream stream, const std::string &bytes) {
+    (stream == SSHCommandStream::Output ? mOutput : mErrorOutput)->append(bytes);
+}
+
+void ConsoleWindow::finish(const QString &summary) {
+    mOutput->finish();
+    mErrorOutput->finish();
+    mSummary->setText(summary);
 }
 
 void ConsoleWindow::greet(const QString &banner) {

@@ -33,7 +33,8 @@ class ConsoleWindow final : public QWidget {
     void makeConnection(const SSHSessionOptions &options);
     void follow();
     void run();
-    void present(const CommandOutcome &outcome);
+    void append(SSHCommandStream stream, const std::string &bytes);
+    void finish(const QString &summary);
     void greet(const QString &banner);
 
     Connection *mConnection = nullptr;

@@ -14,21 +14,6 @@
 
 namespace {
 
-// More would take long to lay out; saving gives everything.
-constexpr std::size_t shownBytes = 262'144;
-
-std::string_view bytesOf(const SSHDataRef &data) {
-    return data ? data->view() : std::string_view();
-}
-
-QString shown(const SSHDataRef &data) {
-    const std::string_view bytes = bytesOf(data);
-    QString text = visibleText(bytes.substr(0, shownBytes));
-    if (bytes.size() > shownBytes)
-        text += QStringLiteral("\n[%1 more: use Save]").arg(sizeText(bytes.size() - shownBytes));
-    return text;
-}
-
 QString visible(const std::optional<std::string> &text) {
     return text ? visibleText(*text) : QString();
 }
@@ -52,24 +37,19 @@ QString adviceOf(std::vector<SSHFinding> findings) {
     return paragraphs.join(QLatin1Char('\n'));
 }
 
-} // namespace
-
-CommandOutcome outcomeOf(const SSHCommand &command, double seconds) {
-    CommandOutcome outcome;
-    outcome.output = command.stdoutData();
-    outcome.errorOutput = command.stderrData();
-    outcome.shownOutput = shown(outcome.output);
-    outcome.shownErrorOutput = shown(outcome.errorOutput);
-    outcome.isCutOff = !command.isClosedInOrder();
-    outcome.summary =
-        command.wasEndedBySignal()
-            ? QStringLiteral("Ended by signal %1").arg(visibleText(*command.exitSignal()))
-            : QStringLiteral("Exit status %1").arg(command.exitStatus());
-    if (outcome.isCutOff)
-        outcome.summary = QStringLiteral("Cut off");
-    outcome.summary += QStringLiteral(" after %1").arg(durationText(seconds));
-    return outcome;
+Problem cutOff() {
+    return {.description = QStringLiteral("The connection ended before the command did."),
+            .suggestion = QStringLiteral("Connect again and look whether it is still running."),
+            .reason = QStringLiteral("What the command wrote may be cut, and its exit status is "
+                                     "not known."),
+            .origin = {}};
 }
+
+QString after(const QString &end, double seconds) {
+    return QStringLiteral("%1 after %2").arg(end, durationText(seconds));
+}
+
+} // namespace
 
 Problem problemOf(const SSHFacts &facts) {
     Problem problem = wordsOf(*facts.error);
@@ -77,12 +57,21 @@ Problem problemOf(const SSHFacts &facts) {
     return problem;
 }
 
-Problem cutOff() {
-    return {.description = QStringLiteral("The connection ended before the command did."),
-            .suggestion = QStringLiteral("Connect again and look whether it is still running."),
-            .reason = QStringLiteral("What the command wrote may be cut, and its exit status is "
-                                     "not known."),
-            .origin = {}};
+CommandOutcome outcomeOf(const SSHCommand &command, double seconds) {
+    if (!command.isClosedInOrder())
+        return {.summary = after(QStringLiteral("Cut off"), seconds), .problem = cutOff()};
+    const QString end =
+        command.wasEndedBySignal()
+            ? QStringLiteral("Ended by signal %1").arg(visibleText(*command.exitSignal()))
+            : QStringLiteral("Exit status %1").arg(command.exitStatus());
+    return {.summary = after(end, seconds), .problem = {}};
+}
+
+CommandOutcome failureOf(const SSHFacts &facts, double seconds) {
+    const bool isCancelled = facts.error->cause() == SSHErrorCause::Cancelled;
+    return {.summary = after(isCancelled ? QStringLiteral("Cancelled") : QStringLiteral("Failed"),
+                             seconds),
+            .problem = problemOf(facts)};
 }
 
 Problem serverLeft(const SSHErrorRef &error) {

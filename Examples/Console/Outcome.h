@@ -7,14 +7,7 @@
 
 #include <QString>
 
-struct CommandOutcome {
-    SSHDataRef output; // every byte, as it came
-    SSHDataRef errorOutput;
-    QString shownOutput; // the beginning, as visible text
-    QString shownErrorOutput;
-    QString summary;
-    bool isCutOff = false; // the connection ended before the command did
-};
+#include <optional>
 
 struct Problem {
     QString description;
@@ -23,12 +16,17 @@ struct Problem {
     QString origin;     // domain and code
 };
 
-// Any thread; takes a moment for a large output.
-CommandOutcome outcomeOf(const SSHCommand &command, double seconds);
+struct CommandOutcome {
+    QString summary;
+    std::optional<Problem> problem;
+};
 
 // Of a failed call, as it is known after it.
 Problem problemOf(const SSHFacts &facts);
-Problem cutOff();
+
+// Of an execution that has succeeded, as far as the command is concerned, and of one that failed.
+CommandOutcome outcomeOf(const SSHCommand &command, double seconds);
+CommandOutcome failureOf(const SSHFacts &facts, double seconds);
 
 // `error` is null when the server ended the connection in good order.
 Problem serverLeft(const SSHErrorRef &error);

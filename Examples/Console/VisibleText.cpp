@@ -1,5 +1,9 @@
 #include "Examples/Console/VisibleText.h"
 
+#include <SSHSession/PrintableText.h>
+
+#include <utility>
+
 namespace {
 
 // Control characters and those that steer the direction or the breaking of lines.
@@ -28,4 +32,15 @@ QString visibleText(std::string_view bytes) {
             text += character;
     }
     return text;
+}
+
+QString VisibleTextStream::take(std::string_view piece) {
+    const std::string bytes = std::exchange(mKept, {}).append(piece);
+    const std::size_t end = bytes.size() - SSHPlatform::unfinishedSize(bytes);
+    mKept = bytes.substr(end);
+    return visibleText(std::string_view(bytes).substr(0, end));
+}
+
+QString VisibleTextStream::rest() {
+    return visibleText(std::exchange(mKept, {}));
 }

@@ -6,8 +6,11 @@
 #include "Tests/Support/Sshd.h"
 
 #include <QApplication>
+#include <QPlainTextEdit>
+#include <QScrollBar>
 #include <QTest>
 
+#include <algorithm>
 #include <iostream>
 
 class ConsoleTest : public QtTest {
@@ -21,7 +24,7 @@ class ConsoleTest : public QtTest {
 
     void TearDown() override {
         if (HasFailure())
-            std::cerr << "--- sshd's log:\n" << server.log() << textOf(window);
+            std::cerr << "--- sshd's log:\n" << server.log() << textOf(window).substr(0, 4096);
     }
 
     void fill(const std::string &user, const std::string &keyFile) {
@@ -36,6 +39,14 @@ class ConsoleTest : public QtTest {
         serveUntil([this] { return shows("Not connected") || shows("Connected to "); });
     }
 
+    void connectAgain() {
+        serveUntil([this] { // not enabled as long as the other half of a double click may come
+            click(window, "&Connect");
+            return shows("Connecting to ");
+        });
+        serveUntil([this] { return shows("Connected to "); });
+    }
+
     void start(const std::string &command) {
         window.commandForm().setCommand(QString::fromStdString(command));
         click(window, "&Run");
@@ -44,6 +55,13 @@ class ConsoleTest : public QtTest {
     bool shows(const std::string &text) const {
         return textOf(window).find(text) != std::string::npos;
     }
+
+    QPlainTextEdit &output() const {
+        const auto texts = window.findChildren<QPlainTextEdit *>();
+        return **std::ranges::find(texts, "Output", &QWidget::accessibleName);
+    }
+
+    std::string shownOutput() const { return output().toPlainText().toStdString(); }
 
     TemporaryHome home;
     const std::string key = home.directory.path("client");
@@ -91,18 +109,63 @@ TEST_F(ConsoleTest, RefusesFailsConnectsRunsCancelsAndCloses) {
     EXPECT_FALSE(shows("Exit status")) << "a command that was cancelled has reported";
     require({"sh", "-c", "kill $(cat " + stuck + ")"}); // it went on at the server
 
-    serveUntil([&] { // it is not enabled as long as the other half of a double click may come
-        click(window, "&Connect");
-        return shows("Connecting to ");
-    });
-    serveUntil([&] { return shows("Connected to "); });
-    std::filesystem::remove(stuck);
-    start("echo $$ >" + stuck + "; exec sleep 60");
-    serveUntil([&] { return contentOf(stuck).ends_with('\n'); });
+    connectAgain();
+    start("exec yes");
+    serveUntil([&] { return shows(" MB; the end is shown"); });
     window.close();
     EXPECT_EQ(QApplication::exec(), 0);
     EXPECT_TRUE(shows("Not connected"));
-    require({"sh", "-c", "kill $(cat " + stuck + ")"});
+}
+
+TEST_F(ConsoleTest, ShowsWhatACommandWritesAtOnceAndKeepsItWhenTheConnectionIsLost) {
+    connectAnswering("Return");
+    const auto afterFile = [&](const char *name) {
+        return "; until [ -e " + home.directory.path(name) + " ]; do sleep 0.01; done; ";
+    };
+    const QScrollBar &bar = *output().verticalScrollBar();
+    start("seq 999; printf 'ha\\303'; echo aside >&2" + afterFile("rest") +
+          "printf '\\244\\n'; seq 999" + afterFile("end") + "printf '\\342\\202'");
+    serveUntil([&] { return shows("998\n999\nha") && shows("aside\n"); });
+    EXPECT_TRUE(shownOutput().ends_with("\nha"));
+    EXPECT_GT(bar.maximum(), 0);
+    EXPECT_EQ(bar.value(), bar.maximum());
+    QTest::keyClick(&output(), Qt::Key_Home, Qt::ControlModifier);
+    home.directory.write("rest", "");
+    serveUntil([&] { return shows("999\nhaä\n1\n") && shows("\n998\n999\n"); });
+    EXPECT_EQ(bar.value(), 0);
+    EXPECT_FALSE(shows("Exit status"));
+    home.directory.write("end", "");
+    serveUntil([&] { return shows("Exit status 0 after"); });
+    EXPECT_TRUE(shows("\n999\n�"));
+
+    start("echo second" + afterFile("lost") + "kill -9 $PPID");
+    serveUntil([&] { return shownOutput() == "second\n"; });
+    EXPECT_FALSE(shows("aside"));
+    home.directory.write("lost", "");
+    serveUntil([&] { return shows("Not connected"); });
+    EXPECT_EQ(shownOutput(), "second\n");
+    EXPECT_TRUE(shows("Failed after"));
+    EXPECT_TRUE(shows("The connection to 127.0.0.1 ended without a word"));
+}
+
+TEST_F(ConsoleTest, HoldsACommandUpThatWritesFasterThanIsShown) {
+    connectAnswering("Return");
+    const std::string written = home.directory.path("written");
+    start("seq 700000; touch " + written);
+    QTest::qSleep(1'000); // the window stands still
+    EXPECT_FALSE(std::filesystem::exists(written));
+    serveUntil([&] { return std::filesystem::exists(written); });
+    serveUntil([&] { return shows("Exit status 0 after"); });
+    EXPECT_TRUE(shows("Output (4.8 MB; the end is shown)"));
+    EXPECT_EQ(output().blockCount(), 10'000);
+    EXPECT_TRUE(shownOutput().ends_with("\n699999\n700000\n"));
+
+    start("exec yes");
+    serveUntil([&] { return shows(" MB; the end is shown"); });
+    click(window, "&Cancel");
+    serveUntil([&] { return shows("Not connected"); });
+    EXPECT_TRUE(shows("Cancelled after"));
+    EXPECT_TRUE(shownOutput().starts_with("y\ny\n"));
 }
 
 TEST_F(ConsoleTest, QuittingAtThePromptEndsTheApplication) {
