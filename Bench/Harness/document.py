@@ -1,7 +1,7 @@
 """Docs/performance.md, from the results."""
 from itertools import groupby
 
-from Harness.tables import as_markdown, summary
+from Harness.tables import as_markdown
 
 HEAD = """# Performance
 
@@ -13,14 +13,14 @@ costs nothing and what the programs do is all that shows.
 
 ![Bars for each peer](performance.svg)
 
-{summary} A goal is what the library shall reach on such a machine; "of bare" is the part of what bare
-libssh2 took, or reached, in the same run.
+{summary} A goal is what the library shall reach; "of bare" is the part of what bare libssh2 took, or
+reached, in the same run.
 
 ## How it is measured
 
-- `./run bench` takes {rounds} rounds, in each of which every program runs once for every measure, one
-  after another. The number of a round is the program's own median (or rate); shown is the median of the
-  rounds, with the lowest and the highest.
+- Rounds: {rounds}. In each of them every program runs for every measure, one after another. The number
+  of a round is the program's own median (or rate); shown is the median of the rounds, with the lowest
+  and the highest.
 - The server is a throwaway sshd on loopback with the settings that it comes with; its user's shell is
   {shell}. Everyone logs in with an Ed25519 key, checks the host key against `known_hosts` and asks for
   compression (zlib), which both sides then use both ways. Everything else is each peer's own default.
@@ -37,8 +37,8 @@ def two_columns(pairs):
     return "| | |\n|---|---|\n" + "".join(f"| {name} | {value} |\n" for name, value in pairs.items())
 
 
-def document(machine, versions, rounds, tables, rows):
-    parts = [HEAD.format(summary=summary(rows), rounds=rounds, shell=versions["shell"]),
+def document(machine, versions, rounds, tables, verdict):
+    parts = [HEAD.format(summary=verdict, rounds=rounds, shell=versions["shell"]),
              two_columns(machine), "## Versions\n", two_columns(versions), "## Results\n"]
     for measure, group in groupby(tables, key=lambda table: table.measure):
         parts += [f"### {measure.title}\n", *([measure.note + "\n"] if measure.note else [])]

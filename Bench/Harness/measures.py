@@ -4,7 +4,7 @@ from statistics import median
 
 from Harness.ground import SIZE
 from Harness.links import FAR
-from Harness.trips import round_trips
+from Harness.trips import trips
 
 ALL = ("ours", "libssh2", "libssh", "master", "cold", "asyncssh", "paramiko")
 BOTH = ("ours", "libssh2")
@@ -27,13 +27,17 @@ MEDIAN = Quantity("median, ms", lambda result, _: median(result["ms"]))
 TAIL = Quantity("99th percentile, ms", lambda result, _: quantile(result["ms"], 0.99))
 RATE = Quantity("MB/s", lambda result, _: result["bytes"] / result["seconds"] / 1e6, 1, True)
 MEMORY = Quantity("memory, MB", lambda result, _: result["extra_kb"] * 1024 / 1e6, 1)
-TRIPS_WAITED = Quantity("round trips", lambda result, _: median(result["ms"]) / (2 * FAR * 1e3))
+# Both in round trips, so that the distance does not matter.
+FROM_CALL = Quantity("round trips from the call", lambda result, _: median(
+    end - begin for begin, end in result["spans"]) / (2 * FAR))
+FROM_REQUEST = Quantity("round trips from the request", lambda result, pieces: median(
+    end - trips(pieces, FAR, begin, end)[1] for begin, end in result["spans"]) / (2 * FAR))
 PROCESSOR = Quantity("processor, ms", lambda result, _: result["processor_ms"], 3)
 # The connection itself takes one, before anything of it can be seen in between.
 CONNECTING = Quantity("round trips to connect", lambda result, pieces:
-                      1 + round_trips(pieces, FAR, *result["connect"]), 0)
+                      1 + trips(pieces, FAR, *result["connect"])[0], 0)
 COMMAND = Quantity("round trips of a command", lambda result, pieces:
-                   median(round_trips(pieces, FAR, *span) for span in result["commands"]), 0)
+                   median(trips(pieces, FAR, *span)[0] for span in result["commands"]), 0)
 
 
 def reported(title, key, digits=1, is_rate=False, scale=1):
@@ -134,9 +138,10 @@ def measures(is_full):
                 tuple(Entry(peer, "sudo", (15, "<password>")) for peer in BOTH), needs="sudo",
                 note="Bare libssh2 sends the same command line and answers the same question."),
         receiving("zeros", SIZE), receiving("csv", slow), receiving("noise", slow),
-        Measure("first", "First byte of a command's output, 50 ms away", (MEDIAN, TRIPS_WAITED),
+        Measure("first", "First byte of a command's output, 50 ms away", (FROM_REQUEST, FROM_CALL),
                 tuple(Entry(peer, "firstbyte", (3,)) for peer in BOTH), link="far",
-                note="From the call to the sink, the relay's own time included."),
+                note="Until it is at the sink, the relay's own time included. The request is the last "
+                     "thing that had to be sent for it; a channel has to be opened before."),
         sending("zeros", SIZE), sending("csv", slow),
         Measure("processor", "Processor time of a command, 50 ms away, 1 % of the packets lost",
                 (PROCESSOR, MEDIAN), tuple(Entry(peer, "processor", (15,)) for peer in BOTH),

@@ -3,6 +3,7 @@ import contextlib
 import json
 import subprocess
 import sys
+import time
 
 from Harness.ground import CONTENTS
 from Harness.links import FAR, Link, LossyNetwork
@@ -91,6 +92,7 @@ class Rounds:
         self.field, self.measures = field, measures
         self.samples = {measure.name: {} for measure in measures}
         self.missing, self.failed = {}, {}
+        self.took = dict.fromkeys(self.samples, 0)  # seconds, by a measure's name
         for measure in measures:
             self.look_for_missing(measure)
 
@@ -106,12 +108,17 @@ class Rounds:
             for measure in self.measures:
                 print(f"\rRound {number + 1} of {count}: {measure.name:<12}", end="",
                       file=sys.stderr, flush=True)
-                # Nobody always comes first.
-                start = number % len(measure.entries)
-                for entry in measure.entries[start:] + measure.entries[:start]:
-                    if number < entry.rounds:
-                        self.sample(measure, entry)
-        print(file=sys.stderr)
+                begin = time.monotonic()
+                self.round(measure, number)
+                self.took[measure.name] += time.monotonic() - begin
+        print("\rSeconds: " + ", ".join(f"{name} {took:.0f}" for name, took in self.took.items()),
+              file=sys.stderr)
+
+    def round(self, measure, number):
+        start = number % len(measure.entries)  # nobody always comes first
+        for entry in measure.entries[start:] + measure.entries[:start]:
+            if number < entry.rounds:
+                self.sample(measure, entry)
 
     def sample(self, measure, entry):
         key = measure.name, title_of(entry)

@@ -1,10 +1,10 @@
 """The results as tables: cells first, then text or Markdown of them."""
 from dataclasses import dataclass
 
-from Harness.goals import verdicts
+from Harness.goals import GOALS, verdicts
 from Harness.results import rows_of, title_of
 
-HEAD = ("", "median", "lowest to highest", "of bare", "goal", "")
+HEAD = ("", "median", "lowest to highest", "of bare", "goal")
 MET = {True: "met", False: "MISSED", None: "nothing to compare with"}
 
 
@@ -35,9 +35,9 @@ def lines(rounds, rows, told, measure, quantity):
         row = next((row for row in rows if (row.measure, row.title, row.quantity) ==
                     (*key, quantity.title)), None)
         if key in rounds.missing:
-            yield title, "missing", rounds.missing[key], "", "", ""
+            yield title, "missing", rounds.missing[key], "", ""
         elif key in rounds.failed:
-            yield title, "FAILED", rounds.failed[key], "", "", ""
+            yield title, "FAILED", rounds.failed[key], "", ""
         elif row:
             yield cells(row, [(goal, met) for goal, of, met in told if of is row])
 
@@ -47,13 +47,16 @@ def cells(row, goals):
     return (row.title, f"{row.value:{number}}",
             f"{min(row.values):{number}} to {max(row.values):{number}}",
             f"{row.ratio:.2f}" if row.ratio is not None and row.base != 0 else "",
-            "; ".join(goal.text for goal, _ in goals), "; ".join(MET[met] for _, met in goals))
+            "; ".join(f"{goal.text}: {MET[met]}" for goal, met in goals))
 
 
-def summary(rows):
-    told = list(verdicts(rows))
-    met = sum(verdict is True for *_, verdict in told)
-    return f"{met} of {len(told)} goals met."
+def summary(rounds, rows):
+    wanted = {measure.name for measure in rounds.measures}
+    goals = sum(goal.measure in wanted for goal in GOALS)
+    verdict = [met for *_, met in verdicts(rows)]
+    missed, unknown = verdict.count(False), goals - len(verdict) + verdict.count(None)
+    return (f"Of {goals} goals {verdict.count(True)} are met and {missed} missed" +
+            (f"; {unknown} cannot be judged, for what is missing." if unknown else "."))
 
 
 def plain(text):
@@ -61,18 +64,18 @@ def plain(text):
 
 
 def as_text(table):
-    lines = [HEAD[:1] + HEAD[1:], *table.lines]
+    lines = [HEAD, *table.lines]
     widths = [max(len(line[i]) for line in lines if line[1] not in ("missing", "FAILED"))
               for i in range(len(HEAD))]
     result = [f"{plain(table.measure.title)}: {table.quantity}"]
     for line in lines:
         padded = [line[0].ljust(widths[0]), line[1].rjust(widths[1]), line[2].rjust(widths[2]),
-                  line[3].rjust(widths[3]), line[4].ljust(widths[4]), line[5]]
+                  line[3].rjust(widths[3]), line[4]]
         result.append("  " + "  ".join(padded).rstrip())
     return "\n".join(result) + "\n"
 
 
 def as_markdown(table):
-    result = ["| " + " | ".join((table.quantity, *HEAD[1:])) + " |", "|---|---:|---:|---:|---|---|"]
+    result = ["| " + " | ".join((table.quantity, *HEAD[1:])) + " |", "|---|---:|---:|---:|---|"]
     result += ["| " + " | ".join(line) + " |" for line in table.lines]
     return "\n".join(result) + "\n"

@@ -46,7 +46,7 @@ class LibSSH : public Peer {
 
     std::size_t run(const std::string &command, std::string_view input) override {
         std::string output;
-        ssh_channel const channel = open(command);
+        ssh_channel channel = open(command);
         if (!input.empty()) {
             write(channel, input);
             check(ssh_channel_send_eof(channel) == SSH_OK);
@@ -57,7 +57,7 @@ class LibSSH : public Peer {
     }
 
     void stream(const std::string &command, const Sink &sink) override {
-        ssh_channel const channel = open(command);
+        ssh_channel channel = open(command);
         read(channel, sink);
         finish(channel);
     }
@@ -81,7 +81,7 @@ class LibSSH : public Peer {
     }
 
     ssh_channel open(const std::string &command) const {
-        ssh_channel const channel = ssh_channel_new(mSession);
+        ssh_channel channel = ssh_channel_new(mSession);
         check(ssh_channel_open_session(channel) == SSH_OK);
         check(ssh_channel_request_exec(channel, command.c_str()) == SSH_OK);
         return channel;

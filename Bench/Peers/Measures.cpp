@@ -166,18 +166,19 @@ Json fedInput(Peer &peer, const Arguments &arguments) {
 }
 
 Json firstByte(Peer &peer, const Arguments &arguments) {
+    std::vector<std::pair<double, double>> times; // of the call, and of the first byte
     peer.connect();
     peer.run("true", {});
-    Json result = latencies(arguments.at(0), [&] {
+    for (int left = std::stoi(arguments.at(0)); left > 0; --left) {
         settle();
-        double first = 0;
         const double begin = seconds();
-        peer.stream("echo pear", [&](std::string_view) { first = (seconds() - begin) * 1e3; });
-        require(first > 0, "output is missing");
-        return first;
-    });
+        double first = 0;
+        peer.stream("echo pear", [&](std::string_view) { first = seconds(); });
+        require(first > begin, "output is missing");
+        times.emplace_back(begin, first);
+    }
     peer.disconnect();
-    return result;
+    return {{"spans", times}};
 }
 
 Json processorTime(Peer &peer, const Arguments &arguments) {
