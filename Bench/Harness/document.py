@@ -20,7 +20,8 @@ reached, in the same run.
 
 - Rounds: {rounds}. In each of them every program runs for every measure, one after another. The number
   of a round is the program's own median (or rate); shown is the median of the rounds, with the lowest
-  and the highest.
+  and the highest. What it is of bare libssh2's is the median of that in each round, since a machine is
+  not equally busy all the time; so is whether a goal is met.
 - The server is a throwaway sshd on loopback with the settings that it comes with; its user's shell is
   {shell}. Everyone logs in with an Ed25519 key, checks the host key against `known_hosts` and asks for
   compression (zlib), which both sides then use both ways. Everything else is each peer's own default.

@@ -1,5 +1,6 @@
 """What the library shall reach, and whether it has."""
 from dataclasses import dataclass
+from statistics import median
 
 from Harness.ground import SIZE
 
@@ -60,13 +61,17 @@ def verdicts(rows):
 def is_met(goal, row, rows):
     """None when there is nothing to compare with."""
     if goal.of == "":
-        limits = [goal.limit]
+        others = [[1] * len(row.values)]
     elif goal.of == BASE:
-        limits = [row.base * goal.limit + goal.more] if row.base is not None else []
+        others = [row.base] if row.base else []
     else:
-        limits = [other.value * goal.limit for other in rows
+        others = [other.values for other in rows
                   if other.measure == row.measure and other.quantity == row.quantity
                   and not other.title.startswith((OURS, BASE))]
-    if not limits:
-        return None
-    return row.value >= max(limits) if goal.at_least else row.value <= min(limits)
+    return all(is_within(goal, row.values, values) for values in others) if others else None
+
+
+def is_within(goal, values, others):
+    """In half of the rounds or more."""
+    excess = median(value - other * goal.limit - goal.more for value, other in zip(values, others))
+    return excess >= 0 if goal.at_least else excess <= 0

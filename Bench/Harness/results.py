@@ -13,7 +13,7 @@ class Row:
     digits: int
     is_rate: bool
     values: list   # one for each round
-    base: float = None  # the median of what it is compared with
+    base: list = ()  # the same of what it is compared with
 
     @property
     def value(self):
@@ -21,7 +21,9 @@ class Row:
 
     @property
     def ratio(self):
-        return self.value / self.base if self.base else None
+        """Of pairs from the same round, in which the machine was equally busy."""
+        ratios = [value / base for value, base in zip(self.values, self.base) if base]
+        return median(ratios) if ratios else None
 
 
 def rows_of(measure, samples):
@@ -36,8 +38,8 @@ def rows_of(measure, samples):
     for entry in measure.entries:
         for row in rows:
             if row.title == title_of(entry):
-                row.base = next((base.value for base in rows if base.quantity == row.quantity
-                                 and base.title == base_of(entry)), None)
+                row.base = next((base.values for base in rows if base.quantity == row.quantity
+                                 and base.title == base_of(entry)), [])
     return rows
 
 

@@ -46,7 +46,7 @@ def cells(row, goals):
     number = f".{row.digits}f"
     return (row.title, f"{row.value:{number}}",
             f"{min(row.values):{number}} to {max(row.values):{number}}",
-            f"{row.ratio:.2f}" if row.ratio is not None and row.base != 0 else "",
+            f"{row.ratio:.2f}" if row.ratio is not None else "",
             "; ".join(f"{goal.text}: {MET[met]}" for goal, met in goals))
 
 

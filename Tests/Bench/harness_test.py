@@ -35,7 +35,7 @@ class Trips(unittest.TestCase):
 
 
 class Goals(unittest.TestCase):
-    def row(self, title, value, base=None):
+    def row(self, title, value, base=()):
         return Row("m", title, "q", 1, False, [value], base)
 
     def test_verdicts(self):
@@ -46,16 +46,23 @@ class Goals(unittest.TestCase):
             (Goal("m", "SSHSession", "q", 0.95, at_least=True), 9.4, False),
             (Goal("m", "SSHSession", "q", 0.95, at_least=True), 9.5, True),
             (Goal("m", "SSHSession", "q", 1, more=1), 11, True),
+            (Goal("m", "SSHSession", "q", 1, more=1), 11.1, False),
+            (Goal("m", "SSHSession", "q", 20, of=""), 20, True),
             (Goal("m", "SSHSession", "q", 20, of=""), 21, False),
             (Goal("m", "SSHSession", "q", 1, of=EVERY_PEER), 12, True),
             (Goal("m", "SSHSession", "q", 1, of=EVERY_PEER), 13, False),
         )
         for goal, value, expected in cases:
             with self.subTest(goal.text, value=value):
-                row = self.row("SSHSession", value, 10)
+                row = self.row("SSHSession", value, [10])
                 self.assertIs(is_met(goal, row, [row, *others]), expected)
         alone = self.row("SSHSession", 1)
         self.assertIsNone(is_met(Goal("m", "SSHSession", "q", 1), alone, [alone]))
+
+    def test_each_round_is_compared_with_itself(self):
+        busy = Row("m", "SSHSession", "q", 1, False, [1, 9, 5], [1, 3, 5, 7])
+        self.assertEqual((busy.value, busy.ratio), (5, 1))
+        self.assertTrue(is_met(Goal("m", "SSHSession", "q", 1), busy, [busy]))
 
     def test_each_goal_is_of_something_that_is_measured(self):
         for measure in measures(False):
@@ -67,7 +74,7 @@ class Goals(unittest.TestCase):
                          and row.quantity.startswith(goal.quantity)]
                 self.assertTrue(found, goal)
                 if goal.of == BASE:
-                    self.assertIsNotNone(found[0].base, goal)
+                    self.assertTrue(found[0].base, goal)
         self.assertLessEqual({goal.measure for goal in GOALS},
                              {measure.name for measure in measures(False)})
 
