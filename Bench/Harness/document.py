@@ -13,8 +13,9 @@ costs nothing and what the programs do is all that shows.
 
 ![Bars for each peer](performance.svg)
 
-{summary} A goal is what the library shall reach; "of bare" is the part of what bare libssh2 took, or
-reached, in the same run.
+{summary}
+A goal is what the library shall reach; "of bare" is the part of what bare libssh2 took, or reached, in
+the same run.
 
 ## How it is measured
 

@@ -21,6 +21,7 @@ def machine():
         "cores": os.cpu_count(),
         "memory": f"{int(value_of('/proc/meminfo', 'MemTotal').split()[0]) / 2**20:.0f} GiB",
         "kernel": f"{platform.system()} {platform.release()}",
+        "load when it began": f"{os.getloadavg()[0]:.2f}",
         "system": value_of("/etc/os-release", "PRETTY_NAME"),
     }
 

@@ -144,7 +144,7 @@ def measures(is_full):
                      "thing that had to be sent for it; a channel has to be opened before."),
         sending("zeros", SIZE), sending("csv", slow),
         Measure("processor", "Processor time of a command, 50 ms away, 1 % of the packets lost",
-                (PROCESSOR, MEDIAN), tuple(Entry(peer, "processor", (15,)) for peer in BOTH),
+                (PROCESSOR, MEDIAN), tuple(Entry(peer, "processor", (20,)) for peer in BOTH),
                 link="lossy", note="A relay delays, and a packet filter in a network namespace loses."),
         Measure("trips", "Round trips", (CONNECTING, COMMAND),
                 tuple(Entry(peer, "spans", (3,), rounds=1) for peer in
