@@ -10,7 +10,6 @@
 #include <array>
 
 using SSHEngine::Connection;
-using SSHEngine::fail;
 
 namespace {
 

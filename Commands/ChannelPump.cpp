@@ -146,14 +146,13 @@ bool ChannelPump::beginOutputFlow() {
     mIsFlowing = mOutputFlow.has_value();
     if (!mIsFlowing)
         return true;
-    for (const SSHCommandStream stream : {Output, ErrorOutput}) {
+    const auto handBuffer = [this](SSHCommandStream stream) {
         const SSHPlatform::ByteBuffer begin(bufferOf(stream)->view());
         bufferOf(stream)->clear();
         keepForNotes(stream, begin.view());
-        if (!begin.empty() && !mOutputFlow->hand(stream, begin.view()))
-            return false;
-    }
-    return true;
+        return begin.empty() || mOutputFlow->hand(stream, begin.view());
+    };
+    return handBuffer(Output) && handBuffer(ErrorOutput);
 }
 
 // Takes what is not output, such as the server's own questions, so that it is not taken for lost

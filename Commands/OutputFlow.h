@@ -39,10 +39,10 @@ class OutputFlow {
 
   private:
     const SSHPlatform::ByteBuffer &held(SSHCommandStream stream) const {
-        return mHeld[static_cast<std::size_t>(stream)];
+        return mHeld.at(static_cast<std::size_t>(stream));
     }
     SSHPlatform::ByteBuffer &held(SSHCommandStream stream) {
-        return mHeld[static_cast<std::size_t>(stream)];
+        return mHeld.at(static_cast<std::size_t>(stream));
     }
     std::optional<std::size_t> call(SSHCommandStream stream, std::string_view piece);
     bool goOn();
