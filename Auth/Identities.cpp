@@ -68,10 +68,6 @@ struct Offer {
     Secret certificate = Secret::none();
 };
 
-bool isReadable(const std::string &path) {
-    return SSHPlatform::fileExists(path) && readKeyFile(path).bytes;
-}
-
 // The library has one code for all that goes wrong once the server has said that it knows the key,
 // and for a connection that ends meanwhile; only its message, in 1.10 as in 1.11, tells more.
 Outcome unverifiedOutcome(LIBSSH2_SESSION *session) {
@@ -293,9 +289,9 @@ std::optional<KeyFile> Identities::openedFile(const std::string &path) {
         return leaveOut(content.exposure);
     KeyFile file = {.path = path, .content = content.bytes, .description = *description};
     const std::string publicPath = path + ".pub";
-    if (isReadable(publicPath)) {
+    if (const KeyFileContent publicPart = readKeyFile(publicPath); publicPart.bytes) {
         file.publicPath = publicPath;
-        file.publicKey = publicKeyInLine(readKeyFile(publicPath).bytes.view());
+        file.publicKey = publicKeyInLine(publicPart.bytes.view());
     }
     if (description->publicKey)
         file.publicKey = description->publicKey;

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <optional>
 #include <system_error>
@@ -15,6 +16,7 @@ namespace SSHEngine {
 namespace {
 
 constexpr std::size_t largestKeyFile = 1UL << 20;
+constexpr std::size_t usualRoom = 1UL << 14; // also for a file that does not tell its size
 constexpr mode_t rightsOfOthers = 077;
 constexpr mode_t rights = 07777;
 
@@ -87,7 +89,7 @@ KeyFileContent readKeyFile(const std::string &path) {
         return content;
     content.exposure = exposureOf(status);
     content.mode = static_cast<unsigned>(status.st_mode & rights);
-    std::string bytes(largestKeyFile, '\0');
+    std::string bytes(std::max(static_cast<std::size_t>(status.st_size), usualRoom), '\0');
     if (const auto size = readAll(file.descriptor(), bytes))
         content.bytes = SSHPlatform::Secret::of({bytes.data(), *size});
     else
