@@ -1,6 +1,5 @@
 #include "Platform/TimerList.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace SSHPlatform {
@@ -23,29 +22,28 @@ std::shared_ptr<RepeatingTimer> TimerList::add(std::chrono::milliseconds interva
                                                std::function<void()> action) {
     const MutexLock lock(mMutex);
     const Id id = mNextId++;
-    mEntries[id] = {interval, Clock::now() + interval,
+    const Clock::time_point due = Clock::now() + interval;
+    mEntries[id] = {interval, due,
                     std::make_shared<const std::function<void()>>(std::move(action))};
+    mInTurn.emplace(due, id);
     return std::make_shared<Timer>(weak_from_this(), id);
 }
 
 TimerList::Action TimerList::takeDue() {
     const auto now = Clock::now();
     const MutexLock lock(mMutex);
-    const auto first =
-        std::min_element(mEntries.begin(), mEntries.end(),
-                         [](const auto &a, const auto &b) { return a.second.due < b.second.due; });
-    if (first == mEntries.end() || first->second.due > now)
+    if (mInTurn.empty() || mInTurn.begin()->first > now)
         return nullptr;
-    first->second.due = now + first->second.interval;
-    return first->second.action;
+    auto turn = mInTurn.extract(mInTurn.begin());
+    Entry &entry = mEntries.at(turn.value().second);
+    turn.value().first = entry.due = now + entry.interval;
+    mInTurn.insert(std::move(turn));
+    return entry.action;
 }
 
 TimerList::Clock::time_point TimerList::nextDue() const {
-    auto next = Clock::time_point::max();
     const MutexLock lock(mMutex);
-    for (const auto &[id, entry] : mEntries)
-        next = std::min(next, entry.due);
-    return next;
+    return mInTurn.empty() ? Clock::time_point::max() : mInTurn.begin()->first;
 }
 
 // The action may hold the last reference to something that uses this list: it goes after the lock.
@@ -53,6 +51,8 @@ void TimerList::remove(Id id) {
     decltype(mEntries)::node_type removed;
     const MutexLock lock(mMutex);
     removed = mEntries.extract(id);
+    if (removed)
+        mInTurn.erase({removed.mapped().due, id});
 }
 
 } // namespace SSHPlatform

@@ -10,6 +10,8 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <set>
+#include <utility>
 
 namespace SSHPlatform {
 
@@ -43,6 +45,8 @@ class TimerList : public std::enable_shared_from_this<TimerList> {
     mutable Mutex mMutex;
     Id mNextId SSHSESSION_GUARDED_BY(mMutex) = 0;
     std::map<Id, Entry> mEntries SSHSESSION_GUARDED_BY(mMutex);
+    // All of them, the next one first.
+    std::set<std::pair<Clock::time_point, Id>> mInTurn SSHSESSION_GUARDED_BY(mMutex);
 };
 
 } // namespace SSHPlatform
