@@ -22,7 +22,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <memory>
 #include <set>
+#include <utility>
 #include <vector>
 
 namespace SSHEngine {
@@ -41,6 +43,16 @@ enum class Outcome {
     CannotRead, // nothing was sent
     Ended,      // the connection
 };
+
+} // namespace
+
+struct EarlyTrial {
+    std::string path; // of the key
+    Outcome outcome = Outcome::Ended;
+    int code = 0;
+};
+
+namespace {
 
 struct AgentIdentity {
     libssh2_agent_publickey *handle = nullptr; // the agent's handle owns it
@@ -67,6 +79,10 @@ struct Offer {
     std::optional<PublicKey> publicKey = std::nullopt;
     Secret certificate = Secret::none();
 };
+
+std::string certificatePath(const std::string &path) {
+    return path + "-cert.pub";
+}
 
 // The library has one code for all that goes wrong once the server has said that it knows the key,
 // and for a connection that ends meanwhile; only its message, in 1.10 as in 1.11, tells more.
@@ -123,6 +139,7 @@ class Identities {
           mUser(requiredUser(mEngine, "-[SSHSession_libssh2 _authenticateWithPublicKey:]")) {}
 
     bool tryAll();
+    bool tryEarly(const std::string &path);
     const KeyTranscript &transcript() const { return mTranscript; }
 
   private:
@@ -147,6 +164,7 @@ class Identities {
 
     Outcome probe(const PublicKey &key);
     Outcome sign(const KeyFile &file, const Offer &offer);
+    Outcome signNow(const KeyFile &file, const Offer &offer);
     Outcome outcomeOf(const std::function<int(LIBSSH2_SESSION *)> &trial);
     void conclude(Outcome outcome);
     void lookForMore();
@@ -175,6 +193,28 @@ bool Identities::tryAll() {
         return true;
     });
     return mIsAccepted;
+}
+
+// What the server shows meanwhile is told before the attempt, as it is where it comes with the
+// methods.
+bool Identities::tryEarly(const std::string &path) {
+    const KeyFileContent content = readKeyFile(path);
+    const std::optional<PrivateKey> description = privateKeyIn(content.bytes.view());
+    if (!description || description->isEncrypted || !content.exposure.empty() ||
+        !description->publicKey || isOnToken(*description->publicKey) ||
+        SSHPlatform::fileExists(certificatePath(path)))
+        return false;
+    const KeyFile file = {.path = path, .content = content.bytes, .description = *description};
+    const Offer offer = {.path = std::nullopt, .publicKey = description->publicKey};
+    const Outcome outcome = signNow(file, offer);
+    if (outcome == Outcome::Accepted) {
+        mEngine._tellNews(mConnection);
+        noteTrial(file, offer, outcome);
+    } else if (outcome != Outcome::CannotRead) {
+        mConnection.logIn.earlyTrial =
+            std::make_shared<EarlyTrial>(EarlyTrial{path, outcome, mCode});
+    }
+    return outcome == Outcome::Accepted;
 }
 
 void Identities::findAgent() {
@@ -305,7 +345,7 @@ std::optional<KeyFile> Identities::openedFile(const std::string &path) {
 }
 
 std::optional<Offer> Identities::certificateOf(const KeyFile &file) {
-    const std::string path = file.path + "-cert.pub";
+    const std::string path = certificatePath(file.path);
     if (!SSHPlatform::fileExists(path))
         return std::nullopt;
     const KeyFileContent content = readKeyFile(path);
@@ -435,9 +475,17 @@ Outcome Identities::probe(const PublicKey &key) {
     return isWanted ? Outcome::CannotSign : outcome;
 }
 
+Outcome Identities::sign(const KeyFile &file, const Offer &offer) {
+    const auto early = std::exchange(mConnection.logIn.earlyTrial, nullptr);
+    if (!early || early->path != file.path || offer.certificate)
+        return signNow(file, offer);
+    mCode = early->code;
+    return early->outcome;
+}
+
 // With the public key that the library derives, rather than with a file's, a key that cannot be
 // read shows before anything is sent.
-Outcome Identities::sign(const KeyFile &file, const Offer &offer) {
+Outcome Identities::signNow(const KeyFile &file, const Offer &offer) {
     return outcomeOf([&](LIBSSH2_SESSION *session) {
         const std::string_view certificate = offer.certificate.view();
         const std::string_view key = file.content.view();
@@ -502,6 +550,21 @@ void Identities::lookForMore() {
 }
 
 } // namespace
+
+bool isLetInByGivenKey(Connection &connection) {
+    const SSHSession_libssh2 &engine = connection.engine;
+    const SSHSessionOptions &options = engine.options();
+    return options.triesKeysOfToday && options.watchesConnection && engine.user() &&
+           engine.keyFilePath() && !engine.password() && !engine.asksNobody &&
+           !std::getenv("SSH_AUTH_SOCK") && Identities(connection).tryEarly(*engine.keyFilePath());
+}
+
+bool hasOfferedKeys(const Connection &connection, const MethodList &list) {
+    const auto &early = connection.logIn.earlyTrial;
+    if (!early || !list.names)
+        return early && libssh2_userauth_authenticated(connection.session()) == 0;
+    return early->outcome == Outcome::Signed && list.names->find("publickey") == std::string::npos;
+}
 
 bool authenticateWithIdentities(Connection &connection, SSHErrorRef *error) {
     Identities identities(connection);

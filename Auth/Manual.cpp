@@ -2,6 +2,7 @@
 #include "Session/SSHSession_libssh2.h"
 
 #include "Auth/Attempts.h"
+#include "Auth/Identities.h"
 #include "Auth/MethodList.h"
 #include "Auth/MethodTranscript.h"
 #include "Session/Connection.h"
@@ -127,12 +128,17 @@ SSHErrorCause causeOfLogIn(const SSHEngine::Connection &connection,
 } // namespace
 
 bool SSHSession_libssh2::_authenticateManually(Connection &connection, SSHErrorRef *error) {
+    if (SSHEngine::isLetInByGivenKey(connection))
+        return true;
     SSHEngine::MethodList offered;
     const bool asked = onSessionQueue(connection, error, [&](LIBSSH2_SESSION *session) {
         offered = SSHEngine::fetchMethodList(
             session,
             SSHEngine::requiredUser(*this, "-[SSHSession_libssh2 _authenticateManually:]"));
-        if (offered.names)
+        const bool isListed = offered.names.has_value();
+        if (SSHEngine::hasOfferedKeys(connection, offered))
+            offered.names = "publickey";
+        if (isListed)
             SSHEngine::noteMethods(connection, *offered.names);
         return true;
     });

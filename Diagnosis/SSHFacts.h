@@ -169,7 +169,7 @@ struct SSHFacts {
     SSHServerFacts server;
     SSHAlgorithms known; // the library's own, once the handshake has begun
     SSHHostKeyFacts hostKey;
-    std::vector<std::string> methods; // that the server offered first
+    std::vector<std::string> methods; // that the server offered first; empty: it was not asked
     std::vector<SSHAttempt> attempts;
     std::string banner;
     std::optional<SSHDisconnectFacts> disconnect;

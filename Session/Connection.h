@@ -38,6 +38,7 @@ class SSHSession_libssh2;
 namespace SSHEngine {
 
 class Conversation;
+struct EarlyTrial;
 
 // Why a connection was shut down before its time. What the server or the network does to it is none
 // of these: that shows in the library's calls.
@@ -78,6 +79,8 @@ struct LogIn {
     std::size_t attemptsBefore = 0;       // how many were noted by then
     Conversation *conversation = nullptr; // while the server may ask questions
     bool isPasswordSent = false;          // the one that was given, by the method of that name
+    // Of the given key, which has not had its turn yet; null where there was none.
+    std::shared_ptr<const EarlyTrial> earlyTrial;
 };
 
 class Connection {

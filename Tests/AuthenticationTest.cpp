@@ -1,5 +1,6 @@
 // Who the user is, for sessions that choose today's practice: keys, several factors, questions.
 #include "Tests/Support/ScriptedServer.h"
+#include "Tests/Support/Wrapped.h"
 
 #include <SSHSession/Base64.h>
 
@@ -21,7 +22,7 @@ const std::string wrong = "Failed. The password does not open the key file.\n";
 
 class KeysTest : public SessionTest {
   protected:
-    KeysTest() { options.triesKeysOfToday = true; }
+    KeysTest() { options.triesKeysOfToday = options.watchesConnection = true; }
 
     std::string path(const std::string &name) { return home.directory.path(".ssh/" + name); }
 
@@ -248,6 +249,24 @@ TEST_F(KeysTest, TheAgentComesBetweenTheGivenKeyAndTheStandardOnes) {
     EXPECT_EQ(error->localizedFailureReason(), "SSH could not authenticate using ssh-agent.\nThe "
                                                "agent holds 8 more identities, which were" +
                                                    leftOut);
+}
+
+// At once, so that the question for the methods is saved where it lets the user in; and not again
+// in its turn where it does not.
+TEST_F(KeysTest, TheGivenKeyIsTriedOnceBeforeTheMethodsAreAsked) {
+    serverWith("");
+    make("given", {"-t", "ed25519"});
+    for (const bool isKnown : {false, true}) {
+        if (isKnown)
+            mServer->authorize(path("given"));
+        wrapped().inject({});
+        EXPECT_EQ(start(path("given")), isKnown ? "" : trying("given") + "Failed.\n");
+        EXPECT_EQ(wrapped().calls()["libssh2_userauth_list"], isKnown ? 0 : 1);
+    }
+    const std::string said = mServer->log();
+    const auto refusal = said.find("Failed publickey for ");
+    EXPECT_NE(refusal, std::string::npos);
+    EXPECT_EQ(refusal, said.rfind("Failed publickey for ")) << said;
 }
 
 TEST_F(KeysTest, TwoKeysAsTwoFactors) {
