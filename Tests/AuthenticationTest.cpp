@@ -292,18 +292,25 @@ TEST_F(KeysTest, AKeyAndAPasswordAsTwoFactors) {
     }));
     require({"chpasswd"}, name + ":sesame\n");
     options = SSHSessionOptions::recommended();
-    options.watchesConnection = false;
     for (const std::string second : {"password", "keyboard-interactive"}) {
         serverWith("UsePAM yes\nPasswordAuthentication yes\nKbdInteractiveAuthentication yes\n"
                    "MaxAuthTries 6\nAuthenticationMethods publickey," +
                    second +
                    "\nAuthorizedKeysCommandUser root\nAuthorizedKeysCommand /usr/bin/cat " +
                    path("given.pub") + "\n");
-        for (const std::string password : {"sesame", "wrong"}) {
-            const auto session = makeSession(mServer->port(), password, path("given"), name);
-            user->answers = {AlertAnswer::SecondButton};
+        for (const std::string password : {"sesame", "wrong", "typed"}) {
+            const bool isTyped = password == "typed"; // so that the key comes before all else
+            options.watchesConnection = isTyped;
+            const auto session =
+                makeSession(mServer->port(), isTyped ? std::nullopt : std::optional(password),
+                            path("given"), name);
+            user->typed = "sesame";
+            user->answers = {isTyped ? AlertAnswer::FirstButton : AlertAnswer::SecondButton};
             error = nullptr;
-            EXPECT_EQ(session->start(&error), password == "sesame") << summary(error);
+            EXPECT_EQ(session->start(&error), password != "wrong") << summary(error);
+            const SSHFacts facts = session->facts();
+            EXPECT_EQ(facts.attempts.front().result, SSHAttemptResult::AcceptedInPart);
+            EXPECT_EQ(facts.methods, Lines{"publickey"});
             if (password == "wrong") {
                 ASSERT_THAT(*error->localizedFailureReason(),
                             HasSubstr("Authenticated by public key exchange as one factor. The "
