@@ -189,12 +189,12 @@ class Connections {
   public:
     explicit Connections(std::uint16_t port) {
         for (const auto &entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-            const int descriptor = std::atoi(entry.path().filename().c_str());
+            const int descriptor = std::stoi(entry.path().filename());
             sockaddr_in peer{};
             socklen_t size = sizeof peer;
             if (::getpeername(descriptor, reinterpret_cast<sockaddr *>(&peer), &size) == 0 &&
                 peer.sin_family == AF_INET && ntohs(peer.sin_port) == port)
-                mSilent.push_back({descriptor, sentOn(descriptor)});
+                mSilent.emplace_back(descriptor, sentOn(descriptor));
         }
     }
 
