@@ -27,6 +27,7 @@ constexpr std::chrono::milliseconds pumpWait(100);
 constexpr std::size_t pieceSize = 32UL * 1024;
 constexpr std::size_t partSize = 1024UL * 1024;
 constexpr std::size_t mostForNotes = 1024;
+constexpr std::size_t mostWhileHeld = 4UL * 1024 * 1024; // twice the window
 
 WaitFor blockedDirections(LIBSSH2_SESSION *session) {
     static_assert(LIBSSH2_SESSION_BLOCK_INBOUND == static_cast<unsigned>(WaitFor::Reading));
@@ -53,16 +54,14 @@ bool ChannelPump::step(SSHErrorRef *error) {
 }
 
 // A flow looks out for the server even where the library waits for nothing: it may be the host that
-// is waited for. One that takes nothing is asked again after a pause, whatever the server says.
+// is waited for. That is not for the server to answer for.
 bool ChannelPump::wait(SSHErrorRef *error) {
     const WaitFor blocked = blockedDirections(mConnection.session());
-    const bool flows = mOutputFlow || mInputFlow;
-    const bool isDeaf = mOutputFlow && mOutputFlow->isStuck() && mHasClosed;
+    const WaitFor directions = mOutputFlow || mInputFlow ? blocked | WaitFor::Reading : blocked;
     const int source = input.empty() && awaitsInput() ? mInputFlow->descriptor() : -1;
-    const WaitFor directions = isDeaf  ? WaitFor::Nothing
-                               : flows ? blocked | WaitFor::Reading
-                                       : blocked;
-    if (mConnection.watch.wait(directions, pumpWait, source) != -1)
+    const int ready = hearsNothing() ? mConnection.wait(WaitFor::Nothing, pumpWait)
+                                     : mConnection.watch.wait(directions, pumpWait, source);
+    if (ready != -1)
         return true;
     const int number = errno;
     return fail(error, [&] {
@@ -77,12 +76,14 @@ bool ChannelPump::wait(SSHErrorRef *error) {
 bool ChannelPump::read(SSHErrorRef *error) {
     bool outputContinues = false;
     bool errorOutputContinues = false;
+    if (mOutputFlow)
+        attend();
     if (!readOutput(&outputContinues, error) ||
         !readStream(ErrorOutput, &errorOutputContinues, error))
         return false;
     keepReading = (outputContinues || errorOutputContinues) &&
                   (libssh2_channel_eof(mChannel) == 0 || holdsOutput());
-    return true;
+    return !mLoss || holdsOutput() || queued() > 0 || fail(error, [this] { return mLoss; });
 }
 
 bool ChannelPump::readOutput(bool *continues, SSHErrorRef *error) {
@@ -100,14 +101,16 @@ bool ChannelPump::readStream(SSHCommandStream stream, bool *continues, SSHErrorR
     return succeeded;
 }
 
+// What has been fetched from the socket already.
 bool ChannelPump::readPart(SSHCommandStream stream, bool *continues, SSHErrorRef *error) {
     *continues = true;
     if (!mOutputFlow->handHeld(stream))
         return false;
     if (mOutputFlow->holds(stream)) {
         mMayWait = mMayWait && mOutputFlow->isStuck();
-        return attend(error);
+        return true;
     }
+    const Connection::Allowance nothing(mConnection, 0);
     std::size_t read = 0;
     bool goesOn = true;
     const auto takeSome = [&](std::string_view piece) {
@@ -155,15 +158,40 @@ bool ChannelPump::beginOutputFlow() {
     return handBuffer(Output) && handBuffer(ErrorOutput);
 }
 
-// Takes what is not output, such as the server's own questions, so that it is not taken for lost
-// while the host has no room. Widens no window.
-bool ChannelPump::attend(SSHErrorRef *error) {
+// Fetches what the server has sent, and answers what it asks; no window grows by that. Of a channel
+// that the server has closed, and of a connection that has ended, everything is here: the library
+// would go on to the end of the connection, and then give nothing of it. While the sink has no
+// room, not even small packets make much of little output.
+void ChannelPump::attend() {
+    if (mHasClosed || mLoss)
+        return;
+    if (!holdsOutput())
+        mAllowed = mostWhileHeld;
+    const std::size_t before = queued();
+    const Connection::Allowance allowance(mConnection, mAllowed);
     int code = libssh2_channel_wait_eof(mChannel);
     if (code == 0)
         code = libssh2_channel_wait_closed(mChannel);
+    mAllowed = allowance.left();
     mHasClosed = code == 0;
-    return code == 0 || code == LIBSSH2_ERROR_EAGAIN ||
-           failToRead(mConnection, Output, code, error);
+    if (queued() > before)
+        mConnection.noteProgress();
+    if (code != 0 && code != LIBSSH2_ERROR_EAGAIN)
+        failToRead(mConnection, Output, code, &mLoss);
+    else if (mAllowed == 0 && !holdsOutput())
+        doNotWait();
+}
+
+// Bytes that the library has for the sink.
+std::size_t ChannelPump::queued() const {
+    unsigned long available = 0;
+    libssh2_channel_window_read_ex(mChannel, &available, nullptr);
+    return available;
+}
+
+// Whether it makes no difference what the server says.
+bool ChannelPump::hearsNothing() const {
+    return holdsOutput() && (mHasClosed || mLoss || mAllowed == 0);
 }
 
 void ChannelPump::queueInput(std::shared_ptr<const void> owner, std::string_view bytes) {
@@ -177,6 +205,8 @@ void ChannelPump::beginInputFlow(int descriptor, SSHInputSource source) {
 }
 
 bool ChannelPump::write(SSHErrorRef *error) {
+    if (mHasClosed || mLoss)
+        return true;
     return mInputFlow ? writeFlow(error)
                       : SSHSession_libssh2::_writeToChannel(mConnection, mChannel, input,
                                                             &keepWriting, error);
@@ -186,6 +216,9 @@ bool ChannelPump::write(SSHErrorRef *error) {
 bool ChannelPump::writeFlow(SSHErrorRef *error) {
     ssize_t result = 0;
     std::size_t written = 0;
+    std::optional<Connection::Allowance> nothing;
+    if (mOutputFlow)
+        nothing.emplace(mConnection, 0);
     do {
         if (!refill(error))
             return false;

@@ -71,7 +71,9 @@ class ChannelPump {
     bool readPart(SSHCommandStream stream, bool *continues, SSHErrorRef *error);
     bool take(SSHCommandStream stream, std::string_view piece);
     void keepForNotes(SSHCommandStream stream, std::string_view piece) const;
-    bool attend(SSHErrorRef *error);
+    void attend();
+    std::size_t queued() const;
+    bool hearsNothing() const;
     const std::shared_ptr<SSHPlatform::ByteBuffer> &bufferOf(SSHCommandStream stream) const {
         return stream == SSHCommandStream::Output ? output : errorOutput;
     }
@@ -86,7 +88,9 @@ class ChannelPump {
     std::optional<OutputFlow> mOutputFlow;
     std::vector<char> mPiece; // where there is a sink
     bool mIsFlowing = false;
-    bool mHasClosed = false; // the server, as far as is known while output is held
+    bool mHasClosed = false;  // the server, of what flows out
+    SSHErrorRef mLoss;        // of the connection, which is told once the sink has everything
+    std::size_t mAllowed = 0; // of the socket's bytes, while output is held
     std::optional<InputFlow> mInputFlow;
     std::size_t mFlowed = 0;
 };

@@ -46,10 +46,12 @@ void CommandNotes::hasStarted() {
 
 // What it says of itself is no output of the command's.
 void CommandNotes::sudoHasAccepted(const ChannelPump &pump) {
+    const std::size_t outputSize = pump.output->size();
     const std::string_view begin = pump.output->view().substr(0, mostBytes);
     mIsBeginOver = begin.size() == mostBytes;
     mNotes.note([&](SSHFacts &facts) {
         facts.command.waitsForSudo = false;
+        facts.command.outputBytes = outputSize + pump.errorOutput->size();
         facts.command.outputBegin = begin;
     });
 }

@@ -77,9 +77,11 @@ struct SSHCommandFacts {
     bool hasAdminPassword = false; // so that it runs through sudo
     bool hasInput = false;         // some was given
     bool isRunning = false;
-    bool hasStarted = false;     // the server has taken the request
-    bool waitsForSudo = false;   // sudo has not accepted yet
-    std::size_t outputBytes = 0; // of standard output and standard error, that have arrived
+    bool hasStarted = false;   // the server has taken the request
+    bool waitsForSudo = false; // sudo has not accepted yet
+    // Of standard output and standard error, that have arrived; once sudo has accepted, without
+    // what came before.
+    std::size_t outputBytes = 0;
     // Handed to the connection, and in all; the latter is 0 where it is not known before its end.
     std::size_t inputBytes = 0, inputSize = 0;
     bool isHeldUp = false; // at this moment, by the host's own sink or source

@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 
@@ -200,6 +201,9 @@ void Connection::sendAllUnsent() {
 }
 
 ssize_t Connection::receiveFromServer(void *bytes, std::size_t count, int flags) {
+    count = std::min(count, mReceivable);
+    if (count == 0)
+        return -EAGAIN;
     const ssize_t received = receiveSome(mSocket, bytes, count, flags);
     const std::chrono::milliseconds time = patience();
     if (received != -EAGAIN || time.count() == 0 || wait(WaitFor::Reading, time) <= 0)
@@ -213,6 +217,8 @@ ssize_t Connection::received(const void *bytes, ssize_t count) {
             noteFailure(static_cast<int>(-count));
         return count;
     }
+    if (mReceivable != unlimited)
+        mReceivable -= static_cast<std::size_t>(count);
     watch.noteSign();
     if (mHello)
         hear({static_cast<const char *>(bytes), static_cast<std::size_t>(count)});

@@ -27,6 +27,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstddef>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <string>
@@ -204,6 +205,22 @@ class Connection {
         Connection &mConnection;
     };
 
+    // While an object of this kind lives, the library gets no more than so many bytes from the
+    // socket; then it finds nothing there. One at a time. Session queue only.
+    class Allowance {
+      public:
+        Allowance(Connection &connection, std::size_t bytes) : mConnection(connection) {
+            mConnection.mReceivable = bytes;
+        }
+        ~Allowance() { mConnection.mReceivable = unlimited; }
+        Allowance(const Allowance &) = delete;
+        Allowance &operator=(const Allowance &) = delete;
+        std::size_t left() const { return mConnection.mReceivable; }
+
+      private:
+        Connection &mConnection;
+    };
+
     // While an object of this kind lives, it is the host, not the server, that keeps a command from
     // going on. Session queue only.
     class HeldUp {
@@ -253,6 +270,8 @@ class Connection {
     SSHPlatform::ByteBuffer mUnsent;
     int mSendFailure = 0; // errno of a send that failed for good
     bool mReadsArePatient = false;
+    static constexpr std::size_t unlimited = std::numeric_limits<std::size_t>::max();
+    std::size_t mReceivable = unlimited;
     std::size_t mUselessBytes = 0; // since the last progress
     std::atomic<std::chrono::steady_clock::time_point> mLastProgress{};
     std::atomic<int> mHolds = 0;

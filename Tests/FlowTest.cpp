@@ -192,7 +192,8 @@ TEST_F(FlowTest, ASinkEndsTheRun) {
 
 using PausedFlowTest = ScriptedServerTest;
 
-// What the server asks meanwhile is answered, and no limit on its silence counts the pause.
+// What the server asks meanwhile is answered, and no limit on its silence counts the pause. All
+// that it said before it hung up is heard.
 TEST_F(PausedFlowTest, ASinkThatHasNoRoomHoldsUpNothingElse) {
     options.silenceTimeout = milliseconds(300);
     const auto session = sessionAs("password", "sesame");
@@ -204,7 +205,8 @@ TEST_F(PausedFlowTest, ASinkThatHasNoRoomHoldsUpNothingElse) {
     };
     bool isAnswered = false;
     std::string heard;
-    const auto command = makeCommand("out a; err b; wait 0.4; ask; status 7; eof; close");
+    const auto command = makeCommand("out a; err b; wait 0.4; ask; "
+                                     "status 7; eof; close; wait 0.1; disconnect 11");
     command->setOutputSink([&](auto, std::string_view piece) -> std::optional<std::size_t> {
         std::this_thread::sleep_for(milliseconds(20));
         EXPECT_TRUE(session->facts().command.isHeldUp);

@@ -2,18 +2,34 @@
 
 #include "Output.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <utility>
 
-Handover::Target::Target(int number, bool isRaw)
-    : descriptor(number), isTerminal(::isatty(number) != 0),
-      isFiltered(isTerminal && !isRaw) {}
+namespace {
 
-Handover::Handover(bool isRaw)
-    : mTargets{{Target(STDOUT_FILENO, isRaw), Target(STDERR_FILENO, isRaw)}} {}
+// A terminal that can be written to may have room for a few bytes alone. On a descriptor of its own
+// whoever shares the stream does not come to know that this one does not wait for more.
+int terminalOf(int descriptor) {
+    const char *const name = ::ttyname(descriptor);
+    return name ? ::open(name, O_WRONLY | O_NOCTTY | O_NONBLOCK | O_CLOEXEC) : -1;
+}
+
+} // namespace
+
+Handover::Target::Target(int number, bool isRaw)
+    : isTerminal(::isatty(number) != 0), ownDescriptor(isTerminal ? terminalOf(number) : -1),
+      descriptor(ownDescriptor == -1 ? number : ownDescriptor), isFiltered(isTerminal && !isRaw) {}
+
+Handover::Target::~Target() {
+    if (ownDescriptor != -1)
+        ::close(ownDescriptor);
+}
+
+Handover::Handover(bool isRaw) : mTargets{{{STDOUT_FILENO, isRaw}, {STDERR_FILENO, isRaw}}} {}
 
 // A piece counts as taken once all that stands for it has been written. Until then it comes again.
 std::optional<std::size_t> Handover::take(SSHCommandStream stream, std::string_view piece) {
@@ -43,12 +59,8 @@ bool Handover::Target::flush() {
 }
 
 void Handover::finish() {
-    const auto require = [](const Target &target, void (*requireWritten)(int)) {
-        if (target.failure != EPIPE)
-            requireWritten(target.failure);
-    };
-    require(mTargets.front(), requireOutput);
-    require(mTargets.back(), requireErrorOutput);
+    requireOutput(mTargets.front().failure);
+    requireErrorOutput(mTargets.back().failure);
     writeOutput(mTargets.front().text.rest());
     writeErrorOutput(mTargets.back().text.rest());
 }

@@ -19,8 +19,7 @@ class Handover {
     // For SSHCommand::setOutputSink. Nothing once a stream takes no more.
     std::optional<std::size_t> take(SSHCommandStream stream, std::string_view piece);
 
-    // To be called in the end. Throws Failure when a stream did not take everything, except for
-    // want of a reader.
+    // To be called in the end. Throws Failure when a stream did not take everything.
     void finish();
 
     // Whether whoever reads the outputs has gone away.
@@ -30,10 +29,14 @@ class Handover {
     struct Target {
         Target(int number, bool isRaw);
 
+        Target(const Target &) = delete;
+        Target &operator=(const Target &) = delete;
+        ~Target();
         bool flush();
 
-        const int descriptor;
         const bool isTerminal;
+        const int ownDescriptor; // of the terminal, which never blocks; -1 for none
+        const int descriptor;
         const bool isFiltered;
         TerminalText text;
         // What is to be written, and for how much of a piece it stands.

@@ -96,6 +96,11 @@ bool isFile(int descriptor) {
     return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode);
 }
 
+bool hasRoom(int descriptor) {
+    pollfd writable = {descriptor, POLLOUT, 0};
+    return ::poll(&writable, 1, 0) != 0;
+}
+
 ssize_t writeSome(int descriptor, std::string_view bytes) {
     constexpr int patience = 200; // milliseconds
     // A pipe that can be written to at all takes this much without waiting for more room.

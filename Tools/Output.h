@@ -20,6 +20,9 @@ void requireErrorOutput(int number);
 // Whether it is a regular file, which always has room or fails.
 bool isFile(int descriptor);
 
+// Whether a line can be written to the stream without waiting, or fails at once.
+bool hasRoom(int descriptor);
+
 // Writes what a stream has room for now or within a moment, as much as takes no longer than that.
 // Answers how much, or a negative errno value.
 ssize_t writeSome(int descriptor, std::string_view bytes);

@@ -107,6 +107,9 @@ bool isWatchedByAPerson(const Options &options) {
     return !options.asJson && ::isatty(STDERR_FILENO) != 0;
 }
 
+using SignalHandler = void (*)(int);
+SignalHandler brokenPipeHandler = SIG_DFL; // as the program's caller left it
+
 // As programs do that do not look: silently, and so that a shell sees it.
 int dieOfBrokenPipe() {
     std::signal(SIGPIPE, SIG_DFL);
@@ -149,7 +152,9 @@ int runCommand(const Options &options) {
     waiting.reset();
     const Outcome outcome = {*command, facts, SSHFindings(facts)};
     interruption.reset(); // whoever reads the output may never come to it: signals end that wait
-    if (handover.hasLostReader())
+    if (!hasRoom(STDERR_FILENO)) // for a last word, which whoever has cancelled would wait for
+        Interruption::takeEffect();
+    if (handover.hasLostReader() && brokenPipeHandler != SIG_IGN)
         return dieOfBrokenPipe();
     handover.finish();
     const int status =
@@ -166,7 +171,8 @@ int print(const Notice &notice) {
 } // namespace
 
 int runProgram(const std::vector<std::string> &arguments) noexcept {
-    std::signal(SIGPIPE, SIG_IGN); // a reader that went away is an error like any other
+    brokenPipeHandler =
+        std::signal(SIGPIPE, SIG_IGN); // a reader that went away is an error like any other
     reserveStandardStreams();
     try {
         const auto wanted = parseOptions(arguments);

@@ -68,7 +68,7 @@ void Waiting::look() {
     if (facts.stage == SSHSessionStage::Execute && mShowsProgress)
         showProgress(facts.command);
     // Output shows that the command is at work, and when it pauses.
-    if (facts.command.outputBytes == 0)
+    if (facts.command.outputBytes == 0 || facts.command.waitsForSudo)
         tellSilence(facts);
 }
 
