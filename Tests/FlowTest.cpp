@@ -204,20 +204,21 @@ TEST_F(PausedFlowTest, ASinkThatHasNoRoomHoldsUpNothingElse) {
         return std::chrono::steady_clock::now() - begin < time;
     };
     bool isAnswered = false;
-    std::string heard;
+    std::array<std::string, 2> heard;
     const auto command = makeCommand("out a; err b; wait 0.4; ask; "
                                      "status 7; eof; close; wait 0.1; disconnect 11");
-    command->setOutputSink([&](auto, std::string_view piece) -> std::optional<std::size_t> {
+    command->setOutputSink([&](SSHCommandStream stream,
+                               std::string_view piece) -> std::optional<std::size_t> {
         std::this_thread::sleep_for(milliseconds(20));
         EXPECT_TRUE(session->facts().command.isHeldUp);
         isAnswered = isAnswered || scripted.received() == Lines{"done"};
         if (!isAnswered || lasts(milliseconds(900)))
             return lasts(std::chrono::seconds(20)) ? std::optional<std::size_t>(0) : std::nullopt;
-        heard += piece;
+        heard.at(static_cast<std::size_t>(stream)) += piece;
         return piece.size();
     });
     EXPECT_TRUE(session->execute(command, &error)) << summary(error);
-    EXPECT_EQ(heard, "ab");
+    EXPECT_THAT(heard, testing::ElementsAre("a", "b"));
     EXPECT_EQ(std::pair(command->exitStatus(), command->isClosedInOrder()), std::pair(7, true));
 }
 
