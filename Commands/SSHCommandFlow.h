@@ -17,10 +17,10 @@ enum class SSHCommandStream { Output, ErrorOutput };
 
 // Takes output as write(2) does: answers how many bytes of the piece it has taken, from its front.
 // What it has left comes again with the next call for that stream; until then no more of either
-// stream is taken from the server than its window lets in (2 MiB). A sink that has no room waits for
-// some itself, a fraction of a second at most, and then answers 0: between two calls the command
-// attends to its connection, to its input and to `cancel`. Nothing ends the run as `cancel` does.
-// Where the connection ends meanwhile, the sink is given what has come before that is told.
+// stream is taken from the server than its window lets in (2 MiB). A sink that has no room waits
+// for some itself, a fraction of a second at most, and then answers 0: between two calls the
+// command attends to its connection, to its input and to `cancel`. Nothing ends the run as `cancel`
+// does. Where the connection ends meanwhile, the sink is given what has come before that is told.
 //
 // Pieces are never empty. Those of one stream come in their order. Between the two streams the
 // order is that of arrival, as far as the pieces did not arrive together; those that did come

@@ -103,7 +103,7 @@ struct SSHSessionOptions {
     std::chrono::milliseconds logInTimeout{0};
     // For one command, from its turn to its end. It may go on at the server.
     std::chrono::milliseconds commandTimeout{0};
-    // For a command that sends and takes nothing, while no sink or source of the host's holds it up.
-    // An input's descriptor that gives nothing does not count as that.
+    // For a command that sends and takes nothing, while no sink or source of the host's holds it
+    // up. An input's descriptor that gives nothing does not count as that.
     std::chrono::milliseconds silenceTimeout{0};
 };
