@@ -106,6 +106,7 @@ class CommandRun {
     LIBSSH2_CHANNEL *const mChannel;
     ChannelPump mPump;
     bool mIsInputQueued = false;
+    std::size_t mInputSize = 0; // of what has been queued
     bool mHasInput = false;     // whether the record has any, as found at the start
     bool mFlowsIn = false;      // and not as a whole
     bool mIsInputEnded = false; // once and for all
@@ -154,8 +155,7 @@ bool CommandRun::step(SSHErrorRef *error) {
 std::size_t CommandRun::inputBytes() const {
     if (mFlowsIn)
         return mPump.flowed();
-    const std::size_t size = bytesOf(mCommand.stdinData()).size();
-    return mIsInputQueued ? size - std::min(mPump.input.size(), size) : 0;
+    return mInputSize - std::min(mPump.input.size(), mInputSize);
 }
 
 bool CommandRun::converseWithSudo(SSHErrorRef *error) {
@@ -214,6 +214,7 @@ void CommandRun::beginInput() {
     if (mFlowsIn)
         return mPump.beginInputFlow(mCommand.stdinDescriptor(), mCommand.stdinSource());
     const SSHDataRef data = mCommand.stdinData();
+    mInputSize = bytesOf(data).size();
     mPump.queueInput(data, bytesOf(data));
 }
 

@@ -23,6 +23,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 using SSHStringRef = std::shared_ptr<const std::string>;
 using SSHDataRef = SSHPlatform::ByteBufferRef;
@@ -35,8 +36,8 @@ class SSHSESSION_EXPORT SSHCommand {
     ~SSHCommand();
 
     // The command line for the user's login shell on the server, in UTF-8.
-    SSHStringRef command() const noexcept;
-    void setCommand(SSHStringRef value) noexcept;
+    SSHStringRef command() const noexcept { return mCommand.get(); }
+    void setCommand(SSHStringRef value) noexcept { mCommand.set(std::move(value)); }
     void setCommand(std::string_view value) noexcept;
     void setCommand(std::nullptr_t) noexcept { setCommand(SSHStringRef()); }
 
@@ -47,8 +48,8 @@ class SSHSESSION_EXPORT SSHCommand {
     // quoted. A plain text is copied into memory that is wiped when the last reference to it goes;
     // a reference is what its maker made it: hand over SSHPlatform::Secret's `shared` to have it
     // wiped.
-    SSHStringRef adminPassword() const noexcept;
-    void setAdminPassword(SSHStringRef value) noexcept;
+    SSHStringRef adminPassword() const noexcept { return mAdminPassword.get(); }
+    void setAdminPassword(SSHStringRef value) noexcept { mAdminPassword.set(std::move(value)); }
     void setAdminPassword(std::string_view value) noexcept;
     void setAdminPassword(std::nullptr_t) noexcept { setAdminPassword(SSHStringRef()); }
 
@@ -57,8 +58,8 @@ class SSHSESSION_EXPORT SSHCommand {
     // While the command runs on, end-of-file is sent repeatedly, which OpenSSH takes; a stricter
     // server may end the connection. A plain text is copied into a buffer that is wiped in the end;
     // one that is handed over is not copied, and wiped when it was made with Contents::Secret.
-    SSHDataRef stdinData() const noexcept;
-    void setStdinData(SSHDataRef value) noexcept;
+    SSHDataRef stdinData() const noexcept { return mStdinData.get(); }
+    void setStdinData(SSHDataRef value) noexcept { mStdinData.set(std::move(value)); }
     void setStdinData(std::string_view value) noexcept;
     void setStdinData(std::nullptr_t) noexcept { setStdinData(SSHDataRef()); }
 
@@ -68,32 +69,32 @@ class SSHSESSION_EXPORT SSHCommand {
     // has something: it may be a blocking one, as long as nobody else reads from it. What was read
     // may be more than the command has taken. Not closed; leave it open until `execute` has
     // returned. A descriptor that cannot be read fails the execution.
-    int stdinDescriptor() const noexcept;
-    void setStdinDescriptor(int value) noexcept;
+    int stdinDescriptor() const noexcept { return mStdinDescriptor.get(); }
+    void setStdinDescriptor(int value) noexcept { mStdinDescriptor.set(value); }
 
     // A function of the host's own in place of both; none when empty.
-    SSHInputSource stdinSource() const noexcept;
-    void setStdinSource(SSHInputSource value) noexcept;
+    SSHInputSource stdinSource() const noexcept { return mStdinSource.get(); }
+    void setStdinSource(SSHInputSource value) noexcept { mStdinSource.set(std::move(value)); }
 
     // Takes the outputs as they come, when not empty. `stdoutData` and `stderrData` are empty then.
     // With `adminPassword` nothing reaches it before sudo has accepted. It has taken everything
     // when `execute` answers true, and perhaps something when that fails.
-    SSHOutputSink outputSink() const noexcept;
-    void setOutputSink(SSHOutputSink value) noexcept;
+    SSHOutputSink outputSink() const noexcept { return mOutputSink.get(); }
+    void setOutputSink(SSHOutputSink value) noexcept { mOutputSink.set(std::move(value)); }
 
     // Everything the command wrote to its standard output.
-    SSHDataRef stdoutData() const noexcept;
-    void setStdoutData(SSHDataRef value) noexcept;
+    SSHDataRef stdoutData() const noexcept { return mStdoutData.get(); }
+    void setStdoutData(SSHDataRef value) noexcept { mStdoutData.set(std::move(value)); }
 
     // Everything the command wrote to its standard error; with `adminPassword`, what arrived after
     // the last password prompt.
-    SSHDataRef stderrData() const noexcept;
-    void setStderrData(SSHDataRef value) noexcept;
+    SSHDataRef stderrData() const noexcept { return mStderrData.get(); }
+    void setStderrData(SSHDataRef value) noexcept { mStderrData.set(std::move(value)); }
 
     // The name of the signal that ended the command, without "SIG" (RFC 4254, section 6.10), or the
     // six characters "(null)" when the server reported none.
-    SSHStringRef exitSignal() const noexcept;
-    void setExitSignal(SSHStringRef value) noexcept;
+    SSHStringRef exitSignal() const noexcept { return mExitSignal.get(); }
+    void setExitSignal(SSHStringRef value) noexcept { mExitSignal.set(std::move(value)); }
 
     // Whether `exitSignal` names one.
     bool wasEndedBySignal() const noexcept;
@@ -101,27 +102,48 @@ class SSHSESSION_EXPORT SSHCommand {
     // The exit status that the server reported; 0 when it sent none, which has three reasons: a
     // signal ended the command (see `exitSignal`), the connection ended before the command did (see
     // `isClosedInOrder`), or the server never says.
-    std::int32_t exitStatus() const noexcept;
-    void setExitStatus(std::int32_t value) noexcept;
+    std::int32_t exitStatus() const noexcept { return mExitStatus.get(); }
+    void setExitStatus(std::int32_t value) noexcept { mExitStatus.set(value); }
 
     // Whether the server has closed the command's channel (RFC 4254, section 5.3), which it does
     // when the command has ended. False when the connection ended first: then the outputs may be
     // cut, the exit status may be missing, and the command may run on. `execute` answers true all
     // the same when both outputs had ended by then.
-    bool isClosedInOrder() const noexcept;
-    void setClosedInOrder(bool value) noexcept;
+    bool isClosedInOrder() const noexcept { return mIsClosedInOrder.get(); }
+    void setClosedInOrder(bool value) noexcept { mIsClosedInOrder.set(value); }
 
   private:
-    mutable SSHPlatform::Mutex mMutex;
-    SSHStringRef mCommand SSHSESSION_GUARDED_BY(mMutex);
-    SSHStringRef mAdminPassword SSHSESSION_GUARDED_BY(mMutex);
-    SSHDataRef mStdinData SSHSESSION_GUARDED_BY(mMutex);
-    int mStdinDescriptor SSHSESSION_GUARDED_BY(mMutex) = -1;
-    SSHInputSource mStdinSource SSHSESSION_GUARDED_BY(mMutex);
-    SSHOutputSink mOutputSink SSHSESSION_GUARDED_BY(mMutex);
-    SSHDataRef mStdoutData SSHSESSION_GUARDED_BY(mMutex);
-    SSHDataRef mStderrData SSHSESSION_GUARDED_BY(mMutex);
-    SSHStringRef mExitSignal SSHSESSION_GUARDED_BY(mMutex);
-    std::int32_t mExitStatus SSHSESSION_GUARDED_BY(mMutex) = 0;
-    bool mIsClosedInOrder SSHSESSION_GUARDED_BY(mMutex) = false;
+    // What it held before is released by the parameter, after the lock.
+    template <typename Value>
+    class Property {
+      public:
+        Property() = default;
+        explicit Property(Value value) : mValue(std::move(value)) {}
+
+        Value get() const noexcept {
+            const SSHPlatform::MutexLock lock(mMutex);
+            return mValue;
+        }
+
+        void set(Value value) noexcept {
+            const SSHPlatform::MutexLock lock(mMutex);
+            std::swap(mValue, value);
+        }
+
+      private:
+        mutable SSHPlatform::Mutex mMutex;
+        Value mValue SSHSESSION_GUARDED_BY(mMutex){};
+    };
+
+    Property<SSHStringRef> mCommand;
+    Property<SSHStringRef> mAdminPassword;
+    Property<SSHDataRef> mStdinData;
+    Property<int> mStdinDescriptor{-1};
+    Property<SSHInputSource> mStdinSource;
+    Property<SSHOutputSink> mOutputSink;
+    Property<SSHDataRef> mStdoutData;
+    Property<SSHDataRef> mStderrData;
+    Property<SSHStringRef> mExitSignal;
+    Property<std::int32_t> mExitStatus;
+    Property<bool> mIsClosedInOrder;
 };

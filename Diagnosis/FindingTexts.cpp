@@ -489,8 +489,7 @@ constexpr auto texts = std::to_array<FindingText>({
      "What the command should read on its standard input cannot be read on this computer: {why}. "
      "The command may have run on what came before.",
      "Look at what standard input was taken from: a file that can be read, or the output of "
-     "another "
-     "program. A directory, or a stream that is closed, is neither.",
+     "another program. A directory, or a stream that is closed, is neither.",
      "The command's input could not be read. Error: Is a directory (21)."},
     {CommandNotFound, "commandNotFound", "Command not found (exit status 127)",
      "The server's shell found no such command{status}.{said} Commands that come over SSH often "
