@@ -5,7 +5,8 @@ function(sshsession_publish)
     foreach(header IN LISTS ARGN)
         cmake_path(GET header FILENAME name)
         file(MAKE_DIRECTORY ${SSHSESSION_INCLUDE_DIR}/SSHSession)
-        file(CREATE_LINK ${CMAKE_CURRENT_SOURCE_DIR}/${header}
+        cmake_path(ABSOLUTE_PATH header) # one that is made stands in the build directory
+        file(CREATE_LINK ${header}
              ${SSHSESSION_INCLUDE_DIR}/SSHSession/${name} SYMBOLIC)
     endforeach()
 endfunction()

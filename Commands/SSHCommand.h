@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // One remote command: what to run, and what came of it.
 //
 // The host application makes a record, fills in `command` and, where wanted, `adminPassword` and

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // How a command's output and input flow while it runs, where they are not held in memory.
 //
 // The functions below are the host's own, and copied for each execution. They are called on the

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // One attempt to log in, as it went.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // What is known of a session's last `start` and of the commands since, for findings and reports: a
 // value that holds what the session saw, and what can be looked at on this computer. No secret is
 // in it. Texts of the server's, and of files, may hold anything: show them with

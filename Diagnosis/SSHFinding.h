@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // Why a session failed, and what to do: sentences for the user, from facts. Pure: nothing here asks
 // a server or opens a file. A finding is certain of what it says; where things look alike from
 // here, it names all of them and says where to look.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // What a session is waiting for, in words for the user. Pure.
 #pragma once
 

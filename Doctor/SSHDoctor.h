@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // Examines, step by step, why a session with these parameters does not work, or shows that it does:
 //
 //   SSHDoctor doctor("db.example.com", 22, "ada", password, {}, SSHSessionOptions::recommended());

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // Modal questions to the user, as values, and the toolkit that shows them.
 //
 // A toolkit is made known by one class with one function, which shows a question and answers which

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // Bytes as text in which every byte can be told.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // A growable run of bytes.
 //
 // Appending never copies what is already there when the allocator can grow in place, and

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // The host application's main thread and event loop, as far as a session needs them.
 //
 // Modal questions are asked on the main thread, and a connected session's keepalive timer fires

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // Mutexes whose use clang checks at compile time (its -Wthread-safety, which this project's own
 // build turns on): data says which mutex guards it, a function which mutexes it wants held or not
 // held, and what contradicts that does not compile. Other compilers see nothing of it.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // What a process installs once, at start-up, before it makes its first session.
 //
 // Without an installed main loop the built-in RunLoop serves. Without an installed presenter there

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // Texts of others, made harmless to show.
 #pragma once
 

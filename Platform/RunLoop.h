@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // The built-in main loop, for hosts without a toolkit.
 //
 // The process has one, which lives as long as the process does. It serves while the host is inside

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // Marks what the shared library shows to its consumers; everything else is built hidden.
 #pragma once
 

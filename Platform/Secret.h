@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // Texts that must not stay behind: passwords and pass phrases.
 #pragma once
 

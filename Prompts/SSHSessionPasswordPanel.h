@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // Asks the user for one line of text in a modal alert.
 //
 // Every operation runs on the main thread. The alert is shown by whatever presenter the process has

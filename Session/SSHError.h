@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // Why an operation failed, in words for the user and numbers for the program.
 //
 // Errors are immutable and shared; any thread may read one. An operation that can fail takes an

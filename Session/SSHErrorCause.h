@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // What made an operation fail, to branch on. Texts are for people; this is for programs.
 #pragma once
 

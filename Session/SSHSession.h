@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // One authenticated SSH connection that runs remote commands.
 //
 // A host application makes a session with `sessionWithHost`, calls `start`, then `execute` any

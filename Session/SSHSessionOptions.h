@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // What a session does otherwise than by default.
 //
 // Every field's default is what a session made without options does, which never changes: a host

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // The stages of a session, which observers are told of.
 #pragma once
 

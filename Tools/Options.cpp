@@ -2,6 +2,8 @@
 
 #include "Failure.h"
 
+#include <SSHSession/SSHSessionVersion.h>
+
 #include <CLI/CLI.hpp>
 
 #include <algorithm>

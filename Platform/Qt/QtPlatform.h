@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // Prompts and timers for host applications that are built with Qt Widgets.
 #pragma once
 

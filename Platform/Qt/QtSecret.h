@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // What a user typed into a field of Qt's: as a secret, and how to forget it.
 #pragma once
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: BSD-3-Clause
+
 // Prompts for programs that run in a terminal.
 #pragma once
 
