@@ -29,6 +29,10 @@ endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     target_compile_options(SSHSessionSettings INTERFACE -Wno-restrict)
 endif()
+# Of files that are compiled as one, none is the main file, whose local types may be anywhere.
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(SSHSessionSettings INTERFACE -Wno-subobject-linkage)
+endif()
 if(SSHSESSION_SANITIZE)
     target_compile_options(SSHSessionSettings INTERFACE
         -fsanitize=${SSHSESSION_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

@@ -14,8 +14,6 @@ namespace SSHEngine {
 
 namespace {
 
-constexpr std::chrono::seconds longestVisit(8);
-
 // The line on record with this very key.
 std::string recordOf(const SSHHostKeyFacts &key, const SSHFacts &facts) {
     if (facts.local)
@@ -58,7 +56,7 @@ void tellStanding(Examination &examination, const SSHFacts &facts) {
 } // namespace
 
 void examineHostKey(Examination &examination) {
-    examination.visit = std::make_shared<Visit>(examination, longestVisit);
+    examination.visit = std::make_shared<Visit>(examination, usualVisit);
     Visit &visit = *examination.visit;
     if (!visit.shakeHands())
         return examination.failBy(visit.facts());
@@ -82,7 +80,7 @@ void examineKeepAlive(Examination &examination) {
         return examination.ok("The server bears one before the log-in.");
     if (visit->isTooLate())
         return examination.note("After one before the log-in the server has not answered within " +
-                                spelled(longestVisit) + ".");
+                                spelled(usualVisit) + ".");
     if (examination.patient.options.watchesConnection)
         return examination.note("The server hangs up at one before the log-in. This session sends "
                                 "none then.");

@@ -18,7 +18,7 @@ namespace {
 
 using Result = SSHAttemptResult;
 
-constexpr std::chrono::seconds longestVisit(20); // with the commands
+constexpr std::chrono::seconds longestLogIn(20); // with the commands
 
 bool logIn(Visit &visit) {
     using enum SSHSessionStage;
@@ -71,7 +71,7 @@ void tellRefusal(Examination &examination, const Visit &visit) {
 } // namespace
 
 void examineLogIn(Examination &examination) {
-    examination.visit = std::make_shared<Visit>(examination, longestVisit);
+    examination.visit = std::make_shared<Visit>(examination, longestLogIn);
     Visit &visit = *examination.visit;
     if (!logIn(visit))
         return tellRefusal(examination, visit);

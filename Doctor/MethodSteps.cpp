@@ -21,7 +21,6 @@ namespace SSHEngine {
 
 namespace {
 
-constexpr std::chrono::seconds longestVisit(8);
 // Fewer than the six attempts after which servers hang up by default, one of which is the question
 // for the methods.
 constexpr std::size_t mostKeys = 5;
@@ -158,7 +157,7 @@ void offerAll(Examination &examination, Visit &visit, const std::vector<Key> &ke
 } // namespace
 
 void examineMethods(Examination &examination) {
-    examination.visit = std::make_shared<Visit>(examination, longestVisit);
+    examination.visit = std::make_shared<Visit>(examination, usualVisit);
     Visit &visit = *examination.visit;
     MethodList list;
     bool isIn = false;

@@ -25,6 +25,8 @@ OwnSocket beginToConnect(const Address &address);
 int finishConnecting(const OwnSocket &socket, const TimeBudget &budget,
                      std::chrono::milliseconds most);
 
+constexpr std::chrono::seconds usualVisit(8);
+
 class Visit {
   public:
     // All that is done with it takes `most` at most; then the connection is shut down.

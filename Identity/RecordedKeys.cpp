@@ -73,10 +73,10 @@ Finding lookUp(const Files &files, const NamedHost &host, const KnownHostKey &ke
 
 Finding lookUp(const Files &files, const Connection &connection, const KnownHostKey &key) {
     Finding result = lookUp(files, named(connection), key);
-    const Finding plain = lookUp(files, named(connection, usualPort), key);
-    if (plain.standing == KeyStanding::Revoked ||
-        (plain.standing == KeyStanding::Match && result.standing == KeyStanding::Unknown))
-        result = plain;
+    const Finding bare = lookUp(files, named(connection, usualPort), key);
+    if (bare.standing == KeyStanding::Revoked ||
+        (bare.standing == KeyStanding::Match && result.standing == KeyStanding::Unknown))
+        result = bare;
     return result;
 }
 

@@ -61,13 +61,13 @@ const std::string prompt = "#SSHSessionEnterPassword^";
 const std::string success = "#SSHSessionSudoSuccess^\n";
 
 using SSHEngine::SudoConversation;
-using Heard = SudoConversation::Outcome;
+using Answer = SudoConversation::Outcome;
 
 struct Piece {
     std::string out;
     std::string err;
     int second;
-    Heard heard;
+    Answer heard;
     const char *words = "";
     bool keepReading = true;
 };
@@ -82,9 +82,9 @@ std::string converse(SudoConversation &sudo, const std::vector<Piece> &pieces) {
         const SudoConversation::Clock::time_point now(std::chrono::seconds{piece.second});
         EXPECT_EQ(sudo.examine(output, errorOutput, piece.keepReading, now), piece.heard)
             << piece.out << piece.err;
-        EXPECT_EQ(piece.heard == Heard::Refused ? sudo.refusal(errorOutput.view()) : "",
+        EXPECT_EQ(piece.heard == Answer::Refused ? sudo.refusal(errorOutput.view()) : "",
                   piece.words);
-        EXPECT_TRUE(piece.heard != Heard::Accepted || output.view() == "own");
+        EXPECT_TRUE(piece.heard != Answer::Accepted || output.view() == "own");
     }
     return std::string(errorOutput.view());
 }
@@ -95,22 +95,22 @@ TEST(Sudo, MarkersMayBeSplitAnywhere) {
     for (std::size_t at = 0; at < success.size(); ++at) {
         SudoConversation sudo("sesame", {});
         const auto errors =
-            converse(sudo, {{"", "Sorry, try again.\n" + prompt.substr(0, at), 0, Heard::Pending},
-                            {"", prompt.substr(at), 0, Heard::Asked},
-                            {success.substr(0, at), "", 0, Heard::Pending},
-                            {success.substr(at) + "own", prompt, 0, Heard::Accepted}});
+            converse(sudo, {{"", "Sorry, try again.\n" + prompt.substr(0, at), 0, Answer::Pending},
+                            {"", prompt.substr(at), 0, Answer::Asked},
+                            {success.substr(0, at), "", 0, Answer::Pending},
+                            {success.substr(at) + "own", prompt, 0, Answer::Accepted}});
         EXPECT_EQ(errors, prompt);
     }
 }
 
 TEST(Sudo, TenSecondsOfSilenceSinceErrorOutputWasLastSeen) {
     SudoConversation sudo("sesame", {});
-    converse(sudo, {{"hello\n" + success, "", 10, Heard::Pending}, // not at its start
-                    {"", prompt + "\n", 11, Heard::Pending},       // not at its end
-                    {"", "", 100, Heard::Pending},                 // still there
-                    {"", prompt, 120, Heard::Asked},
-                    {"", "", 130, Heard::Pending},
-                    {"", "", 131, Heard::TimedOut}});
+    converse(sudo, {{"hello\n" + success, "", 10, Answer::Pending}, // not at its start
+                    {"", prompt + "\n", 11, Answer::Pending},       // not at its end
+                    {"", "", 100, Answer::Pending},                 // still there
+                    {"", prompt, 120, Answer::Asked},
+                    {"", "", 130, Answer::Pending},
+                    {"", "", 131, Answer::TimedOut}});
 }
 
 // What sudo-rs asks has words around the marker, which may come in pieces as well.
@@ -119,22 +119,22 @@ TEST(Sudo, FollowedToItsEnd) {
     const std::string question = "[sudo: " + marker + "] Password: ";
     const std::string accepted = "\n" + success + "own";
     for (const auto &pieces : std::vector<std::vector<Piece>>{
-             {{"hi", "a lecture\n", 9, Heard::Pending},
-              {"", question, 18, Heard::Asked},
-              {"", "\nno\n" + question + "\n", 27, Heard::Pending}, // answered
-              {"", "", 38, Heard::TimedOut}},
-             {{"", "+ /usr/bin/sudo -S -p #SSHSession%%EnterPassword^", 0, Heard::Pending},
-              {"", " /bin/sh -c\n" + question, 0, Heard::Asked}},
-             {{"hi", question.substr(0, 40), 0, Heard::Asked},
-              {"", question.substr(40), 0, Heard::Pending},
-              {accepted, marker, 0, Heard::Accepted}},
-             {{"\n#SSHSessionSudo", "", 9, Heard::Pending},
-              {"Success^", "", 18, Heard::Pending},
-              {"\nown", marker, 29, Heard::Accepted}},
-             {{accepted, "", 0, Heard::Accepted, "", false}},
+             {{"hi", "a lecture\n", 9, Answer::Pending},
+              {"", question, 18, Answer::Asked},
+              {"", "\nno\n" + question + "\n", 27, Answer::Pending}, // answered
+              {"", "", 38, Answer::TimedOut}},
+             {{"", "+ /usr/bin/sudo -S -p #SSHSession%%EnterPassword^", 0, Answer::Pending},
+              {"", " /bin/sh -c\n" + question, 0, Answer::Asked}},
+             {{"hi", question.substr(0, 40), 0, Answer::Asked},
+              {"", question.substr(40), 0, Answer::Pending},
+              {accepted, marker, 0, Answer::Accepted}},
+             {{"\n#SSHSessionSudo", "", 9, Answer::Pending},
+              {"Success^", "", 18, Answer::Pending},
+              {"\nown", marker, 29, Answer::Accepted}},
+             {{accepted, "", 0, Answer::Accepted, "", false}},
              {{"#SSHSessionSudoSuccess^ ", "\r\n " + marker + "no\xff, not ada\n" + marker, 0,
-               Heard::Refused, "no\uFFFD, not ada", false}},
-             {{"", "", 0, Heard::Refused, "sudo has ended without saying why.", false}}}) {
+               Answer::Refused, "no\uFFFD, not ada", false}},
+             {{"", "", 0, Answer::Refused, "sudo has ended without saying why.", false}}}) {
         SSHEngine::FollowedSudo sudo("sesame", {});
         converse(sudo, pieces);
     }

@@ -83,8 +83,8 @@ class FaultInjectionTest : public ScriptedServerTest {
                                                       "[^|]{20,} \\| [^|]{5,} \\| .*"));
             const SSHErrorRef last = session->lastError();
             EXPECT_TRUE(last && last->cause() != SSHErrorCause::Unknown) << summary(last);
-            for (const char *wrong : {", still connected", ", record written", " was stopped"})
-                EXPECT_THAT(result, testing::Not(HasSubstr(wrong)));
+            for (const char *fault : {", still connected", ", record written", " was stopped"})
+                EXPECT_THAT(result, testing::Not(HasSubstr(fault)));
         }
         return result;
     }

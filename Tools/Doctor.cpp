@@ -6,7 +6,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -50,15 +49,6 @@ bool wantsColour() {
            std::string_view(terminal) != "dumb";
 }
 
-// Of the terminal; 0 where there is none, and lines are as long as they are.
-std::size_t columns() {
-    constexpr std::size_t usual = 80;
-    winsize size{};
-    if (::isatty(STDOUT_FILENO) == 0)
-        return 0;
-    return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
-}
-
 std::size_t lengthOf(std::string_view text) {
     return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char byte) {
         return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80U; // begins a character
@@ -97,7 +87,8 @@ void print(const SSHDoctorLine &line) {
     std::string verdict = padded(look.word, verdictWidth);
     if (wantsColour())
         verdict = look.colour + verdict + "\x1b[0m";
-    const std::size_t width = columns();
+    // Without a terminal lines are as long as they are.
+    const std::size_t width = ::isatty(STDOUT_FILENO) != 0 ? columns(STDOUT_FILENO) : 0;
     std::string text = verdict + padded(line.step, stepWidth) + wrapped(line.text, width) + "\n";
     if (!line.advice.empty())
         text += padded("try", indent) + wrapped(line.advice, width) + "\n";

@@ -9,14 +9,14 @@
 
 namespace {
 
-constexpr std::array signals = {SIGINT, SIGTERM, SIGHUP};
+constexpr std::array endingSignals = {SIGINT, SIGTERM, SIGHUP};
 
 // All that a handler can reach.
 volatile std::sig_atomic_t caught = 0;
 volatile std::sig_atomic_t wakeDescriptor = -1;
 
 void set(void (*handler)(int)) {
-    for (const int signal : signals)
+    for (const int signal : endingSignals)
         if (std::signal(signal, handler) == SIG_IGN)
             std::signal(signal, SIG_IGN);
 }

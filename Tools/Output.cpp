@@ -55,12 +55,6 @@ void tellInPlaceOfProgress(const std::string &text) {
     writeAll(STDERR_FILENO, blank + text);
 }
 
-std::size_t columns() {
-    constexpr std::size_t usual = 80;
-    winsize size{};
-    return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
-}
-
 void require(int number, const std::string &stream) {
     if (number != 0)
         throw Failure("Could not write to standard " + stream + ": " +
@@ -68,6 +62,12 @@ void require(int number, const std::string &stream) {
 }
 
 } // namespace
+
+std::size_t columns(int descriptor) {
+    constexpr std::size_t usual = 80;
+    winsize size{};
+    return ::ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
+}
 
 void reserveStandardStreams() {
     for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
@@ -128,7 +128,8 @@ void tell(std::string_view line) noexcept {
 
 void showProgress(std::string_view line) noexcept {
     const std::lock_guard lock(progress().mutex);
-    line = line.substr(0, columns() - 1); // what has gone on to another line cannot be taken back
+    line = line.substr(0, columns(STDERR_FILENO) -
+                              1); // what has gone on to another line cannot be taken back
     const std::size_t width = std::max(progress().width, line.size());
     progress().width = line.size();
     writeAll(STDERR_FILENO, '\r' + std::string(line) + std::string(width - line.size(), ' '));

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <string_view>
 
 // Opens what the program's caller has closed, so that no connection ever takes the place of a
@@ -35,6 +36,9 @@ void finishOutput();
 // masked, because texts may come from a server.
 void tell(std::string_view line) noexcept;
 void tellText(std::string_view text) noexcept;
+
+// How wide the terminal is that the stream leads to; 80 where it does not tell.
+std::size_t columns(int descriptor);
 
 // One line at the end of standard error, which the next one and whatever is told take the place of.
 // For terminals. Any thread.
