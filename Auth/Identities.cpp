@@ -2,6 +2,7 @@
 
 #include "Auth/Agent.h"
 #include "Auth/Attempts.h"
+#include "Auth/KeyFacts.h"
 #include "Auth/KeyFile.h"
 #include "Auth/KeyFileReading.h"
 #include "Auth/KeyProbe.h"
@@ -183,8 +184,8 @@ class Identities {
 
 bool Identities::tryAll() {
     findAgent();
-    if (const std::optional<std::string> &path = mEngine.keyFilePath())
-        tryGivenKey(*path);
+    for (const std::string &path : givenKeyFiles(mEngine.keyFilePath(), mEngine.options()))
+        tryGivenKey(path);
     tryAgent();
     for (const char *name : {"id_ed25519", "id_ecdsa", "id_rsa"})
         tryStandardKey(name);
@@ -254,6 +255,8 @@ int Identities::listIdentities(LIBSSH2_AGENT *agent) {
 // --- Key files
 
 void Identities::tryGivenKey(const std::string &path) {
+    if (mIsOver || mTried.contains(SSHPlatform::standardizedPath(path)))
+        return;
     if (!SSHPlatform::fileExists(path))
         leaveOutMissing(path);
     else

@@ -121,30 +121,42 @@ std::vector<SSHKeyFileFacts> otherKeys(const std::string &directory, LIBSSH2_SES
     return keys;
 }
 
-bool isSameFile(const std::optional<std::string> &a, const std::string &b) {
-    return a && SSHPlatform::standardizedPath(*a) == SSHPlatform::standardizedPath(b);
+bool isAmong(const std::vector<std::string> &files, const std::string &path) {
+    return std::any_of(files.begin(), files.end(), [&](const std::string &each) {
+        return SSHPlatform::standardizedPath(each) == SSHPlatform::standardizedPath(path);
+    });
 }
 
 } // namespace
 
-std::vector<SSHKeyFileFacts> keyFileFacts(const std::optional<std::string> &given,
+std::vector<std::string> givenKeyFiles(const std::optional<std::string> &first,
+                                       const SSHSessionOptions &options) {
+    std::vector<std::string> all;
+    if (first)
+        all.push_back(*first);
+    if (options.triesKeysOfToday)
+        all.insert(all.end(), options.furtherKeyFiles.begin(), options.furtherKeyFiles.end());
+    return all;
+}
+
+std::vector<SSHKeyFileFacts> keyFileFacts(const std::vector<std::string> &given,
                                           const SSHSessionOptions &options,
                                           LIBSSH2_SESSION *library) {
     std::vector<SSHKeyFileFacts> all;
-    if (given) {
-        all.push_back(factsOf(*given, library));
+    for (const std::string &path : given) {
+        all.push_back(factsOf(path, library));
         all.back().isGiven = all.back().isTried = true;
     }
     const std::string directory = SSHPlatform::expandingTilde("~/.ssh");
     for (const char *name : standardNames) {
         const std::string path = SSHPlatform::appendingPathComponent(directory, name);
-        if (isSameFile(given, path))
+        if (isAmong(given, path))
             continue;
         all.push_back(factsOf(path, library));
         all.back().isTried = isTried(name, path, options);
     }
     for (SSHKeyFileFacts &key : otherKeys(directory, library))
-        if (!isSameFile(given, key.path))
+        if (!isAmong(given, key.path))
             all.push_back(std::move(key));
     return all;
 }

@@ -11,9 +11,13 @@
 
 namespace SSHEngine {
 
-// Of the given file first, as it was given, and then of the standard ones. Never blocks, and leaves
-// `isInAgent` to others. `library` serves to know what can be read.
-std::vector<SSHKeyFileFacts> keyFileFacts(const std::optional<std::string> &given,
+// The files whose keys the host or the user has named, in the order in which they are tried.
+std::vector<std::string> givenKeyFiles(const std::optional<std::string> &first,
+                                       const SSHSessionOptions &options);
+
+// Of the given files first, as they were given, and then of the standard ones. Never blocks, and
+// leaves `isInAgent` to others. `library` serves to know what can be read.
+std::vector<SSHKeyFileFacts> keyFileFacts(const std::vector<std::string> &given,
                                           const SSHSessionOptions &options,
                                           LIBSSH2_SESSION *library);
 

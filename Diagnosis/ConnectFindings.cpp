@@ -45,6 +45,18 @@ void addNameFindings(FindingList &list) {
         list.add(HostNameUnknown);
 }
 
+void addFamilyFinding(FindingList &list) {
+    const SSHSessionOptions &options = list.facts.options;
+    const bool isIPv4 = options.addressFamily == SSHAddressFamily::IPv4;
+    if (!options.triesEveryAddress)
+        list.add(HostHasNoIPv4);
+    else if (options.addressFamily == SSHAddressFamily::Any)
+        list.add(HostNameUnknown);
+    else
+        list.add(HostHasNoSuchAddress,
+                 {{"family", isIPv4 ? "IPv4" : "IPv6"}, {"familySwitch", isIPv4 ? "-4" : "-6"}});
+}
+
 const SSHAddressFacts *failedAddress(const SSHFacts &facts) {
     const auto found = std::find_if(facts.addresses.begin(), facts.addresses.end(),
                                     [](const SSHAddressFacts &each) { return each.error != 0; });
@@ -107,7 +119,7 @@ void addConnectFindings(FindingList &list) {
         list.add(NameServerSilent);
         break;
     case NoUsableAddress:
-        list.add(list.facts.options.triesEveryAddress ? HostNameUnknown : HostHasNoIPv4);
+        addFamilyFinding(list);
         break;
     case Refused:
         list.add(SSHFindingID::ConnectionRefused, addressArguments(list.facts));

@@ -58,6 +58,14 @@ constexpr auto texts = std::to_array<FindingText>({
      "the host's IPv6 addresses are tried too.",
      "Could not look up the host. Error: Address family for hostname not supported (-9).\n"
      "Could not look up the host. Error: No address associated with hostname (-5)."},
+    {HostHasNoSuchAddress, "hostHasNoSuchAddress",
+     "The host has no address of the family that is asked for",
+     "No {family} address is known for {host}, and this session was told to try no others.",
+     "Leave out {familySwitch} (in a program: addressFamily), so that the host's other addresses "
+     "are "
+     "tried.",
+     "Could not look up the host. Error: Address family for hostname not supported (-9).\n"
+     "Could not look up the host. Error: No address associated with hostname (-5)."},
     {ConnectionRefused, "connectionRefused", "Connection refused",
      "The connection to port {port} of {host}{address} was refused at once. From here a server "
      "whose SSH service does not run, one that listens on another port, and a firewall or a ban "

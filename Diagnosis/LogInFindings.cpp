@@ -25,7 +25,11 @@ bool isOneOf(const std::string &name, const std::vector<std::string> &names) {
 // What the rules below ask of the facts.
 class LogIn {
   public:
-    explicit LogIn(FindingList &list) : mList(list), mFacts(list.facts) {}
+    explicit LogIn(FindingList &list)
+        : mList(list), mFacts(list.facts), mGiven(list.facts.options.furtherKeyFiles) {
+        if (!mFacts.keyFilePath.empty())
+            mGiven.insert(mGiven.begin(), mFacts.keyFilePath);
+    }
 
     void add();
 
@@ -38,7 +42,7 @@ class LogIn {
     bool takesPasswords() const { return offers("password") || offers("keyboard-interactive"); }
     const SSHAttempt *first(const char *method, Result result) const;
     bool isGiven(const SSHAttempt &attempt) const {
-        return !attempt.isFromAgent && attempt.key == mFacts.keyFilePath;
+        return !attempt.isFromAgent && isOneOf(attempt.key, mGiven);
     }
     const SSHKeyFileFacts *fileOf(const std::string &path) const;
     FindingArguments keyArguments(const SSHKeyFileFacts &file) const;
@@ -47,7 +51,8 @@ class LogIn {
 
     void addEarlyEnding();
     void addFactor();
-    bool addGivenFile();
+    bool addGivenFiles();
+    bool addGivenFile(const std::string &path);
     bool addFileState(const SSHKeyFileFacts &file);
     void addKeyAttempts(bool ofGivenKey);
     std::string untriedText() const;
@@ -66,6 +71,7 @@ class LogIn {
 
     FindingList &mList;
     const SSHFacts &mFacts;
+    std::vector<std::string> mGiven; // key files
 };
 
 bool LogIn::isLogIn() const {
@@ -234,18 +240,24 @@ bool LogIn::addFileState(const SSHKeyFileFacts &file) {
     return found.has_value();
 }
 
-// Whether the key that the user has given is of no use as it is.
-bool LogIn::addGivenFile() {
-    if (mFacts.keyFilePath.empty())
+// Whether none of the keys that the user has given is of use as it is.
+bool LogIn::addGivenFiles() {
+    if (mGiven.empty())
         return false;
     if (!offers("publickey")) {
         mList.add(KeysNotOffered,
                   {{"insteadOfKey", takesPasswords() ? "Log in with a password, or h" : "H"}});
         return true;
     }
-    const SSHKeyFileFacts *const file = fileOf(mFacts.keyFilePath);
+    const auto useful = std::count_if(mGiven.begin(), mGiven.end(),
+                                      [&](const std::string &path) { return !addGivenFile(path); });
+    return useful == 0;
+}
+
+bool LogIn::addGivenFile(const std::string &path) {
+    const SSHKeyFileFacts *const file = fileOf(path);
     const auto isUnopened = [&](const SSHAttempt &each) {
-        return isGiven(each) &&
+        return !each.isFromAgent && each.key == path &&
                (each.result == Result::SignatureRefused || each.result == Result::Unusable ||
                 each.result == Result::NotGiven);
     };
@@ -355,7 +367,7 @@ void LogIn::addUntried(const SSHKeyFileFacts &file, const char *tried, const cha
 
 // Whoever has given a key or a password meant to be let in by that.
 void LogIn::addKeysOfOtherNames() {
-    if (!mFacts.local || !offers("publickey") || mFacts.hasPassword || !mFacts.keyFilePath.empty())
+    if (!mFacts.local || !offers("publickey") || mFacts.hasPassword || !mGiven.empty())
         return;
     for (const SSHKeyFileFacts &file : mFacts.local->keyFiles)
         if (!file.isInAgent && file.path.find("/id_") == std::string::npos &&
@@ -382,8 +394,7 @@ void LogIn::addAgent() {
         mList.add(AgentDead, {{"socket", shown(agent.socket)}, {"problem", shown(agent.problem)}});
     else if (agent.identities.empty())
         mList.add(AgentEmpty,
-                  {{"path", mFacts.keyFilePath.empty() ? "~/.ssh/id_ed25519"
-                                                       : shellWord(mFacts.keyFilePath)}});
+                  {{"path", mGiven.empty() ? "~/.ssh/id_ed25519" : shellWord(mGiven.front())}});
 }
 
 // --- Passwords and questions
@@ -415,11 +426,10 @@ FindingArguments LogIn::passwordArguments() const {
         std::any_of(mFacts.attempts.begin(), mFacts.attempts.end(),
                     [](const SSHAttempt &each) { return each.result == Result::AcceptedInPart; });
     if (isKnown)
-        return {{"besides", ", after it had accepted the key as the first of several factors"},
-                {"alike", "a wrong, an expired and a locked password"},
-                {"keyWord", mFacts.keyFilePath.empty()
-                                ? ""
-                                : fmt::format("-i {} ", shellWord(mFacts.keyFilePath))}};
+        return {
+            {"besides", ", after it had accepted the key as the first of several factors"},
+            {"alike", "a wrong, an expired and a locked password"},
+            {"keyWord", mGiven.empty() ? "" : fmt::format("-i {} ", shellWord(mGiven.front()))}};
     const char *const root = "a wrong password and a server that lets root log in by no password "
                              "(PermitRootLogin in sshd_config, which is so by default)";
     return {
@@ -588,7 +598,7 @@ void LogIn::add() {
     if (mList.cause == SSHErrorCause::MoreWanted)
         addFactor();
     addLateEnding();
-    if (!addGivenFile())
+    if (!addGivenFiles())
         addKeyAttempts(true);
     addPassword();
     addUntriedKeys();

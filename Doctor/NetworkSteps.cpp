@@ -27,6 +27,7 @@ constexpr std::size_t mostAddresses = 8;
 struct Family {
     int number;
     const char *name;
+    bool isUsed; // by the session
     // Shared with who looks it up.
     std::shared_ptr<Found> answer = std::make_shared<Found>();
     bool hasAnswered = false;
@@ -74,14 +75,15 @@ void tell(Examination &examination, const Family &family) {
             fmt::format("{}: none. {}.", family.name, ::gai_strerror(family.answer->code)));
 }
 
-void fail(Examination &examination, bool isForIPv4, const std::vector<Family> &families) {
-    const Family &ipv4 = families[0];
+void fail(Examination &examination, const std::vector<Family> &families) {
+    const Family &used = families[0].isUsed ? families[0] : families[1];
+    const Family &other = families[0].isUsed ? families[1] : families[0];
     SSHErrorCause cause = SSHErrorCause::NameNotFound;
-    if (isForIPv4 && families[1].isFound())
+    if (!other.isUsed && other.isFound())
         cause = SSHErrorCause::NoUsableAddress;
-    else if (!ipv4.hasAnswered || ipv4.answer->code == EAI_AGAIN)
+    else if (!used.hasAnswered || used.answer->code == EAI_AGAIN)
         cause = SSHErrorCause::NameServerFailed;
-    examination.facts.lookUpCode = ipv4.hasAnswered ? ipv4.answer->code : EAI_AGAIN;
+    examination.facts.lookUpCode = used.hasAnswered ? used.answer->code : EAI_AGAIN;
     examination.failBy(cause, SSHSessionStage::Connect);
 }
 
@@ -146,31 +148,36 @@ SSHErrorCause causeOf(const Examination &examination) {
 
 void examineLookUp(Examination &examination) {
     const std::string &host = examination.facts.host;
-    const bool isForIPv4 = !examination.patient.options.triesEveryAddress;
+    const SSHSessionOptions &options = examination.patient.options;
+    const bool isForOne = !options.triesEveryAddress;
+    const SSHAddressFamily wanted = isForOne ? SSHAddressFamily::IPv4 : options.addressFamily;
+    std::vector<Family> families = {
+        Family{AF_INET, "IPv4 (A)", wanted != SSHAddressFamily::IPv6},
+        Family{AF_INET6, "IPv6 (AAAA)", wanted != SSHAddressFamily::IPv4}};
+    const auto isUsed = [&](const Address &address) {
+        return families[address.family() == AF_INET ? 0 : 1].isUsed;
+    };
     Found literal = ask(host, examination.patient.port, AF_UNSPEC, AI_NUMERICHOST);
-    if (!host.empty() && literal.code == 0 &&
-        (!isForIPv4 || literal.addresses.front().family() == AF_INET)) {
+    if (!host.empty() && literal.code == 0 && isUsed(literal.addresses.front())) {
         examination.addresses = std::move(literal.addresses);
         examination.ok(inNumbers(examination.addresses) + " is an address; no name is looked up.");
     } else if (host.empty()) {
         examination.facts.lookUpCode = EAI_NONAME;
         examination.failBy(SSHErrorCause::NameNotFound, SSHSessionStage::Connect);
     } else {
-        std::vector<Family> families = {Family{AF_INET, "IPv4 (A)"}, {AF_INET6, "IPv6 (AAAA)"}};
         lookUp(examination, families);
         for (const Family &family : families)
             tell(examination, family);
         std::vector<Address> &addresses = examination.addresses;
-        if (families[0].isFound())
-            addresses = families[0].answer->addresses;
-        if (isForIPv4)
+        for (const Family *family : {&families[1], &families[0]})
+            if (family->isUsed && family->isFound())
+                addresses.insert(addresses.end(), family->answer->addresses.begin(),
+                                 family->answer->addresses.end());
+        if (isForOne)
             addresses.erase(addresses.begin() + (addresses.empty() ? 0 : 1), addresses.end());
-        else if (families[1].isFound())
-            addresses.insert(addresses.begin(), families[1].answer->addresses.begin(),
-                             families[1].answer->addresses.end());
         addresses = inTurn(addresses);
         if (addresses.empty())
-            fail(examination, isForIPv4, families);
+            fail(examination, families);
     }
     if (!examination.addresses.empty())
         examination.reached |= Examination::HasAddress;

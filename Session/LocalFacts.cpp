@@ -35,7 +35,8 @@ SSHLocalFacts localFacts(const SSHSession &session) {
         return {};
     const NamedHost host(session.host().value_or(""), session.port(), hashesBy(library.get()));
     SSHLocalFacts facts;
-    facts.keyFiles = keyFileFacts(session.keyFilePath(), session.options(), library.get());
+    facts.keyFiles = keyFileFacts(givenKeyFiles(session.keyFilePath(), session.options()),
+                                  session.options(), library.get());
     facts.agent = agentFacts();
     facts.knownHosts = knownHostsFacts(host, session.options());
     lookInAgent(facts);

@@ -4,9 +4,11 @@ SSHSessionOptions SSHSessionOptions::recommended() noexcept {
     using std::chrono::seconds;
     return {
         .triesEveryAddress = true,
+        .addressFamily = SSHAddressFamily::Any,
         .watchesConnection = true,
         .knowsEveryHostKeyType = true,
         .triesKeysOfToday = true,
+        .furtherKeyFiles = {},
         .maximumAgentKeys = 5,
         .triesFurtherFactors = true,
         .asksServersQuestions = true,

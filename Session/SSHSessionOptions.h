@@ -18,6 +18,10 @@
 
 #include <chrono>
 #include <cstddef>
+#include <string>
+#include <vector>
+
+enum class SSHAddressFamily { Any, IPv4, IPv6 };
 
 struct SSHSessionOptions {
     // Every field at what serves today's servers, keys and networks best.
@@ -30,6 +34,9 @@ struct SSHSessionOptions {
     // system's own reason ("Connection refused") and its errno as the code. By default the first
     // IPv4 address alone is tried, and a refusal is reported by the handshake.
     bool triesEveryAddress = false;
+
+    // Leaves out the addresses of other families. Of no effect without `triesEveryAddress`.
+    SSHAddressFamily addressFamily = SSHAddressFamily::Any;
 
     // Begins keepalives only after log-in, for servers that take one before for an offence
     // (RFC 4252, section 6), and asks for answers to them (RFC 4254, section 4): every 30 s, while
@@ -58,6 +65,10 @@ struct SSHSessionOptions {
     // certificate beside a key. By default the agent comes first, then the given key, id_dsa and
     // id_rsa, and a pass phrase is asked for where signing fails.
     bool triesKeysOfToday = false;
+
+    // Private keys to try after the given one and like it, in this order. A tilde at the beginning
+    // of a path is the home directory. Of no effect without `triesKeysOfToday`.
+    std::vector<std::string> furtherKeyFiles = {};
 
     // How many of the agent's identities are tried at most; 0 is all of them. A server hangs up
     // after a number of attempts, six by default in sshd_config(5).

@@ -26,6 +26,12 @@ std::optional<std::string> expanded(std::optional<std::string> path) {
     return path;
 }
 
+SSHSessionOptions expanded(SSHSessionOptions options) {
+    for (std::string &path : options.furtherKeyFiles)
+        path = SSHPlatform::expandingTilde(path);
+    return options;
+}
+
 void setUpLibraryOnce() {
     static const int result = [] {
         const int code = libssh2_init(0);
@@ -107,7 +113,7 @@ SSHSession_libssh2::SSHSession_libssh2(std::optional<std::string> host, std::uin
                                        std::optional<std::string> keyFilePath,
                                        const SSHSessionOptions &options) noexcept
     : SSHSession(std::move(host), port, std::move(user), std::move(password),
-                 expanded(std::move(keyFilePath)), options),
+                 expanded(std::move(keyFilePath)), expanded(options)),
       mSessionQueue("com.dravella.SSHSession") {
     setUpLibraryOnce();
 }

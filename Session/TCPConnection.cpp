@@ -39,13 +39,20 @@ using SSHPlatform::WaitFor;
 
 namespace {
 
-// Of both families all addresses are asked for, reachable or not: literal ones must be understood,
-// and an attempt that leads nowhere fails at once.
-Found lookUp(const std::optional<std::string> &host, std::uint16_t port, bool bothFamilies) {
-    if (bothFamilies && host.value_or("").empty()) // which would be this computer
+int familyOf(const SSHSessionOptions &options) {
+    if (!options.triesEveryAddress || options.addressFamily == SSHAddressFamily::IPv4)
+        return AF_INET;
+    return options.addressFamily == SSHAddressFamily::IPv6 ? AF_INET6 : AF_UNSPEC;
+}
+
+// All addresses are asked for, reachable or not: literal ones must be understood, and an attempt
+// that leads nowhere fails at once.
+Found lookUp(const std::optional<std::string> &host, std::uint16_t port,
+             const SSHSessionOptions &options) {
+    // Which would be this computer.
+    if (options.triesEveryAddress && host.value_or("").empty())
         return {.code = EAI_NONAME};
-    return SSHEngine::lookUp(host ? host->c_str() : nullptr, port,
-                             bothFamilies ? AF_UNSPEC : AF_INET);
+    return SSHEngine::lookUp(host ? host->c_str() : nullptr, port, familyOf(options));
 }
 
 // Nothing ends a look-up that a name server leaves waiting. On a thread of its own it can be left
@@ -58,8 +65,8 @@ std::optional<Found> lookUpFor(const Connection &connection) {
     const auto shared = std::make_shared<Shared>();
     const SSHSession &session = connection.engine;
     const auto work = [shared, host = session.host(), port = session.port(),
-                       bothFamilies = session.options().triesEveryAddress] {
-        shared->answer.set_value(lookUp(host, port, bothFamilies));
+                       options = session.options()] {
+        shared->answer.set_value(lookUp(host, port, options));
         shared->isDone.signal();
     };
     try {

@@ -138,6 +138,13 @@ TEST_F(AddressTest, WhereThereIsNoIPv4) {
     if (!hasIPv6())
         GTEST_SKIP() << "*** IPv6 is not tested: this computer has none ***";
     EXPECT_EQ(resultAt("::1", mServer->port()), "connected, 1");
+    options.addressFamily = SSHAddressFamily::IPv6;
+    EXPECT_EQ(resultAt("::1", mServer->port()), "connected, 1");
+    const std::string other = "Address family for hostname not supported (-9). | -, 0";
+    EXPECT_THAT(resultAt("127.0.0.1", mServer->port()), testing::EndsWith(other));
+    options.addressFamily = SSHAddressFamily::IPv4;
+    EXPECT_THAT(resultAt("::1", mServer->port()), testing::EndsWith(other));
+    options.addressFamily = SSHAddressFamily::Any;
     wrapped().addresses = {"127.0.0.3", "::1"};
     EXPECT_EQ(resultAt("name", mServer->port()), "connected, 2");
     wrapped().addresses.clear();

@@ -251,6 +251,31 @@ TEST_F(KeysTest, TheAgentComesBetweenTheGivenKeyAndTheStandardOnes) {
                                                    leftOut);
 }
 
+TEST_F(KeysTest, FurtherOnesFollowTheGivenOneInTheirOrder) {
+    serverWith("");
+    for (const char *name : {"first", "second", "id_ed25519"})
+        make(name, {"-t", "ed25519"});
+    std::filesystem::copy(path("second"), path("copy"));
+    options.furtherKeyFiles = {"~/.ssh/second", path("absent"), path("copy"), path("first"),
+                               "~/.ssh/id_ed25519"};
+    const std::string given = trying("first") + "Failed.\n" + trying("second") + "Failed.\n" +
+                              "The user-specified key file [[~/.ssh/absent]] does not exist.\n";
+    const std::string last = trying("id_ed25519") + "Failed.\n";
+    EXPECT_THAT(start(path("first")),
+                testing::AllOf(testing::StartsWith(given), testing::EndsWith(last)));
+    mServer->authorize(path("second"));
+    const auto session = makeSession(mServer->port(), {}, path("first"));
+    ASSERT_TRUE(session->start(&error)) << mServer->log();
+    std::string tried;
+    for (const SSHAttempt &attempt : session->facts().attempts)
+        tried += std::filesystem::path(attempt.key).filename().string() + ' ' +
+                 SSHAttemptResultName(attempt.result) + ", ";
+    EXPECT_EQ(tried, "first refused, second accepted, ");
+    // A session that tries keys in the old way knows of none but the given one.
+    options.triesKeysOfToday = false;
+    EXPECT_NE(start(path("first")), "");
+}
+
 // At once, so that the question for the methods is saved where it lets the user in; and not again
 // in its turn where it does not.
 TEST_F(KeysTest, TheGivenKeyIsTriedOnceBeforeTheMethodsAreAsked) {

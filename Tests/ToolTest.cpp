@@ -64,6 +64,11 @@ TEST_F(ToolTest, HandsThroughOutputAndStatus) {
     const std::string address = "[127.0.0.1]:" + std::exchange(port, "1");
     check({"--", address, "--", "echo", "b c", "-v", "--", "$((1+1))"}, 0, "b c -v -- 2\n");
     port = std::to_string(server.port());
+    std::string other = home.directory.path("other");
+    require({"ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", other});
+    std::swap(key, other);
+    check({"-i", other, "-l", currentUser(), "-4", "127.0.0.1", "echo", "-h"}, 0, "-h\n");
+    std::swap(key, other);
     check({"127.0.0.1", "echo out; kill -TRAP $$"}, 255, "out\n",
           "sshsession: The command was ended by the signal \"SIG@openssh.com\", which has no "
           "number on this system.\n");
@@ -97,6 +102,13 @@ TEST_F(ToolTest, RefusesInOneLineWhatItCannotUse) {
              {{"a@[::1", "true"}, "\"a@[::1\"" + form},
              {{"[::1]:65536", "true"}, "\"[::1]:65536\"" + form},
              {{"[]:22", "true"}, "\"[]:22\"" + form},
+             {{"ada@host:2222", "true"},
+              "\"ada@host:2222\" is written \"-p 2222 ada@host\", or \"ada@[host]:2222\"." + help},
+             {{"-l", "ada", "bob@host", "true"},
+              "Both -l and the destination name a user: ada and bob." + help},
+             {{"-4", "-6", "host", "true"}, "-4 and -6 exclude each other." + help},
+             {{"--classic", "-6", "host", "true"},
+              "--classic takes one key file, and IPv4 addresses alone." + help},
              {{"--timeout", "0", "host", "ls"},
               "--timeout: Value 0 not in range 1 to 1000000." + help},
              {{"-n", "--stdin", "-", "host", "ls"}, "-n and --stdin exclude each other." + help},

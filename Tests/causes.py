@@ -362,11 +362,12 @@ def rows():
     # --- Connecting
     row("host name unknown", "nameNotFound", "hostNameUnknown", 22, host="no-such.test")
     row("host is a URL", "nameNotFound", "hostIsNoName", 22, host="ssh://db.test")
-    row("host has a port", "nameNotFound", "hostIsNoName", 22, host="db.test:2222")
+    row("host has a path", "nameNotFound", "hostIsNoName", 22, host="db.test:/var")
     row("host has a space", "nameNotFound", "hostIsNoName", 22, host="db test")
     row("name server silent", "nameServerFailed", "nameServerSilent", 22, host="silent.test")
     row("name server fails", "nameServerFailed", "nameServerSilent", 22, host="fails.test")
     row("IPv6 alone, classic", "noUsableAddress", "hostHasNoIPv4", 22, classic, host="six.test")
+    row("IPv6 alone, -4", "noUsableAddress", "hostHasNoSuchAddress", 22, "-4", host="six.test")
     row("port refused", "refused", "connectionRefused", free_port())
     row("port refused, classic", "refused", "connectionRefused", free_port(), classic)
     row("packets dropped", "connectTimedOut", "connectionDropped", 22, limit, host="192.0.2.9")

@@ -63,9 +63,22 @@ void declareOptions(CLI::App &app, Options &options) {
         ->check(CLI::Range(1, 65535).description(""))
         ->type_name("PORT")
         ->group("Connection");
-    app.add_option("-i", options.keyFile, "A private key, tried before those in ~/.ssh")
-        ->type_name("KEYFILE")
+    app.add_option("-l", options.user, "The user's name, in place of USER@")
+        ->type_name("USER")
         ->group("Connection");
+    app.add_option_function<std::vector<std::string>>(
+           "-i",
+           [&](const std::vector<std::string> &paths) {
+               options.keyFile = paths.front();
+               options.furtherKeyFiles.assign(paths.begin() + 1, paths.end());
+           },
+           "A private key, tried before those in ~/.ssh; may be given\n"
+           "several times")
+        ->type_name("KEYFILE")
+        ->allow_extra_args(false)
+        ->group("Connection");
+    app.add_flag("-4", options.isForIPv4, "Use IPv4 addresses only")->group("Connection");
+    app.add_flag("-6", options.isForIPv6, "Use IPv6 addresses only")->group("Connection");
     app.add_option("--password-from", options.passwordFrom, "Where the user's password comes from")
         ->group("Connection");
     const auto declareTimeout = [&](const char *name, std::optional<int> &value, const char *text,
@@ -104,7 +117,7 @@ void declareOptions(CLI::App &app, Options &options) {
         ->group("Report");
     app.add_flag("-v", options.isVerbose, "Tell each stage on standard error as it happens")
         ->group("Report");
-    app.set_help_flag("--help", "Print this help")->group("Report");
+    app.set_help_flag("-h,--help", "Print this help")->group("Report");
     app.set_version_flag("--version", "sshsession " SSHSESSION_VERSION, "Print the version")
         ->group("Report");
 }
@@ -131,6 +144,16 @@ void requireNoPrompt(const Options &options) {
             refuse("With --doctor nobody is asked: take the password from a file or \"-\".");
 }
 
+void requireOneFamily(const Options &options) {
+    if (options.isForIPv4 && options.isForIPv6)
+        refuse("-4 and -6 exclude each other.");
+}
+
+void requireWhatClassicCan(const Options &options) {
+    if (options.isClassic && (!options.furtherKeyFiles.empty() || options.isForIPv6))
+        refuse("--classic takes one key file, and IPv4 addresses alone.");
+}
+
 // Answers whether `text` is a colon and a port.
 bool setPort(std::string_view text, Options &options) {
     const char *const end = text.data() + text.size();
@@ -152,13 +175,33 @@ bool setHost(const std::string &text, Options &options) {
     return !options.host.empty() && (rest.empty() || setPort(rest, options));
 }
 
+// No name and no address has a single colon: behind it stands a port, or a path as scp(1) has it.
+void refusePortOf(const std::string &destination, const std::string &user,
+                  const std::string &host) {
+    const std::size_t colon = host.find(':');
+    if (host.starts_with('[') || colon == std::string::npos || colon != host.rfind(':'))
+        return;
+    const std::string name = host.substr(0, colon);
+    Options scratch;
+    if (!name.empty() && setPort(std::string_view(host).substr(colon), scratch))
+        refuse("\"" + destination + "\" is written \"-p " + host.substr(colon + 1) + " " + user +
+               name + "\", or \"" + user + "[" + name + "]" + host.substr(colon) + "\".");
+}
+
+void setUser(const std::string &user, Options &options) {
+    if (options.user && *options.user != user)
+        refuse("Both -l and the destination name a user: " + *options.user + " and " + user + ".");
+    options.user = user;
+}
+
 // As ssh(1) does, the last "@" is the one that counts: a user's name may hold others.
 void setDestination(const std::string &destination, Options &options) {
     const std::size_t at = destination.rfind('@');
+    const std::size_t host = at == std::string::npos ? 0 : at + 1;
+    refusePortOf(destination, destination.substr(0, host), destination.substr(host));
     if (at != std::string::npos)
-        options.user = destination.substr(0, at);
-    if (!setHost(destination.substr(at == std::string::npos ? 0 : at + 1), options) ||
-        (options.user && options.user->empty()))
+        setUser(destination.substr(0, at), options);
+    if (!setHost(destination.substr(host), options) || (options.user && options.user->empty()))
         refuse("\"" + destination + "\" is not of the form [USER@]HOST or [USER@][HOST]:PORT.");
 }
 
@@ -206,6 +249,8 @@ std::variant<Options, Notice> parseOptions(const std::vector<std::string> &argum
         setPositionals(app.remaining(), options);
         requireAtMostOneDash(options);
         requireOneInput(options);
+        requireOneFamily(options);
+        requireWhatClassicCan(options);
         requireNoPrompt(options);
     } catch (const CLI::CallForHelp &) {
         return Notice{app.help()};

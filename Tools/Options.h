@@ -12,6 +12,9 @@ struct Options {
     std::optional<std::string> user; // none: the current user
     std::uint16_t port = 22;
     std::optional<std::string> keyFile;
+    std::vector<std::string> furtherKeyFiles;
+    bool isForIPv4 = false; // at most one of these
+    bool isForIPv6 = false;
     std::optional<std::string> passwordFrom; // these three: a file's name, "-" or, for a password,
     std::optional<std::string> adminPasswordFrom; // "prompt"
     std::optional<std::string> standardInputFrom;

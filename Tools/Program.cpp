@@ -56,6 +56,9 @@ class BannerTeller final : public SSHSessionObserver {
 SSHSessionOptions sessionOptions(const Options &options) {
     SSHSessionOptions chosen =
         options.isClassic ? SSHSessionOptions() : SSHSessionOptions::recommended();
+    chosen.furtherKeyFiles = options.furtherKeyFiles;
+    if (options.isForIPv4 || options.isForIPv6)
+        chosen.addressFamily = options.isForIPv4 ? SSHAddressFamily::IPv4 : SSHAddressFamily::IPv6;
     if (options.connectTimeout)
         chosen.connectTimeout = std::chrono::seconds(*options.connectTimeout);
     if (options.timeout)
