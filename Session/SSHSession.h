@@ -69,6 +69,7 @@
 
 class SSHSession;
 
+// Is told when the server ends a connection.
 class SSHSESSION_EXPORT SSHSessionDelegate {
   public:
     SSHSessionDelegate() = default;
