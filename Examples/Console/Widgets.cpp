@@ -81,7 +81,7 @@ QPushButton *chooserFor(QLineEdit *field, const QString &name) {
 }
 
 QPalette consolePalette(bool isDark) {
-    constexpr int placeholderAlpha = 190;
+    constexpr int placeholderAlpha = 150;
     QPalette palette = isDark ? darkPalette() : QApplication::palette();
     QColor placeholder = palette.color(QPalette::Text);
     placeholder.setAlpha(placeholderAlpha);
