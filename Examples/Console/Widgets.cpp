@@ -33,14 +33,11 @@ int heightOfLines(const QPlainTextEdit &edit, int lines) {
 QPalette darkPalette() {
     const QColor window(0x1f, 0x21, 0x24);
     const QColor text(0xe6, 0xe8, 0xea);
-    const QColor faint(0x80, 0x86, 0x8c);
     QPalette palette(text, window); // derives the shades of frames and buttons
     palette.setColor(QPalette::Base, QColor(0x2c, 0x2f, 0x34));
     palette.setColor(QPalette::AlternateBase, window);
     palette.setColor(QPalette::Button, QColor(0x3a, 0x3e, 0x44));
     palette.setColor(QPalette::Link, QColor(0x6c, 0xb0, 0xf5));
-    for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
-        palette.setColor(QPalette::Disabled, role, faint);
     return palette;
 }
 
@@ -81,11 +78,13 @@ QPushButton *chooserFor(QLineEdit *field, const QString &name) {
 }
 
 QPalette consolePalette(bool isDark) {
-    constexpr int placeholderAlpha = 150;
+    constexpr int faintAlpha = 155;
     QPalette palette = isDark ? darkPalette() : QApplication::palette();
-    QColor placeholder = palette.color(QPalette::Text);
-    placeholder.setAlpha(placeholderAlpha);
-    palette.setColor(QPalette::PlaceholderText, placeholder);
+    QColor faint = palette.color(QPalette::Text);
+    faint.setAlpha(faintAlpha);
+    palette.setColor(QPalette::PlaceholderText, faint);
+    for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
+        palette.setColor(QPalette::Disabled, role, faint);
     palette.setColor(QPalette::Highlight, QColor(0x2f, 0x6f, 0xbd)); // Qt's own is too light
     palette.setColor(QPalette::HighlightedText, Qt::white);
     return palette;
@@ -114,8 +113,14 @@ LiteralText::LiteralText(const QString &name) {
     setAccessibleName(name);
 }
 
+QSize LiteralText::sizeHint() const {
+    const QSize usual = QPlainTextEdit::sizeHint();
+    return {usual.width(), maximumHeight() < QWIDGETSIZE_MAX ? maximumHeight() : usual.height()};
+}
+
 void LiteralText::fit(int most) {
     const int lines = lineCount(toPlainText());
     setMinimumHeight(heightOfLines(*this, std::min(lines, fewestLines)));
     setMaximumHeight(heightOfLines(*this, std::min(lines, most)));
+    updateGeometry();
 }

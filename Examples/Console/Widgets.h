@@ -47,4 +47,5 @@ class LiteralText final : public QPlainTextEdit {
     // As high as the text, but for `most` lines at most; where the screen is low, it shrinks to a
     // few.
     void fit(int most);
+    QSize sizeHint() const override;
 };
