@@ -64,7 +64,7 @@ CommandOutcome execute(SSHSession &session, const CommandRequest &request, SSHOu
         return {.summary = {}, .problem = problem};
     const bool hasSucceeded = session.execute(command, nullptr);
     const double seconds = secondsOf(since);
-    return hasSucceeded ? outcomeOf(*command, seconds)
+    return hasSucceeded ? outcomeOf(*command, session.facts(), seconds)
                         : failureOf(session.examinedFacts(), seconds);
 }
 

@@ -249,6 +249,7 @@ void OutputPane::reveal(qsizetype position, qsizetype size) {
     cursor.setPosition(static_cast<int>(position - mShownAt));
     cursor.setPosition(static_cast<int>(position - mShownAt + size), QTextCursor::KeepAnchor);
     mText->setTextCursor(cursor);
+    mText->centerCursor();
 }
 
 void OutputPane::closeFind() {

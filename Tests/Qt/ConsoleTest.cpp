@@ -201,13 +201,20 @@ TEST_F(ConsoleTest, RefusesFailsConnectsRunsCancelsAndCloses) {
     EXPECT_TRUE(spoken[3].startsWith("Exit status 3 after "));
     EXPECT_EQ(spoken[4], "Connected to " + name);
 
+    start("no-such-command");
+    serveUntil([&] { return shows("Exit status 127 after"); });
+    EXPECT_TRUE(shows("Exit status 127\nThe server's shell found no such command"));
+    EXPECT_TRUE(shows("\nWhat to do: "));
+    press("Escape");
+    EXPECT_EQ(focusName(), "Command");
+
     const std::string stuck = home.directory.path("stuck");
     start("echo $$ >" + stuck + "; exec sleep 60");
     serveUntil([&] { return contentOf(stuck).ends_with('\n'); });
     click(window, "&Cancel");
     click(window, "&Cancel"); // as a double click does
     serveUntil([&] { return shows("Not connected"); });
-    EXPECT_FALSE(shows("Exit status")) << "a command that was cancelled has reported";
+    EXPECT_TRUE(shows("Cancelled after ")) << "a command that was cancelled has reported";
     EXPECT_EQ(focusName(), "Host");
     require({"sh", "-c", "kill $(cat " + stuck + ")"}); // it went on at the server
 
