@@ -4,6 +4,8 @@
 #include <QList>
 #include <QString>
 
+#include <utility>
+
 struct SavedConnection {
     QString name;
     QString host;
@@ -17,7 +19,7 @@ struct SavedConnection {
 class SavedConnections {
   public:
     // The file, and its directory, are made when there is something to save.
-    explicit SavedConnections(const QString &file) : mFile(file) {}
+    explicit SavedConnections(QString file) : mFile(std::move(file)) {}
 
     const QString &file() const { return mFile; }
 
