@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int mostLines = 16;
+constexpr int mostLinesAtOnce = 16;
 
 void append(QTextCursor &cursor, const QString &text, const QFont &font) {
     QTextCharFormat format;
@@ -53,7 +53,7 @@ void ProblemPane::present(const Problem &problem) {
     append(cursor, problem.reason, mText->font());
     append(cursor, problem.origin, font());
     mText->moveCursor(QTextCursor::Start);
-    mText->fit(mostLines);
+    mText->fit(mostLinesAtOnce);
     show();
     mText->setFocus();
 }
