@@ -19,8 +19,9 @@ if(SSHSESSION_BUILD_TOOLS)
     configure_file(Docs/sshsession.1.in sshsession.1 @ONLY)
 endif()
 
-# The functions below install into lib/ or its like, as parts whose names begin alike; what follows
-# goes to each install(). So a second set of files can be laid out for a system's own packages.
+# Each function below lays files out once: for libraries in `libdir`, and as components whose names begin
+# with `part`. Further arguments go to every install(). So the same can be laid out for a system's own
+# packages, which want it elsewhere.
 function(sshsession_install_library target libdir part)
     install(TARGETS ${target} EXPORT ${part}${target}
             LIBRARY DESTINATION ${libdir} COMPONENT ${part}Runtime
