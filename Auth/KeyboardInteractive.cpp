@@ -143,13 +143,12 @@ SSHAttempt attemptOn(LIBSSH2_SESSION *session, SSHEngine::LogIn &logIn, int code
 
 SSHEngine::Conversation conversationOn(Connection &connection) {
     // An examination sends it by one method.
-    const auto &given = connection.engine.asksNobody && connection.logIn.isPasswordSent
-                            ? SSHPlatform::Secret::none().text()
-                            : connection.engine.password();
+    const auto &given = connection.engine.password();
+    const bool isSpent = connection.engine.asksNobody && connection.logIn.isPasswordSent;
     return {[&connection](const std::string &text, bool isSecret) {
                 return ask(connection, text, isSecret);
             },
-            given ? Secret::of(*given) : connection.logIn.password,
+            given && !isSpent ? Secret::of(*given) : connection.logIn.password,
             !connection.logIn.refusedPassword};
 }
 

@@ -21,7 +21,7 @@ constexpr std::size_t longestRefusal = 2000;
 
 // One word for every shell. What differs between them stands behind a backslash outside the quotes:
 // fish knows escapes within, and csh's history is told of exclamation marks.
-std::string quoted(std::string_view text) {
+std::string inSingleQuotes(std::string_view text) {
     std::string word = "'";
     for (const char byte : text) {
         const bool differs = byte == '\'' || byte == '\\' || byte == '!';
@@ -61,7 +61,7 @@ bool asks(std::string_view errorOutput) {
 std::string followedSudoCommand(const std::string &command) {
     return fmt::format(
         "/usr/bin/sudo -S -p '{}' /bin/sh -c {}", promptArgument,
-        quoted(fmt::format("echo; echo '{}'; {}", successMarker, inOneLine(command))));
+        inSingleQuotes(fmt::format("echo; echo '{}'; {}", successMarker, inOneLine(command))));
 }
 
 SudoConversation::Outcome FollowedSudo::examine(SSHPlatform::ByteBuffer &output,

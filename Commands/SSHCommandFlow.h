@@ -15,6 +15,7 @@
 #include <optional>
 #include <string_view>
 
+// Standard output and standard error.
 enum class SSHCommandStream { Output, ErrorOutput };
 
 // Takes output as write(2) does: answers how many bytes of the piece it has taken, from its front.

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+// How it ended.
 enum class SSHAttemptResult {
     Accepted,         // the user is in
     AcceptedInPart,   // as one factor of several; `wanted` says what else

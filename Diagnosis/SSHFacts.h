@@ -60,6 +60,7 @@ struct SSHKnownHostsLine {
     bool isRevoked = false;
 };
 
+// The server's key, and what became of the question whether to trust it.
 struct SSHHostKeyFacts {
     std::string type;        // "ssh-ed25519"
     std::string fingerprint; // "SHA256:..."
@@ -75,6 +76,7 @@ struct SSHDisconnectFacts {
     std::string message;
 };
 
+// The last command, or the one that is running.
 struct SSHCommandFacts {
     bool hasAdminPassword = false; // so that it runs through sudo
     bool hasInput = false;         // some was given
@@ -97,6 +99,7 @@ struct SSHCommandFacts {
 
 // --- What can be looked at on this computer
 
+// What a file that should hold a private key is.
 enum class SSHKeyFileState {
     Missing,
     Unreadable, // `detail` says why
@@ -110,8 +113,10 @@ enum class SSHKeyFileState {
     Plain,
 };
 
+// What the file beside it whose name ends in ".pub" holds: the same key, or another one.
 enum class SSHPublicFileState { Missing, Unreadable, Foreign, Same, Unknown };
 
+// A file with a key of the user's.
 struct SSHKeyFileFacts {
     std::string path;
     bool isGiven = false; // as the session's key file; else one of ~/.ssh
@@ -125,16 +130,19 @@ struct SSHKeyFileFacts {
     bool isInAgent = false;
 };
 
+// A key that the agent holds.
 struct SSHAgentIdentity {
     std::string comment, type, fingerprint;
 };
 
+// The SSH agent, and what it answered.
 struct SSHAgentFacts {
     std::string socket;  // as SSH_AUTH_SOCK names it; empty: no agent is named
     std::string problem; // why it could not be asked; empty: it answered
     std::vector<SSHAgentIdentity> identities;
 };
 
+// The user's file of known hosts.
 struct SSHKnownHostsFacts {
     std::string path;          // of the user's file
     bool hasDirectory = false; // ~/.ssh
@@ -145,6 +153,7 @@ struct SSHKnownHostsFacts {
     std::vector<SSHKnownHostsLine> lines; // that name the host, whatever the port
 };
 
+// All of that together.
 struct SSHLocalFacts {
     std::vector<SSHKeyFileFacts> keyFiles;
     SSHAgentFacts agent;

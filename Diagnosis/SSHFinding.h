@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+// What is wrong, to branch on: Docs/troubleshooting.md has the sentences.
 enum class SSHFindingID {
     // --- Connecting
     HostIsNoName, // "ssh://db", "ada@db": what is no host's name

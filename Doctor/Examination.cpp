@@ -98,7 +98,7 @@ SSHFacts ended(SSHFacts facts, SSHErrorCause cause, SSHSessionStage stage) {
     return facts;
 }
 
-std::string quoted(std::string_view text) {
+std::string inQuotes(std::string_view text) {
     constexpr std::size_t longest = 200;
     std::string lines(text); // of which carriage returns are a part as well
     lines.erase(std::remove(lines.begin(), lines.end(), '\r'), lines.end());

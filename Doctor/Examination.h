@@ -104,7 +104,7 @@ class Examination {
 SSHFacts ended(SSHFacts facts, SSHErrorCause cause, SSHSessionStage stage);
 
 // Of the server's or a file's, made to stand within a sentence: one line, cut where it is long.
-std::string quoted(std::string_view text);
+std::string inQuotes(std::string_view text);
 
 // "12 ms", "1.5 s"
 std::string spelled(std::chrono::milliseconds time);

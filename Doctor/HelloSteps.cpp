@@ -126,8 +126,9 @@ void examineFirstWords(Examination &examination) {
     if (!server.version.starts_with("SSH-2.") && !server.version.starts_with("SSH-1.99"))
         return examination.failBy(SSHErrorCause::NotSSH, SSHSessionStage::Handshake);
     if (!server.linesBefore.empty())
-        examination.note("Before its version the server says " + quoted(server.linesBefore) + ".");
-    examination.ok("The server says " + quoted(server.version) + ".");
+        examination.note("Before its version the server says " + inQuotes(server.linesBefore) +
+                         ".");
+    examination.ok("The server says " + inQuotes(server.version) + ".");
     examination.reached |= Examination::SpeaksSSH;
 }
 

@@ -81,11 +81,11 @@ void examineLogIn(Examination &examination) {
         if (each.result == Result::Accepted || each.result == Result::AcceptedInPart)
             ways.push_back(named(each));
     examination.ok(
-        fmt::format("{} is in, by {}.", quoted(examination.patient.user),
+        fmt::format("{} is in, by {}.", inQuotes(examination.patient.user),
                     ways.empty() ? "what was given" : fmt::format("{}", fmt::join(ways, " and "))));
     if (const std::string &banner = facts.banner;
         !banner.empty() && banner != examination.facts.banner)
-        examination.note("At the log-in the server shows " + quoted(banner) + ".");
+        examination.note("At the log-in the server shows " + inQuotes(banner) + ".");
     visit.connection->becomeEstablished();
     examination.reached |= Examination::IsIn;
 }
@@ -144,7 +144,7 @@ void examineShell(Examination &examination) {
         return examination.fail(
             fmt::format("\"true\" ended with exit status {}, which it never does by itself: the "
                         "account's shell, or what it runs as it starts, ends before. It said: {}.",
-                        ran.command->exitStatus(), quoted(ran.facts.command.errorEnd)),
+                        ran.command->exitStatus(), inQuotes(ran.facts.command.errorEnd)),
             fmt::format("Look on the server at the account's shell, with `getent passwd {}`, and "
                         "at the shell's start-up files.",
                         examination.patient.user));

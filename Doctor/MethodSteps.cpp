@@ -172,7 +172,7 @@ void examineMethods(Examination &examination) {
     });
     visit.engine->_tellNews(*visit.connection);
     if (const std::string banner = visit.facts().banner; !banner.empty())
-        examination.note("Before the log-in the server shows " + quoted(banner) + ".");
+        examination.note("Before the log-in the server shows " + inQuotes(banner) + ".");
     if (isIn) {
         examination.reached |= Examination::KnowsMethods;
         return examination.note("The server lets this user in without asking for anything.");

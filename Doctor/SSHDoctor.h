@@ -29,6 +29,7 @@
 
 // Printable, and without any secret: made to be shown to others.
 struct SSHDoctorLine {
+    // How a step went.
     enum class Verdict {
         Ok,
         Note, // worth knowing; a session may work all the same

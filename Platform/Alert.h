@@ -84,12 +84,14 @@ class SSHSESSION_EXPORT PlainTextField final : public TextField {
     Secret mValue = Secret::none();
 };
 
+// A box to tick.
 class SSHSESSION_EXPORT CheckBox : public View {
   public:
     ~CheckBox() override;
     virtual void setOn(bool on) = 0;
 };
 
+// A picture of the toolkit's, such as an alert's icon.
 class SSHSESSION_EXPORT Image {
   public:
     Image() = default;
@@ -112,8 +114,10 @@ class SSHSESSION_EXPORT Nib {
     virtual CheckBox *checkBox(const std::string &name) = 0;
 };
 
+// Critical warns of a danger.
 enum class AlertStyle { Standard, Critical };
 
+// One answer that an alert offers.
 struct AlertButton {
     std::string title;
     // The key that presses the button: "\r" is Return, the empty string is none. Without a value

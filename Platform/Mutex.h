@@ -46,6 +46,7 @@
 
 namespace SSHPlatform {
 
+// A std::mutex that the analysis knows.
 class SSHSESSION_CAPABILITY("mutex") Mutex {
   public:
     void lock() SSHSESSION_ACQUIRE() { mMutex.lock(); }

@@ -45,7 +45,7 @@
 // the last reference to them (if SSHCommand made the copy), and all of libssh2's memory, whose
 // compression window holds what was sent last, with the connection. A text that the host passes as
 // a std::string stays the host's to wipe; SSHPlatform::Secret is a text that needs no such care.
-// Memory is not locked: it can be swapped out. The README lists what cannot be reached.
+// Memory is not locked: it can be swapped out. Docs/limits.md lists what cannot be reached.
 #pragma once
 
 #include <SSHSession/Mutex.h>
@@ -69,6 +69,7 @@
 
 class SSHSession;
 
+// Is told when the server ends a connection.
 class SSHSESSION_EXPORT SSHSessionDelegate {
   public:
     SSHSessionDelegate() = default;

@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+// Of the addresses that a host may have.
 enum class SSHAddressFamily { Any, IPv4, IPv6 };
 
 struct SSHSessionOptions {

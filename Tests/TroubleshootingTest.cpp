@@ -101,7 +101,7 @@ std::string document() {
             text << "\n## " << section->second << "\n";
         text << "\n### " << row.heading << "\n\n";
         if (*row.fixedTexts)
-            text << "```\n" << row.fixedTexts << "\n```\n\n";
+            text << "```text\n" << row.fixedTexts << "\n```\n\n";
         text << shown(row.text) << "\n\n**What to do:** " << shown(row.step) << " (`" << row.name
              << "`)\n";
     }
