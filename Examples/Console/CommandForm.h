@@ -1,13 +1,13 @@
-// The command to run, with its options.
+// The command to run, with its options, and those that ran before. These are kept until the window
+// closes, and nowhere else: a command can contain a secret.
 #pragma once
 
 #include "Examples/Console/Connection.h"
 
 #include <QGroupBox>
 
-class FileField;
-class HistoryLineEdit;
 class QCheckBox;
+class QComboBox;
 class QLineEdit;
 class QPushButton;
 
@@ -24,6 +24,9 @@ class CommandForm final : public QGroupBox {
     void setCommand(const QString &command);
     void follow(const Connection &connection);
 
+    // In its first field to type in.
+    void takeFocus();
+
   Q_SIGNALS:
     void runRequested();
 
@@ -31,10 +34,11 @@ class CommandForm final : public QGroupBox {
     void run();
     void updateFields();
 
-    HistoryLineEdit *mCommand;
+    QComboBox *mCommand;
     QPushButton *mRun;
     QCheckBox *mAsAdministrator;
     QLineEdit *mAdminPassword;
-    FileField *mStdin;
+    QLineEdit *mStdin;
     bool mIsReady = false;
+    bool mIsConnected = false;
 };

@@ -32,6 +32,8 @@ QString nameOf(SSHSessionStage stage) {
 // Neither so often that showing takes all the time, nor so seldom that a fast command has to wait.
 constexpr std::chrono::milliseconds collectingInterval(20);
 
+constexpr std::chrono::seconds longEnoughToWonder(5);
+
 double secondsOf(const QElapsedTimer &timer) {
     return static_cast<double>(timer.elapsed()) / 1000;
 }
@@ -62,7 +64,7 @@ CommandOutcome execute(SSHSession &session, const CommandRequest &request, SSHOu
         return {.summary = {}, .problem = problem};
     const bool hasSucceeded = session.execute(command, nullptr);
     const double seconds = secondsOf(since);
-    return hasSucceeded ? outcomeOf(*command, seconds)
+    return hasSucceeded ? outcomeOf(*command, session.facts(), seconds)
                         : failureOf(session.examinedFacts(), seconds);
 }
 
@@ -100,8 +102,7 @@ class Connection::Watcher final : public SSHSessionDelegate, public SSHSessionOb
         if (stage == SSHSessionStage::Execute)
             return;
         mConnection->reportLater([connection = mConnection, stage] {
-            connection->mActivity =
-                QStringLiteral("Connecting to %1: %2").arg(connection->mName, nameOf(stage));
+            connection->mStage = QStringLiteral(": ") + nameOf(stage);
             Q_EMIT connection->changed();
         });
     }
@@ -112,6 +113,7 @@ class Connection::Watcher final : public SSHSessionDelegate, public SSHSessionOb
 
 Connection::Connection(const SSHSessionOptions &options, QObject *parent)
     : QObject(parent), mOptions(options), mWatcher(std::make_shared<Watcher>(this)) {
+    mCalls.setMaxThreadCount(1);
     mCollecting.setSingleShot(true);
     mCollecting.setInterval(collectingInterval);
     connect(&mCollecting, &QTimer::timeout, this, &Connection::collectOutputs);
@@ -134,7 +136,7 @@ void Connection::open(const ConnectionParameters &parameters) {
     mSession->setDelegate(mWatcher.get());
     mSession->addObserver(mWatcher);
     beginCall(QStringLiteral("Connecting to ") + mName);
-    mCalls.post([this, session = mSession] {
+    mCalls.start([this, session = mSession] {
         std::optional<Problem> problem;
         if (!session->start(nullptr))
             problem = problemOf(session->examinedFacts());
@@ -147,7 +149,7 @@ void Connection::run(const CommandRequest &request) {
     // By the clock: when collecting at once, a fast command would keep the window from all else.
     mOutputs =
         std::make_shared<OutputQueue>([this] { reportLater([this] { mCollecting.start(); }); });
-    mCalls.post([this, session = mSession, request, outputs = mOutputs, since = mSince] {
+    mCalls.start([this, session = mSession, request, outputs = mOutputs, since = mSince] {
         const auto sink = [outputs](SSHCommandStream stream, std::string_view piece) {
             return outputs->take(stream, piece);
         };
@@ -178,27 +180,40 @@ void Connection::close() {
     Q_EMIT changed();
 }
 
-QString Connection::status() const {
-    const QString elapsed = elapsedText(secondsOf(mSince));
+QString Connection::activity() const {
     if (mIsClosing)
         return QStringLiteral("Disconnecting");
     if (mIsCalling)
-        return QStringLiteral("%1: %2%3").arg(mActivity, elapsed, waiting());
+        return mActivity;
     return mIsConnected ? QStringLiteral("Connected to ") + mName : QStringLiteral("Not connected");
 }
 
-// Once it has taken long enough to make somebody wonder.
-QString Connection::waiting() const {
+QString Connection::status() const {
+    if (mIsClosing || !mIsCalling)
+        return activity();
+    return mActivity + mStage + QStringLiteral(": ") + elapsedText(secondsOf(mSince)) + progress();
+}
+
+// What it waits for is said once it has taken long enough to make somebody wonder.
+QString Connection::progress() const {
     const SSHFacts facts = mSession->facts();
-    const std::string text = SSHWaitingText(facts);
-    if (text.empty() ||
-        std::chrono::steady_clock::now() - SSHWaitingSince(facts) < std::chrono::seconds(10))
-        return {};
-    return QStringLiteral(". Waiting ") + visibleText(text);
+    const SSHCommandFacts &command = facts.command;
+    QString text;
+    if (command.isRunning && command.inputSize > 0)
+        text += QStringLiteral(", %1 of %2 sent")
+                    .arg(sizeText(command.inputBytes), sizeText(command.inputSize));
+    if (command.isRunning && command.outputBytes > 0)
+        text += QStringLiteral(", %1 received").arg(sizeText(command.outputBytes));
+    const std::string waiting = SSHWaitingText(facts);
+    if (!waiting.empty() &&
+        std::chrono::steady_clock::now() - SSHWaitingSince(facts) >= longEnoughToWonder)
+        text += QStringLiteral(". Waiting ") + visibleText(waiting);
+    return text;
 }
 
 void Connection::beginCall(const QString &activity) {
     mActivity = activity;
+    mStage.clear();
     mIsCalling = true;
     mSince.start();
     Q_EMIT changed();
@@ -225,7 +240,7 @@ void Connection::settle() {
 
 void Connection::stop() {
     mIsCalling = true;
-    mCalls.post([this, session = mSession] {
+    mCalls.start([this, session = mSession] {
         session->stop();
         reportLater([this] { endCall(std::nullopt); });
     });

@@ -2,7 +2,6 @@
 // the session's notices come back as signals.
 #pragma once
 
-#include "Examples/Console/Lane.h"
 #include "Examples/Console/Outcome.h"
 #include "Examples/Console/OutputQueue.h"
 
@@ -12,6 +11,7 @@
 #include <QElapsedTimer>
 #include <QObject>
 #include <QString>
+#include <QThreadPool>
 #include <QTimer>
 
 #include <atomic>
@@ -54,7 +54,9 @@ class Connection final : public QObject {
     bool isClosing() const { return mIsClosing; }
     bool isIdle() const { return !mIsConnected && !mIsCalling && !mIsClosing; }
 
-    // For the user: what is going on, and for how long already if that takes time.
+    // For the user: what is going on; and in `status` also its stage, for how long already, how
+    // much has come, and what it waits for, where that takes time.
+    QString activity() const;
     QString status() const;
 
   Q_SIGNALS:
@@ -67,7 +69,7 @@ class Connection final : public QObject {
   private:
     class Watcher;
 
-    QString waiting() const;
+    QString progress() const;
     void beginCall(const QString &activity);
     void endCall(const std::optional<Problem> &problem);
     void collectOutputs();
@@ -78,13 +80,16 @@ class Connection final : public QObject {
     const SSHSessionOptions mOptions;
     std::shared_ptr<Watcher> mWatcher;
     std::shared_ptr<SSHSession> mSession;
-    QString mName; // user@host:port
-    QString mActivity;
+    QString mName;     // user@host:port
+    QString mActivity; // of the call that is under way
+    QString mStage;    // of connecting
     QElapsedTimer mSince;
     std::shared_ptr<OutputQueue> mOutputs; // of the last command
     QTimer mCollecting;
     bool mIsConnected = false;
     bool mIsCalling = false;
     std::atomic<bool> mIsClosing = false; // read by what is about to begin
-    Lane mCalls; // last, so that its thread ends before anything it reports to
+    // One call after another, so that the window never waits. Last, since it waits in the end for
+    // the one that is under way, which reports to all above.
+    QThreadPool mCalls;
 };

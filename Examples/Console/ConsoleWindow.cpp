@@ -2,18 +2,18 @@
 
 #include "Examples/Console/CommandForm.h"
 #include "Examples/Console/ConnectionForm.h"
-#include "Examples/Console/LiteralText.h"
 #include "Examples/Console/OutputPane.h"
 #include "Examples/Console/ProblemPane.h"
-#include "Examples/Console/StatusLine.h"
+#include "Examples/Console/Widgets.h"
 
 #include <QApplication>
 #include <QCloseEvent>
-#include <QLabel>
+#include <QShortcut>
 #include <QSplitter>
 #include <QVBoxLayout>
 
 #include <chrono>
+#include <utility>
 
 namespace {
 
@@ -23,12 +23,12 @@ constexpr qsizetype longestBanner = 16384; // characters; a server may send any 
 
 } // namespace
 
-ConsoleWindow::ConsoleWindow(const SSHSessionOptions &options)
-    : mConnectionForm(new ConnectionForm), mCommandForm(new CommandForm), mStatus(new StatusLine),
-      mBanner(new LiteralText(QStringLiteral("The server's words"), this)),
-      mProblem(new ProblemPane), mSummary(new QLabel),
-      mOutput(new OutputPane(QStringLiteral("Output"))),
-      mErrorOutput(new OutputPane(QStringLiteral("Error output"))) {
+ConsoleWindow::ConsoleWindow(const QString &settingsFile, const SSHSessionOptions &options)
+    : mConnectionForm(new ConnectionForm(settingsFile)), mCommandForm(new CommandForm),
+      mStatus(new Notice), mBanner(new LiteralText(QStringLiteral("The server's words"))),
+      mProblem(new ProblemPane), mSummary(new Notice),
+      mOutput(new OutputPane(QStringLiteral("&Output"))),
+      mErrorOutput(new OutputPane(QStringLiteral("&Error output"))) {
     setWindowTitle(QGuiApplication::applicationDisplayName());
     layOut();
     makeConnection(options);
@@ -37,8 +37,8 @@ ConsoleWindow::ConsoleWindow(const SSHSessionOptions &options)
 }
 
 void ConsoleWindow::layOut() {
-    mSummary->setTextFormat(Qt::PlainText);
-    mSummary->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    mStatus->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    mBanner->hide();
     mProblem->hide();
     auto *const outputs = new QSplitter(Qt::Vertical);
     outputs->addWidget(mOutput);
@@ -58,15 +58,37 @@ void ConsoleWindow::layOut() {
 }
 
 void ConsoleWindow::wire() {
-    connect(&mClock, &QTimer::timeout, this, [this] { mStatus->follow(*mConnection); });
+    connect(&mClock, &QTimer::timeout, this, &ConsoleWindow::showStatus);
     connect(mConnectionForm, &ConnectionForm::connectRequested, this, [this] {
         mProblem->hide();
-        mBanner->present({}, 0);
+        mBanner->clear();
+        mBanner->hide();
         mConnection->open(mConnectionForm->parameters());
     });
     connect(mConnectionForm, &ConnectionForm::disconnectRequested, this,
             [this] { mConnection->close(); });
+    connect(mConnectionForm, &ConnectionForm::failed, mProblem, &ProblemPane::present);
+    connect(mProblem, &ProblemPane::dismissed, this, [this] {
+        if (mConnection->isConnected())
+            mCommandForm->takeFocus();
+        else
+            mConnectionForm->takeFocus();
+    });
     connect(mCommandForm, &CommandForm::runRequested, this, &ConsoleWindow::run);
+    addShortcut(QKeySequence::Find, &OutputPane::openFind);
+    addShortcut(QKeySequence::FindNext, &OutputPane::findNext);
+    addShortcut(QKeySequence::FindPrevious, &OutputPane::findPrevious);
+    addShortcut(QKeySequence::Save, &OutputPane::save);
+    addShortcut(QKeySequence(QStringLiteral("Ctrl+Shift+C")), &OutputPane::copyAll);
+}
+
+// For the output with the focus, or else the first.
+void ConsoleWindow::addShortcut(const QKeySequence &keys,
+                                const std::function<void(OutputPane &)> &action) {
+    connect(new QShortcut(keys, this), &QShortcut::activated, this, [this, action] {
+        const bool isError = mErrorOutput->isAncestorOf(focusWidget());
+        action(isError ? *mErrorOutput : *mOutput);
+    });
 }
 
 void ConsoleWindow::makeConnection(const SSHSessionOptions &options) {
@@ -81,13 +103,24 @@ void ConsoleWindow::makeConnection(const SSHSessionOptions &options) {
 void ConsoleWindow::follow() {
     mConnectionForm->follow(*mConnection);
     mCommandForm->follow(*mConnection);
-    mStatus->follow(*mConnection);
+    showStatus();
     if (mConnection->isCalling() || mConnection->isClosing())
         mClock.start(clockInterval);
     else
         mClock.stop();
+    // Unless there is a problem to read.
+    const bool wasIdle = std::exchange(mWasIdle, mConnection->isIdle());
+    if (mWasIdle && !wasIdle && !mProblem->isAncestorOf(focusWidget()))
+        mConnectionForm->takeFocus();
     if (mIsLeaving && mConnection->isIdle())
         QCoreApplication::quit();
+}
+
+// Spoken is only what is new.
+void ConsoleWindow::showStatus() {
+    if (mSaid != mConnection->activity())
+        mStatus->say(mSaid = mConnection->activity());
+    mStatus->setText(mConnection->status());
 }
 
 void ConsoleWindow::run() {
@@ -105,14 +138,16 @@ void ConsoleWindow::append(SSHCommandStream stream, const std::string &bytes) {
 void ConsoleWindow::finish(const QString &summary) {
     mOutput->finish();
     mErrorOutput->finish();
-    mSummary->setText(summary);
+    mSummary->say(summary);
 }
 
 void ConsoleWindow::greet(const QString &banner) {
     QString text = mBanner->toPlainText();
     text += (text.isEmpty() ? QString() : QStringLiteral("\n")) + banner.trimmed();
     text.truncate(longestBanner);
-    mBanner->present(text, mostBannerLines);
+    mBanner->setPlainText(text);
+    mBanner->fit(mostBannerLines);
+    mBanner->setVisible(!text.isEmpty());
 }
 
 void ConsoleWindow::closeEvent(QCloseEvent *event) {

@@ -6,19 +6,22 @@
 #include <QTimer>
 #include <QWidget>
 
+#include <functional>
+
 class CommandForm;
 class ConnectionForm;
 class OutputPane;
 class ProblemPane;
 class LiteralText;
-class QLabel;
-class StatusLine;
+class Notice;
 
 class ConsoleWindow final : public QWidget {
     Q_OBJECT
 
   public:
-    explicit ConsoleWindow(const SSHSessionOptions &options = SSHSessionOptions::recommended());
+    // Connections are saved in `settingsFile`.
+    explicit ConsoleWindow(const QString &settingsFile,
+                           const SSHSessionOptions &options = SSHSessionOptions::recommended());
 
     ConnectionForm &connectionForm() { return *mConnectionForm; }
     CommandForm &commandForm() { return *mCommandForm; }
@@ -32,20 +35,24 @@ class ConsoleWindow final : public QWidget {
     void wire();
     void makeConnection(const SSHSessionOptions &options);
     void follow();
+    void showStatus();
     void run();
     void append(SSHCommandStream stream, const std::string &bytes);
     void finish(const QString &summary);
     void greet(const QString &banner);
+    void addShortcut(const QKeySequence &keys, const std::function<void(OutputPane &)> &action);
 
     Connection *mConnection = nullptr;
     ConnectionForm *mConnectionForm;
     CommandForm *mCommandForm;
-    StatusLine *mStatus;
+    Notice *mStatus;
     LiteralText *mBanner;
     ProblemPane *mProblem;
-    QLabel *mSummary;
+    Notice *mSummary;
     OutputPane *mOutput;
     OutputPane *mErrorOutput;
     QTimer mClock; // runs while there is a duration to show
+    QString mSaid; // by the status, to screen readers
+    bool mWasIdle = true;
     bool mIsLeaving = false;
 };

@@ -57,14 +57,17 @@ Problem problemOf(const SSHFacts &facts) {
     return problem;
 }
 
-CommandOutcome outcomeOf(const SSHCommand &command, double seconds) {
+CommandOutcome outcomeOf(const SSHCommand &command, const SSHFacts &facts, double seconds) {
     if (!command.isClosedInOrder())
         return {.summary = after(QStringLiteral("Cut off"), seconds), .problem = cutOff()};
     const QString end =
         command.wasEndedBySignal()
             ? QStringLiteral("Ended by signal %1").arg(visibleText(*command.exitSignal()))
             : QStringLiteral("Exit status %1").arg(command.exitStatus());
-    return {.summary = after(end, seconds), .problem = {}};
+    CommandOutcome outcome = {.summary = after(end, seconds), .problem = {}};
+    if (const QString advice = adviceOf(SSHFindings(facts)); !advice.isEmpty())
+        outcome.problem = {.description = end, .suggestion = advice, .reason = {}, .origin = {}};
+    return outcome;
 }
 
 CommandOutcome failureOf(const SSHFacts &facts, double seconds) {

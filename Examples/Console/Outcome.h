@@ -24,8 +24,9 @@ struct CommandOutcome {
 // Of a failed call, as it is known after it.
 Problem problemOf(const SSHFacts &facts);
 
-// Of an execution that has succeeded, as far as the command is concerned, and of one that failed.
-CommandOutcome outcomeOf(const SSHCommand &command, double seconds);
+// Of an execution that has succeeded, though the command may have failed in a way that is known;
+// and of one that failed.
+CommandOutcome outcomeOf(const SSHCommand &command, const SSHFacts &facts, double seconds);
 CommandOutcome failureOf(const SSHFacts &facts, double seconds);
 
 // `error` is null when the server ended the connection in good order.

@@ -1,18 +1,20 @@
 #include "Examples/Console/OutputPane.h"
 
 #include "Examples/Console/Outcome.h"
+#include "Examples/Console/Widgets.h"
 
+#include <QApplication>
+#include <QClipboard>
 #include <QFileDialog>
-#include <QFontDatabase>
 #include <QHBoxLayout>
-#include <QLabel>
+#include <QLineEdit>
 #include <QMessageBox>
-#include <QPlainTextEdit>
+#include <QPushButton>
 #include <QSaveFile>
 #include <QScrollBar>
+#include <QShortcut>
 #include <QTextBlock>
 #include <QTextCursor>
-#include <QToolButton>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -41,39 +43,75 @@ int excessOf(const QTextDocument &document) {
                      lines > 0 ? document.findBlockByNumber(lines).position() : 0});
 }
 
+QPushButton *button(const QString &title, const QString &name, const QString &keys) {
+    auto *const button = new QPushButton(title);
+    button->setAccessibleName(name);
+    button->setToolTip(keys);
+    return button;
+}
+
 } // namespace
 
 OutputPane::OutputPane(const QString &title)
-    : mTitle(title), mHeading(new QLabel(title, this)), mText(new QPlainTextEdit(this)),
-      mSave(new QToolButton(this)) {
-    mText->setReadOnly(true);
-    mText->setUndoRedoEnabled(false); // it would remember all that was ever shown
-    mText->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    : mTitle(title), mName(QString(title).remove(QLatin1Char('&'))), mNotice(new Notice),
+      mText(new LiteralText(mName)), mFindRow(new QWidget), mWanted(new QLineEdit),
+      mFind(button(QStringLiteral("Find…"), QStringLiteral("Find in ") + mName,
+                   QStringLiteral("Ctrl+F, then F3 and Shift+F3"))),
+      mCopy(button(QStringLiteral("Copy all"), QStringLiteral("Copy all of ") + mName,
+                   QStringLiteral("Ctrl+Shift+C"))),
+      mSave(button(QStringLiteral("Save…"), QStringLiteral("Save ") + mName,
+                   QStringLiteral("Ctrl+S"))) {
+    mHeading = labelFor(mText, title);
     mText->setLineWrapMode(QPlainTextEdit::NoWrap);
-    mText->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
-    mText->setAccessibleName(title);
     mText->setMinimumHeight(3 * mText->fontMetrics().lineSpacing());
-    mSave->setText(QStringLiteral("Save…"));
-    mSave->setAccessibleName(QStringLiteral("Save ") + title);
-    connect(mSave, &QToolButton::clicked, this, &OutputPane::save);
+    mWanted->setPlaceholderText(QStringLiteral("Text to find; Return finds the next"));
+    mWanted->setAccessibleName(QStringLiteral("Text to find in ") + mName);
+    connect(mWanted, &QLineEdit::returnPressed, this, &OutputPane::findNext);
+    connect(mFind, &QPushButton::clicked, this, &OutputPane::openFind);
+    connect(mCopy, &QPushButton::clicked, this, &OutputPane::copyAll);
+    connect(mSave, &QPushButton::clicked, this, &OutputPane::save);
+    layOut();
     followEnd();
     describe();
+}
+
+void OutputPane::layOut() {
+    auto *const next = button(QStringLiteral("Next"), {}, QStringLiteral("F3"));
+    auto *const previous = button(QStringLiteral("Previous"), {}, QStringLiteral("Shift+F3"));
+    auto *const close = button(QStringLiteral("Close"), QStringLiteral("Close the search"),
+                               QStringLiteral("Escape"));
+    auto *const escape = new QShortcut(Qt::Key_Escape, this);
+    escape->setContext(Qt::WidgetWithChildrenShortcut);
+    connect(next, &QPushButton::clicked, this, &OutputPane::findNext);
+    connect(previous, &QPushButton::clicked, this, &OutputPane::findPrevious);
+    connect(close, &QPushButton::clicked, this, &OutputPane::closeFind);
+    connect(escape, &QShortcut::activated, this, &OutputPane::closeFind);
 
     auto *const header = new QHBoxLayout;
-    header->addWidget(mHeading, 1);
-    header->addWidget(mSave);
+    header->addWidget(mHeading);
+    header->addStretch(1);
+    header->addWidget(mNotice);
+    for (QWidget *const one : {mFind, mCopy, mSave})
+        header->addWidget(one);
+    auto *const findRow = new QHBoxLayout(mFindRow);
+    findRow->setContentsMargins(0, 0, 0, 0);
+    findRow->addWidget(mWanted, 1);
+    for (QWidget *const one : {next, previous, close})
+        findRow->addWidget(one);
     auto *const rows = new QVBoxLayout(this);
     rows->setContentsMargins(0, 0, 0, 0);
     rows->addLayout(header);
+    rows->addWidget(mFindRow);
     rows->addWidget(mText, 1);
+    mFindRow->hide();
 }
 
 void OutputPane::followEnd() {
     QScrollBar *const bar = mText->verticalScrollBar();
     connect(bar, &QScrollBar::rangeChanged, this, [this, bar](int /*minimum*/, int maximum) {
-        if (bar->value() >= mEnd - 1) // Ctrl+End leaves it one line short
+        if (bar->value() >= mBottom - 1) // Ctrl+End leaves it one line short
             bar->setValue(maximum);
-        mEnd = maximum;
+        mBottom = maximum;
     });
 }
 
@@ -82,7 +120,11 @@ void OutputPane::clear() {
     mKept.clear();
     mStream = {};
     mText->clear();
+    mNotice->clear();
+    mSearched.clear();
+    mIsFinished = false;
     mIsShownWhole = true;
+    mIsEnd = true;
     describe();
 }
 
@@ -94,18 +136,21 @@ void OutputPane::append(std::string_view bytes) {
 }
 
 void OutputPane::finish() {
+    mIsFinished = true;
     show(mStream.rest());
 }
 
 void OutputPane::show(const QString &text) {
-    const QString end = endOf(text);
-    QTextCursor cursor(mText->document());
-    cursor.movePosition(QTextCursor::End);
-    cursor.insertText(end);
-    const int excess = excessOf(*mText->document());
-    mIsShownWhole = mIsShownWhole && end.size() == text.size() && excess == 0;
-    if (excess > 0)
-        removeFromFront(excess);
+    if (mIsEnd) {
+        const QString end = endOf(text);
+        QTextCursor cursor(mText->document());
+        cursor.movePosition(QTextCursor::End);
+        cursor.insertText(end);
+        const int excess = excessOf(*mText->document());
+        mIsShownWhole = mIsShownWhole && end.size() == text.size() && excess == 0;
+        if (excess > 0)
+            removeFromFront(excess);
+    }
     describe();
 }
 
@@ -123,17 +168,106 @@ void OutputPane::removeFromFront(int characters) {
 
 void OutputPane::describe() {
     QString size = sizeText(mSize);
-    if (!mIsShownWhole)
+    if (!mIsEnd)
+        size += QStringLiteral("; a part is shown, Escape shows the end");
+    else if (!mIsShownWhole)
         size += QStringLiteral("; the end is shown");
     mHeading->setText(mSize == 0 ? mTitle : QStringLiteral("%1 (%2)").arg(mTitle, size));
-    mSave->setEnabled(mSize > 0);
+    for (QWidget *const one : {mFind, mCopy, mSave})
+        one->setEnabled(mSize > 0);
+}
+
+// As it is shown.
+QString OutputPane::keptText() {
+    mStream = {};
+    const QString text = mStream.take({mKept.data(), mKept.size()});
+    return mIsFinished ? text + mStream.rest() : text;
 }
 
 // For the user.
 QString OutputPane::keptPart() const {
     return mKept.size() == mSize
-               ? mTitle
-               : QStringLiteral("the last %1 of %2").arg(sizeText(mKept.size()), mTitle);
+               ? mName
+               : QStringLiteral("the last %1 of %2").arg(sizeText(mKept.size()), mName);
+}
+
+void OutputPane::openFind() {
+    mFindRow->show();
+    mWanted->setFocus();
+    mWanted->selectAll();
+}
+
+qsizetype OutputPane::shownSize() const {
+    return mText->document()->characterCount() - 1;
+}
+
+void OutputPane::find(bool isBackwards) {
+    const QString wanted = mWanted->text();
+    if (wanted.isEmpty() || mFindRow->isHidden()) {
+        openFind();
+        return;
+    }
+    if (mIsEnd) {
+        mSearched = keptText();
+        mShownAt = mSearched.size() - shownSize();
+    }
+    const QTextCursor cursor = mText->textCursor();
+    const qsizetype here = mShownAt + cursor.selectionStart();
+    qsizetype found = -1;
+    if (!isBackwards)
+        found = mSearched.indexOf(wanted, here + cursor.hasSelection(), Qt::CaseInsensitive);
+    else if (here > 0)
+        found = mSearched.lastIndexOf(wanted, here - 1, Qt::CaseInsensitive);
+    QString wrapped;
+    if (found < 0) {
+        wrapped = isBackwards ? QStringLiteral(", from the end") : QStringLiteral(", from the top");
+        found = isBackwards ? mSearched.lastIndexOf(wanted, -1, Qt::CaseInsensitive)
+                            : mSearched.indexOf(wanted, 0, Qt::CaseInsensitive);
+    }
+    if (found < 0) {
+        mNotice->say(QStringLiteral("Not found"));
+        return;
+    }
+    reveal(found, wanted.size());
+    const auto before = QStringView(mSearched).first(found + wanted.size() - 1);
+    mNotice->say(QStringLiteral("%1 of %2%3")
+                     .arg(before.count(wanted, Qt::CaseInsensitive) + 1)
+                     .arg(mSearched.count(wanted, Qt::CaseInsensitive))
+                     .arg(wrapped));
+}
+
+void OutputPane::reveal(qsizetype position, qsizetype size) {
+    if (position < mShownAt || position + size > mShownAt + shownSize()) {
+        const qsizetype end = std::min(mSearched.size(), position + size + mostLines / 2);
+        const QString part = endOf(mSearched.first(end));
+        mIsEnd = false;
+        mShownAt = end - part.size();
+        mText->setPlainText(part);
+        describe();
+    }
+    QTextCursor cursor(mText->document());
+    cursor.setPosition(static_cast<int>(position - mShownAt));
+    cursor.setPosition(static_cast<int>(position - mShownAt + size), QTextCursor::KeepAnchor);
+    mText->setTextCursor(cursor);
+    mText->centerCursor();
+}
+
+void OutputPane::closeFind() {
+    mFindRow->hide();
+    mNotice->clear();
+    mSearched.clear();
+    mText->setFocus();
+    if (mIsEnd)
+        return;
+    mIsEnd = true;
+    mText->setPlainText(endOf(keptText()));
+    mText->moveCursor(QTextCursor::End);
+    describe();
+}
+
+void OutputPane::copyAll() {
+    QApplication::clipboard()->setText(keptText());
+    mNotice->say(QStringLiteral("Copied"));
 }
 
 void OutputPane::save() {

@@ -1,28 +1,27 @@
-// What went wrong: description, suggestion, and the reason as a monospaced text to be copied.
+// What went wrong: description, what to do, and the reason, as a text to be read and copied.
 #pragma once
 
 #include "Examples/Console/Outcome.h"
 
-#include <QFrame>
+#include <QGroupBox>
 
 class LiteralText;
-class QLabel;
 
-class ProblemPane final : public QFrame {
+class ProblemPane final : public QGroupBox {
     Q_OBJECT
 
   public:
     ProblemPane();
 
+    // Has the focus then, so that it is read out.
     void present(const Problem &problem);
-    QSize minimumSizeHint() const override;
+
+  Q_SIGNALS:
+    void dismissed();
 
   private:
     void copy() const;
+    void dismiss();
 
-    Problem mProblem;
-    QLabel *mDescription;
-    QLabel *mSuggestion;
-    QLabel *mOrigin;
-    LiteralText *mReason;
+    LiteralText *mText;
 };

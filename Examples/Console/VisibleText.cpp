@@ -8,6 +8,8 @@ namespace {
 
 // Control characters and those that steer the direction or the breaking of lines.
 bool hidesItself(const QChar &character) {
+    if (character >= u' ' && character <= u'~')
+        return false; // most of what comes; asking for its category takes longer
     return character.category() == QChar::Other_Control ||
            character.category() == QChar::Other_Format || character == QChar::LineSeparator ||
            character == QChar::ParagraphSeparator;

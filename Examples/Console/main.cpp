@@ -1,15 +1,17 @@
 // A host application like any other: it installs the library's Qt prompts, makes sessions and runs
 // commands, all through the public headers.
-#include "Examples/Console/Appearance.h"
 #include "Examples/Console/CommandForm.h"
 #include "Examples/Console/ConnectionForm.h"
 #include "Examples/Console/ConsoleWindow.h"
+#include "Examples/Console/Widgets.h"
 
 #include <SSHSession/QtPlatform.h>
 
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QIcon>
+#include <QStandardPaths>
+#include <QStyleFactory>
 
 namespace {
 
@@ -45,12 +47,19 @@ int main(int argc, char **argv) {
         {hostOption, portOption, userOption, keyOption, commandOption, darkOption, classicOption});
     options.process(application);
     if (options.isSet(darkOption))
-        useDarkPalette();
+        QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+    QApplication::setPalette(consolePalette(options.isSet(darkOption)));
 
-    ConsoleWindow window(options.isSet(classicOption) ? SSHSessionOptions()
+    ConsoleWindow window(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation) +
+                             QStringLiteral("/connections.ini"),
+                         options.isSet(classicOption) ? SSHSessionOptions()
                                                       : SSHSessionOptions::recommended());
-    window.connectionForm().fill(options.value(hostOption), options.value(portOption).toInt(),
-                                 options.value(userOption), options.value(keyOption));
+    if (options.isSet(hostOption))
+        window.connectionForm().fill({.name = {},
+                                      .host = options.value(hostOption),
+                                      .port = options.value(portOption).toInt(),
+                                      .user = options.value(userOption),
+                                      .keyFile = options.value(keyOption)});
     window.commandForm().setCommand(options.value(commandOption));
     window.show();
     return QApplication::exec();
