@@ -30,7 +30,7 @@ using std::chrono::milliseconds;
 
 constexpr std::size_t lengthSize = 4;
 constexpr std::size_t longestAnswer = std::size_t{256} * 1024; // OpenSSH's limit
-constexpr std::string_view request("\0\0\0\1\x0B", 5);         // SSH_AGENTC_REQUEST_IDENTITIES
+constexpr std::string_view listRequest("\0\0\0\1\x0B", 5);     // SSH_AGENTC_REQUEST_IDENTITIES
 constexpr char identitiesAnswer = 12;
 
 // One question to one agent, done by a deadline.
@@ -93,7 +93,7 @@ int Inquiry::receive(std::string &bytes, std::size_t size) {
 
 int Inquiry::answer(std::string &bytes) {
     if (mSocket < 0 || await(SSHPlatform::WaitFor::Writing) != 0 ||
-        ::send(mSocket, request.data(), request.size(), MSG_NOSIGNAL) < 0)
+        ::send(mSocket, listRequest.data(), listRequest.size(), MSG_NOSIGNAL) < 0)
         return -1;
     std::string length;
     if (receive(length, lengthSize) != 0)
