@@ -33,9 +33,11 @@ endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
     target_compile_options(SSHSessionSettings INTERFACE -Wno-restrict)
 endif()
-# Of files that are compiled as one, none is the main file, whose local types may be anywhere.
-if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    target_compile_options(SSHSessionSettings INTERFACE -Wno-subobject-linkage)
+# Of files that are compiled as one, none is the main file, whose local types may be anywhere; and what a
+# local name hides may be another file's.
+if(CMAKE_UNITY_BUILD)
+    target_compile_options(SSHSessionSettings INTERFACE
+        $<IF:$<CXX_COMPILER_ID:GNU>,-Wno-subobject-linkage,-Wno-shadow>)
 endif()
 if(SSHSESSION_SANITIZE)
     target_compile_options(SSHSessionSettings INTERFACE
