@@ -2,7 +2,8 @@
 set(SSHSESSION_LIBSSH2 "auto" CACHE STRING "Which libssh2: own (built below .deps), system, or auto")
 set_property(CACHE SSHSESSION_LIBSSH2 PROPERTY STRINGS auto own system)
 
-set(own_libssh2 ${PROJECT_SOURCE_DIR}/.deps/libssh2)
+set(SSHSESSION_OWN_LIBSSH2 ${PROJECT_SOURCE_DIR}/.deps/libssh2 CACHE PATH "Where CMake/build-libssh2 built its own")
+set(own_libssh2 ${SSHSESSION_OWN_LIBSSH2})
 if(SSHSESSION_LIBSSH2 STREQUAL "auto")
     if(EXISTS ${own_libssh2}/revision)
         set(chosen own)
