@@ -10,7 +10,7 @@
 #include <malloc/malloc.h>
 #elif defined(__FreeBSD__)
 #include <malloc_np.h>
-#elif defined(__GLIBC__)
+#elif defined(__linux__) // with any C library
 #include <malloc.h>
 #endif
 
@@ -22,7 +22,7 @@ namespace {
 std::size_t sizeOf(void *block) {
 #if defined(__APPLE__)
     return ::malloc_size(block);
-#elif defined(__FreeBSD__) || defined(__GLIBC__)
+#elif defined(__FreeBSD__) || defined(__linux__)
     return ::malloc_usable_size(block);
 #else
     static_cast<void>(block);
