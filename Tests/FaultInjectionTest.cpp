@@ -93,7 +93,7 @@ class FaultInjectionTest : public ScriptedServerTest {
     void failAllocations(const Scenario &scenario);
 
     std::string right;
-    std::minstd_rand random{seed()};
+    std::minstd_rand random{static_cast<std::minstd_rand::result_type>(seed())};
     const std::shared_ptr<StageWatch> watch = std::make_shared<StageWatch>();
 
   private:
