@@ -1,5 +1,6 @@
-/* What glibc's dl_find_object is to the unwinder in Debian's libgcc_eh: it finds the loaded object that
- * an address belongs to, and that object's exception tables. musl has only the walk over all of them. */
+/* What glibc's dl_find_object is to the unwinder in Debian's libgcc_eh: it finds the loaded object
+ * that an address belongs to, and that object's exception tables. musl has only the walk over all
+ * of them. */
 #define _GNU_SOURCE
 #include <link.h>
 #include <stddef.h>
@@ -23,7 +24,8 @@ static int look(struct dl_phdr_info *info, size_t size, void *data) {
     const struct search *search = data;
     void *tables = NULL;
     int found = 0;
-    for (const ElfW(Phdr) *part = info->dlpi_phdr; part != info->dlpi_phdr + info->dlpi_phnum; ++part) {
+    for (const ElfW(Phdr) *part = info->dlpi_phdr; part != info->dlpi_phdr + info->dlpi_phnum;
+         ++part) {
         const ElfW(Addr) begin = info->dlpi_addr + part->p_vaddr;
         if (part->p_type == PT_GNU_EH_FRAME)
             tables = (void *)begin;
