@@ -11,6 +11,7 @@
 #include <QPushButton>
 #include <QSpinBox>
 
+#include <algorithm>
 #include <limits>
 
 namespace {
@@ -119,9 +120,15 @@ void ConnectionForm::listSaved() {
     updateButtons();
 }
 
+// By its name: another window may have changed the order in the file.
 void ConnectionForm::choose(int index) {
-    if (const auto connections = mConnections.all(); index < connections.size())
-        fill(connections.at(index));
+    const auto connections = mConnections.all();
+    const auto chosen =
+        std::find_if(connections.begin(), connections.end(), [&](const SavedConnection &one) {
+            return one.name == mSaved->itemText(index);
+        });
+    if (chosen != connections.end())
+        fill(*chosen);
 }
 
 void ConnectionForm::save() {
