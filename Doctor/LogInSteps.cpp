@@ -38,7 +38,14 @@ std::string named(const SSHAttempt &attempt) {
                        attempt.key);
 }
 
-// Whether a normal run would have asked the user where this one did not.
+bool hasEnded(const SSHFacts &facts) {
+    return facts.disconnect ||
+           std::any_of(facts.attempts.begin(), facts.attempts.end(),
+                       [](const SSHAttempt &each) { return each.result == Result::Ended; });
+}
+
+// Whether a normal run would have asked the user where this one did not. After the end of the
+// connection nobody is asked for a password.
 bool wouldAsk(const Examination &examination, const SSHFacts &facts) {
     const auto isOffered = [&](const char *name) {
         return std::find(facts.methods.begin(), facts.methods.end(), name) != facts.methods.end();
@@ -46,7 +53,7 @@ bool wouldAsk(const Examination &examination, const SSHFacts &facts) {
     const SSHSessionOptions &options = examination.patient.options;
     return std::any_of(facts.attempts.begin(), facts.attempts.end(),
                        [](const SSHAttempt &each) { return each.result == Result::NotGiven; }) ||
-           (!examination.patient.password &&
+           (!examination.patient.password && !hasEnded(facts) &&
             ((options.asksForPassword && isOffered("password")) ||
              (options.asksServersQuestions && isOffered("keyboard-interactive"))));
 }
