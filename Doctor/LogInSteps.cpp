@@ -58,8 +58,9 @@ bool wouldAsk(const Examination &examination, const SSHFacts &facts) {
              (options.asksServersQuestions && isOffered("keyboard-interactive"))));
 }
 
+// A server that offers keyboard-interactive and asks nothing by it has refused no answer.
 bool isSecretRefused(const SSHAttempt &attempt) {
-    return attempt.method != "publickey" &&
+    return (attempt.method == "password" || !attempt.questions.empty()) &&
            (attempt.result == Result::Refused || attempt.result == Result::Expired);
 }
 
