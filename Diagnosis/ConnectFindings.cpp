@@ -34,17 +34,6 @@ std::string hostIn(std::string text) {
     return isIPv6(text) ? text : text.substr(0, text.find(':'));
 }
 
-void addNameFindings(FindingList &list) {
-    const std::string &host = list.facts.host;
-    const std::string suggestion = hostIn(host);
-    if (suggestion != host && !suggestion.empty())
-        list.add(HostIsNoName, {{"suggestion", shown(suggestion)}});
-    else if (!list.facts.options.triesEveryAddress && isIPv6(host))
-        list.add(HostHasNoIPv4);
-    else
-        list.add(HostNameUnknown);
-}
-
 void addFamilyFinding(FindingList &list) {
     const SSHSessionOptions &options = list.facts.options;
     const bool isIPv4 = options.addressFamily == SSHAddressFamily::IPv4;
@@ -55,6 +44,20 @@ void addFamilyFinding(FindingList &list) {
     else
         list.add(HostHasNoSuchAddress,
                  {{"family", isIPv4 ? "IPv4" : "IPv6"}, {"familySwitch", isIPv4 ? "-4" : "-6"}});
+}
+
+void addNameFindings(FindingList &list) {
+    const std::string &host = list.facts.host;
+    const std::string suggestion = hostIn(host);
+    if (suggestion != host && !suggestion.empty())
+        list.add(HostIsNoName, {{"suggestion", shown(suggestion)}});
+    else if (!list.facts.options.triesEveryAddress && isIPv6(host))
+        list.add(HostHasNoIPv4);
+    else if (list.facts.options.triesEveryAddress &&
+             list.facts.options.addressFamily != SSHAddressFamily::Any)
+        addFamilyFinding(list); // nobody has asked whether it has others
+    else
+        list.add(HostNameUnknown);
 }
 
 const SSHAddressFacts *failedAddress(const SSHFacts &facts) {
