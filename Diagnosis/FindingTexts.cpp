@@ -445,7 +445,8 @@ constexpr auto texts = std::to_array<FindingText>({
      "The server hung up after {count} were refused, before anything else could be tried: a server "
      "takes a number of attempts only (six, unless MaxAuthTries in sshd_config says otherwise)."
      "{said}",
-     "Take keys that this server does not know out of the agent (`ssh-add -l` lists them, `ssh-add "
+     "{fewerGiven}ake keys that this server does not know out of the agent (`ssh-add -l` lists "
+     "them, `ssh-add "
      "-d FILE` removes one), or give the right one as the key file.",
      "Failed. The connection has ended.\n"
      "The agent holds 3 more identities, which were left out because a server hangs up after a "

@@ -537,7 +537,10 @@ void LogIn::addLateEnding() {
     const bool isOfKeys = refused > 1 && !first("password", Result::Refused) &&
                           !first("keyboard-interactive", Result::Refused);
     if (isOfKeys && (isCounted || hasEnded))
-        mList.add(TooManyKeys, {{"count", fmt::format("{} keys", refused)}});
+        mList.add(TooManyKeys,
+                  {{"count", fmt::format("{} keys", refused)},
+                   {"fewerGiven",
+                    mGiven.size() > 1 ? "Give fewer key files, the right one first. Or t" : "T"}});
     else if (hasEnded && mList.isEmpty())
         mList.add(LogInHungUp, endingArguments(mFacts));
 }

@@ -50,6 +50,7 @@ const std::map<std::string, std::string> shownAs = {
      "LINEd ~/.ssh/known_hosts` unless you can mend it, as by `sed -i.bak 's/\\r$//' "
      "~/.ssh/known_hosts` where it ends as on Windows."},
     {"startAgent", ""},
+    {"fewerGiven", "T"},
     {"insteadOfKey", "Log in with a password, or h"},
     {"longerThan", "can be sent, which is about 35 KB"},
     {"giveStep", "Give what the server asks for, a password or the file of a key that it knows, or "

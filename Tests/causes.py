@@ -507,6 +507,8 @@ def rows():
     row("agent with wrong keys", "keyRefused", "keyRefused", "MaxAuthTries 20", **crowd)
     row("agent with too many keys", "disconnectedByServer", "tooManyKeys", "MaxAuthTries 3", **crowd,
         proof="Too many authentication failures")
+    row("too many keys given", "disconnectedByServer", "tooManyKeys", "MaxAuthTries 4", *(f"-i {each}" for each in CROWD[:6]),
+        proof="Give fewer key files, the right one first")
     row("agent with too many keys, classic", "disconnectedByServer", "tooManyKeys", "", classic, **key, **crowd,
         proof="Too many authentication failures")
 

@@ -189,7 +189,7 @@ void refusePortOf(const std::string &destination, const std::string &user,
 }
 
 void setUser(const std::string &user, Options &options) {
-    if (options.user && *options.user != user)
+    if (options.user && !user.empty() && *options.user != user)
         refuse("Both -l and the destination name a user: " + *options.user + " and " + user + ".");
     options.user = user;
 }
