@@ -169,7 +169,7 @@ void examineLookUp(Examination &examination) {
         for (const Family &family : families)
             tell(examination, family);
         std::vector<Address> &addresses = examination.addresses;
-        for (const Family *family : {&families[1], &families[0]})
+        for (auto family = families.rbegin(); family != families.rend(); ++family)
             if (family->isUsed && family->isFound())
                 addresses.insert(addresses.end(), family->answer->addresses.begin(),
                                  family->answer->addresses.end());

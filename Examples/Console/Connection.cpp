@@ -111,8 +111,8 @@ class Connection::Watcher final : public SSHSessionDelegate, public SSHSessionOb
     Connection *const mConnection;
 };
 
-Connection::Connection(const SSHSessionOptions &options, QObject *parent)
-    : QObject(parent), mOptions(options), mWatcher(std::make_shared<Watcher>(this)) {
+Connection::Connection(SSHSessionOptions options, QObject *parent)
+    : QObject(parent), mOptions(std::move(options)), mWatcher(std::make_shared<Watcher>(this)) {
     mCalls.setMaxThreadCount(1);
     mCollecting.setSingleShot(true);
     mCollecting.setInterval(collectingInterval);

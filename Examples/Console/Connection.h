@@ -38,7 +38,7 @@ class Connection final : public QObject {
     Q_OBJECT
 
   public:
-    Connection(const SSHSessionOptions &options, QObject *parent);
+    Connection(SSHSessionOptions options, QObject *parent);
     ~Connection() override;
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
