@@ -169,10 +169,10 @@ void examineLookUp(Examination &examination) {
         for (const Family &family : families)
             tell(examination, family);
         std::vector<Address> &addresses = examination.addresses;
-        for (auto family = families.rbegin(); family != families.rend(); ++family)
-            if (family->isUsed && family->isFound())
-                addresses.insert(addresses.end(), family->answer->addresses.begin(),
-                                 family->answer->addresses.end());
+        for (const Family &family : families) // the last one, IPv6, comes first
+            if (family.isUsed && family.isFound())
+                addresses.insert(addresses.begin(), family.answer->addresses.begin(),
+                                 family.answer->addresses.end());
         if (isForOne)
             addresses.erase(addresses.begin() + (addresses.empty() ? 0 : 1), addresses.end());
         addresses = inTurn(addresses);
