@@ -61,9 +61,8 @@ constexpr auto texts = std::to_array<FindingText>({
     {HostHasNoSuchAddress, "hostHasNoSuchAddress",
      "The host has no address of the family that is asked for",
      "No {family} address is known for {host}, and this session was told to try no others.",
-     "Leave out {familySwitch} (in a program: addressFamily), so that the host's other addresses "
-     "are "
-     "tried.",
+     "Leave out {familySwitch} (in a program: addressFamily), so that the host's other "
+     "addresses are tried.",
      "Could not look up the host. Error: Address family for hostname not supported (-9).\n"
      "Could not look up the host. Error: No address associated with hostname (-5)."},
     {ConnectionRefused, "connectionRefused", "Connection refused",
@@ -446,8 +445,7 @@ constexpr auto texts = std::to_array<FindingText>({
      "takes a number of attempts only (six, unless MaxAuthTries in sshd_config says otherwise)."
      "{said}",
      "{fewerGiven}ake keys that this server does not know out of the agent (`ssh-add -l` lists "
-     "them, `ssh-add "
-     "-d FILE` removes one), or give the right one as the key file.",
+     "them, `ssh-add -d FILE` removes one), or give the right one as the key file.",
      "Failed. The connection has ended.\n"
      "The agent holds 3 more identities, which were left out because a server hangs up after a "
      "number of attempts."},

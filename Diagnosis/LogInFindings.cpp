@@ -25,10 +25,12 @@ bool isOneOf(const std::string &name, const std::vector<std::string> &names) {
 // What the rules below ask of the facts.
 class LogIn {
   public:
-    explicit LogIn(FindingList &list)
-        : mList(list), mFacts(list.facts), mGiven(list.facts.options.furtherKeyFiles) {
+    explicit LogIn(FindingList &list) : mList(list), mFacts(list.facts) {
         if (!mFacts.keyFilePath.empty())
-            mGiven.insert(mGiven.begin(), mFacts.keyFilePath);
+            mGiven.push_back(mFacts.keyFilePath);
+        const auto &further = mFacts.options.furtherKeyFiles;
+        if (mFacts.options.triesKeysOfToday) // else nobody looks at them
+            mGiven.insert(mGiven.end(), further.begin(), further.end());
     }
 
     void add();

@@ -17,8 +17,8 @@ enum class SSHFindingID {
     HostIsNoName, // "ssh://db", "ada@db": what is no host's name
     HostNameUnknown,
     NameServerSilent,
-    HostHasNoIPv4,
-    HostHasNoSuchAddress, // and the session tries no other
+    HostHasNoIPv4,        // and the session tries no other
+    HostHasNoSuchAddress, // none of the family that the session was told to use
     ConnectionRefused,
     ConnectionDropped,   // nobody answered in time
     HostUnreachable,     // no route, or a router or firewall said no
